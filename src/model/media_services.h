@@ -1,0 +1,34 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+
+#include "common/result.h"
+#include "common/uuid.h"
+#include "model/clip.h"
+
+namespace model {
+
+// What a project needs from the media layer. The media library implements it; tests
+// may substitute their own. Every member may be called from any background thread at
+// once, so implementations keep no unguarded state.
+class MediaServices {
+public:
+    virtual ~MediaServices() = default;
+
+    // The probe: reads a file and makes a live clip with every field filled in.
+    virtual common::Result<Clip> probe(const std::filesystem::path& url,
+                                       const std::optional<Bytes>& bookmark,
+                                       const common::Uuid& id) = 0;
+
+    // A durable reference to a file that survives a move or a rename; none if the file
+    // can't be read.
+    virtual std::optional<Bytes> makeBookmark(const std::filesystem::path& url) = 0;
+
+    // Finds the file behind a bookmark. `projectFolder` is the folder of the project
+    // file, where a moved file may also be looked for.
+    virtual std::optional<std::filesystem::path> resolveBookmark(
+        const Bytes& bookmark, const std::optional<std::filesystem::path>& projectFolder) = 0;
+};
+
+}  // namespace model

@@ -1,0 +1,253 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "common/executor.h"
+#include "common/uuid.h"
+#include "model/clip.h"
+#include "model/export_format.h"
+#include "model/media_services.h"
+#include "model/project_types.h"
+#include "model/small_clip_mode.h"
+#include "model/snapshot.h"
+
+namespace model {
+
+// One step of history: the whole clip array as it was before an edit.
+struct UndoEntry {
+    std::string name;
+    std::vector<Clip> clips;
+};
+
+// The stored fields of a project, for observers that want to know what changed.
+enum class ProjectField {
+    clips = 1,
+    selectedClipIDs,
+    selectionAnchor,
+    selectedGap,
+    playheadGlobal,
+    isExporting,
+    exportProgress,
+    exportMessage,
+    showRetimeSheet,
+    exportSheet,
+    showCropSheet,
+    compositionToken,
+    didChange,
+    zoomFactor,
+    trimReadout,
+    trimPreview,
+    trimSnappedClipID,
+    isPlaying,
+    dragLandingX,
+    undoStack,
+    redoStack,
+    smallClipMode,
+    cropInsetTop,
+    cropInsetLeading,
+    cropInsetTrailing,
+    cropInsetBottom,
+    footerHeight,
+};
+
+// Where a project gets its media work done. Both must outlive the project's last task;
+// the executor's owning thread is the project's thread.
+struct ProjectContext {
+    common::Executor* executor = nullptr;
+    std::shared_ptr<MediaServices> media;
+};
+
+// The model of one document: its clips, selection, sheets and edit history. Every edit
+// goes through it. Confined to one thread (the executor's owning thread); media work runs
+// in the background and comes back to that thread to write.
+//
+// Observers are told which field was written. A plain write tells them only when the
+// value differs; `didChange`, the undo stacks and in-place writes of one clip tell every
+// time. `didChange` marks the document as edited.
+class Project {
+public:
+    using FieldObserver = std::function<void(ProjectField)>;
+    using ObserverID = std::uint64_t;
+
+    static constexpr int maxHistory = 40;
+    static constexpr double defaultFrameRate = 30.0;
+    static constexpr double audioPreviewWindowSeconds = 6.0;
+
+    explicit Project(ProjectContext context = {});
+    ~Project();
+    Project(const Project&) = delete;
+    Project& operator=(const Project&) = delete;
+
+    ObserverID addObserver(FieldObserver observer);
+    void removeObserver(ObserverID id);
+
+    // Called by every write of the token, the framing mode and the insets, before the
+    // value is stored, and by the live edits; set by the document.
+    std::function<void()> didChange = [] {};
+
+    // Clips, in stacking order (later above earlier).
+    const std::vector<Clip>& clips() const { return clips_; }
+    void setClips(std::vector<Clip> clips);
+    // Writes one clip in place; observers are told every time.
+    template <typename F>
+    bool updateClip(const common::Uuid& id, F&& write) {
+        for (auto& c : clips_) {
+            if (c.id == id) {
+                write(c);
+                notify(ProjectField::clips);
+                return true;
+            }
+        }
+        return false;
+    }
+    const Clip* clip(const common::Uuid& id) const;
+
+    // Selection.
+    const std::unordered_set<common::Uuid>& selectedClipIDs() const { return selectedClipIDs_; }
+    void setSelectedClipIDs(std::unordered_set<common::Uuid> ids);
+    const std::optional<common::Uuid>& selectionAnchor() const { return selectionAnchor_; }
+    void setSelectionAnchor(std::optional<common::Uuid> anchor);
+    const std::optional<GapSelection>& selectedGap() const { return selectedGap_; }
+    void setSelectedGap(std::optional<GapSelection> gap);
+    std::optional<common::Uuid> selectedClipID() const;
+    void setSelectedClipID(std::optional<common::Uuid> id);
+
+    double playheadGlobal() const { return playheadGlobal_; }
+    void setPlayheadGlobal(double seconds);
+
+    bool isExporting() const { return isExporting_; }
+    void setIsExporting(bool v);
+    double exportProgress() const { return exportProgress_; }
+    void setExportProgress(double v);
+    const std::string& exportMessage() const { return exportMessage_; }
+    void setExportMessage(std::string v);
+
+    bool showRetimeSheet() const { return showRetimeSheet_; }
+    void setShowRetimeSheet(bool v);
+    const std::optional<ExportSheetState>& exportSheet() const { return exportSheet_; }
+    void setExportSheet(std::optional<ExportSheetState> v);
+    bool showCropSheet() const { return showCropSheet_; }
+    void setShowCropSheet(bool v);
+    bool isPresentingSheet() const { return exportSheet_ || showRetimeSheet_ || showCropSheet_; }
+
+    std::int64_t compositionToken() const { return compositionToken_; }
+    // Says that the timeline's content changed; the only way the token moves.
+    void raiseCompositionToken();
+
+    double zoomFactor() const { return zoomFactor_; }
+    void setZoomFactor(double v);
+    const std::optional<TrimReadoutInfo>& trimReadout() const { return trimReadout_; }
+    void setTrimReadout(std::optional<TrimReadoutInfo> v);
+    const std::optional<TrimPreviewState>& trimPreview() const { return trimPreview_; }
+    void setTrimPreview(std::optional<TrimPreviewState> v);
+    const std::optional<common::Uuid>& trimSnappedClipID() const { return trimSnappedClipID_; }
+    void setTrimSnappedClipID(std::optional<common::Uuid> v);
+    bool isPlaying() const { return isPlaying_; }
+    void setIsPlaying(bool v);
+    const std::optional<double>& dragLandingX() const { return dragLandingX_; }
+    void setDragLandingX(std::optional<double> v);
+
+    SmallClipMode smallClipMode() const { return smallClipMode_; }
+    void setSmallClipMode(SmallClipMode mode);
+    double cropInsetTop() const { return cropInsetTop_; }
+    double cropInsetLeading() const { return cropInsetLeading_; }
+    double cropInsetTrailing() const { return cropInsetTrailing_; }
+    double cropInsetBottom() const { return cropInsetBottom_; }
+    void setCropInsetTop(double v);
+    void setCropInsetLeading(double v);
+    void setCropInsetTrailing(double v);
+    void setCropInsetBottom(double v);
+    double footerHeight() const { return footerHeight_; }
+    void setFooterHeight(double v);
+
+    double totalDurationSeconds() const;
+
+    // History.
+    void recordSnapshot(std::string name);
+    void commitEdit();
+    void undo();
+    void redo();
+    bool canUndo() const { return !undoStack_.empty(); }
+    bool canRedo() const { return !redoStack_.empty(); }
+    std::optional<std::string> undoName() const;
+    std::optional<std::string> redoName() const;
+    std::size_t undoCount() const { return undoStack_.size(); }
+    std::size_t redoCount() const { return redoStack_.size(); }
+    const std::vector<UndoEntry>& undoStack() const { return undoStack_; }
+
+    // Import: probes the files one after the other in the background and places each
+    // behind whatever ends last, under one history entry.
+    void importURLs(std::vector<std::filesystem::path> urls);
+
+    // The project file.
+    VantrellSnapshot makeSnapshot() const;
+    void applySnapshotEagerly(const VantrellSnapshot& snapshot);
+    // Probes every record in the background and assigns the clips in one step at the end;
+    // records whose file can't be probed become placeholders.
+    void hydrateClips(std::vector<VantrellSnapshotClip> records);
+    bool isHydrating() const { return hydrating_.has_value(); }
+
+    // Where the project file lies, for finding moved media near it.
+    void setFileLocation(std::optional<std::filesystem::path> projectFile);
+
+private:
+    void notify(ProjectField field);
+    template <typename T>
+    void assign(T& field, T value, ProjectField which);
+    void setCropInset(double& field, double v, ProjectField which);
+    void clampPlayhead();
+    void importNext(std::shared_ptr<const std::vector<std::filesystem::path>> urls,
+                    std::size_t index);
+    void hydrateNext(std::shared_ptr<std::vector<Clip>> done, std::size_t index);
+    // Runs `done` on the owning thread only if this project still exists then.
+    template <typename Work, typename Done>
+    void runMediaTask(Work work, Done done);
+
+    ProjectContext context_;
+    std::shared_ptr<int> alive_ = std::make_shared<int>(0);
+    std::vector<std::pair<ObserverID, FieldObserver>> observers_;
+    ObserverID nextObserverID_ = 1;
+    std::optional<std::filesystem::path> fileFolder_;
+    // The records being hydrated; a save meanwhile writes these, not the empty timeline.
+    std::optional<std::vector<VantrellSnapshotClip>> hydrating_;
+
+    std::vector<Clip> clips_;
+    std::unordered_set<common::Uuid> selectedClipIDs_;
+    std::optional<common::Uuid> selectionAnchor_;
+    std::optional<GapSelection> selectedGap_;
+    double playheadGlobal_ = 0;
+    bool isExporting_ = false;
+    double exportProgress_ = 0;
+    std::string exportMessage_;
+    bool showRetimeSheet_ = false;
+    std::optional<ExportSheetState> exportSheet_;
+    bool showCropSheet_ = false;
+    std::int64_t compositionToken_ = 0;
+    double zoomFactor_ = 1.0;
+    std::optional<TrimReadoutInfo> trimReadout_;
+    std::optional<TrimPreviewState> trimPreview_;
+    std::optional<common::Uuid> trimSnappedClipID_;
+    bool isPlaying_ = false;
+    std::optional<double> dragLandingX_;
+    std::vector<UndoEntry> undoStack_;
+    std::vector<UndoEntry> redoStack_;
+    SmallClipMode smallClipMode_ = SmallClipMode::proportional;
+    double cropInsetTop_ = 0;
+    double cropInsetLeading_ = 0;
+    double cropInsetTrailing_ = 0;
+    double cropInsetBottom_ = 0;
+    double footerHeight_ = 282.0;
+};
+
+// The record that saves one clip.
+VantrellSnapshotClip snapshotRecord(const Clip& clip);
+
+}  // namespace model
