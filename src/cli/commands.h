@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace cli {
+
+using Arguments = std::vector<std::string>;
+
+// Each command answers the process exit status: 0 on success. Errors go to standard
+// error as one sentence naming the file and what is wrong.
+int probeCommand(const Arguments& args);
+int newCommand(const Arguments& args);
+int infoCommand(const Arguments& args);
+
+// True if `args` asks for help; prints `usage` to standard output then.
+bool wantsHelp(const Arguments& args, const char* usage);
+
+// Prints "vantrell-cli: MESSAGE" to standard error and answers 1.
+int fail(const std::string& message);
+
+}  // namespace cli

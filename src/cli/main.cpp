@@ -1,0 +1,46 @@
+#include <cstring>
+#include <iostream>
+#include <string>
+#include <string_view>
+
+#include "cli/commands.h"
+
+namespace {
+
+constexpr const char* kUsage =
+    "usage: vantrell-cli COMMAND [ARGS...]\n"
+    "\n"
+    "Trims and joins media from a shell; projects are the window's project files.\n"
+    "\n"
+    "commands:\n"
+    "  probe FILE...                      what the media files hold, as JSON\n"
+    "  new PROJECT.vantrell FILE...       import the files into a new project\n"
+    "  info PROJECT.vantrell [--json]     what a project holds\n"
+    "\n"
+    "Run 'vantrell-cli COMMAND --help' for a command's options.\n";
+
+struct Command {
+    std::string_view name;
+    int (*run)(const cli::Arguments&);
+};
+
+constexpr Command kCommands[] = {
+    {"probe", cli::probeCommand},
+    {"new", cli::newCommand},
+    {"info", cli::infoCommand},
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc < 2 || std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0 ||
+        std::strcmp(argv[1], "help") == 0) {
+        std::cout << kUsage;
+        return argc < 2 ? 2 : 0;
+    }
+    cli::Arguments args(argv + 2, argv + argc);
+    for (const auto& command : kCommands)
+        if (command.name == argv[1]) return command.run(args);
+    std::cerr << "vantrell-cli: unknown command '" << argv[1] << "'\n" << kUsage;
+    return 2;
+}

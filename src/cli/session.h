@@ -1,0 +1,23 @@
+#pragma once
+
+#include <memory>
+
+#include "common/thread_pool_executor.h"
+#include "model/project.h"
+
+namespace cli {
+
+// The executor and media services of one command run. The command's thread owns the
+// executor and drains it, so asynchronous work always finishes before the next step.
+class Session {
+public:
+    Session();
+    model::ProjectContext context() { return {&executor_, media_}; }
+    void drain() { executor_.drain(); }
+
+private:
+    std::shared_ptr<model::MediaServices> media_;
+    common::ThreadPoolExecutor executor_;  // declared last: its workers stop first
+};
+
+}  // namespace cli

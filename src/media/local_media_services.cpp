@@ -1,0 +1,23 @@
+#include "media/local_media_services.h"
+
+#include "media/bookmark.h"
+#include "media/probe.h"
+
+namespace media {
+
+common::Result<model::Clip> LocalMediaServices::probe(const std::filesystem::path& url,
+                                                      const std::optional<model::Bytes>& bookmark,
+                                                      const common::Uuid& id) {
+    return probeClip(url, bookmark, id);
+}
+
+std::optional<model::Bytes> LocalMediaServices::makeBookmark(const std::filesystem::path& url) {
+    return media::makeBookmark(url);
+}
+
+std::optional<std::filesystem::path> LocalMediaServices::resolveBookmark(
+    const model::Bytes& bookmark, const std::optional<std::filesystem::path>& projectFolder) {
+    return media::resolveBookmark(bookmark, projectFolder);
+}
+
+}  // namespace media

@@ -1,0 +1,19 @@
+#pragma once
+
+#include "model/media_services.h"
+
+namespace media {
+
+// The media services a project uses on real files: the FFmpeg probe and file bookmarks.
+class LocalMediaServices final : public model::MediaServices {
+public:
+    common::Result<model::Clip> probe(const std::filesystem::path& url,
+                                      const std::optional<model::Bytes>& bookmark,
+                                      const common::Uuid& id) override;
+    std::optional<model::Bytes> makeBookmark(const std::filesystem::path& url) override;
+    std::optional<std::filesystem::path> resolveBookmark(
+        const model::Bytes& bookmark,
+        const std::optional<std::filesystem::path>& projectFolder) override;
+};
+
+}  // namespace media
