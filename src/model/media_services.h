@@ -29,6 +29,13 @@ public:
     // file, where a moved file may also be looked for.
     virtual std::optional<std::filesystem::path> resolveBookmark(
         const Bytes& bookmark, const std::optional<std::filesystem::path>& projectFolder) = 0;
+
+    // Renders the stretch `fromSeconds` to `toSeconds` of `url`'s picture backward into a
+    // new temporary file and answers that file, or none on any failure. Takes as long as
+    // the render does, so it is only called in the background.
+    virtual std::optional<std::filesystem::path> renderReversed(const std::filesystem::path& url,
+                                                                double fromSeconds,
+                                                                double toSeconds) = 0;
 };
 
 }  // namespace model

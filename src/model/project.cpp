@@ -203,18 +203,6 @@ void Project::setFileLocation(std::optional<std::filesystem::path> projectFile) 
     if (projectFile) fileFolder_ = projectFile->parent_path();
 }
 
-template <typename Work, typename Done>
-void Project::runMediaTask(Work work, Done done) {
-    assert(context_.executor && context_.media && "a project that does media work needs a context");
-    std::weak_ptr<int> alive = alive_;
-    common::runAsync(*context_.executor, std::move(work),
-                     [this, alive, done = std::move(done)](auto result) mutable {
-                         // A window closed meanwhile: the project is gone, drop the result.
-                         if (alive.expired()) return;
-                         done(std::move(result));
-                     });
-}
-
 void Project::importURLs(std::vector<std::filesystem::path> urls) {
     if (urls.empty()) return;
     recordSnapshot("Import");
@@ -273,7 +261,8 @@ VantrellSnapshot Project::makeSnapshot() const {
         // Written under the same omission rules as live clips, so that a hand-edited
         // "both" or a rate of 1.00005 is dropped by this save too.
         s.clips.reserve(hydrating_->size());
-        for (const auto& r : *hydrating_) s.clips.push_back(snapshotRecord(Clip::missingPlaceholder(r)));
+        for (const auto& r : *hydrating_)
+            s.clips.push_back(snapshotRecord(Clip::missingPlaceholder(r)));
     } else {
         s.clips.reserve(clips_.size());
         for (const auto& c : clips_) s.clips.push_back(snapshotRecord(c));
@@ -341,6 +330,8 @@ void Project::hydrateNext(std::shared_ptr<std::vector<Clip>> done, std::size_t i
     }
     hydrating_.reset();
     setClips(std::move(*done));
+    for (const auto& c : clips_)
+        if (!c.isMissing && c.isReversed) renderReversedAsync(c.id);
     raiseCompositionToken();
     undoStack_.clear();
     notify(ProjectField::undoStack);

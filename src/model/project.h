@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -13,6 +14,7 @@
 #include "common/executor.h"
 #include "common/uuid.h"
 #include "model/clip.h"
+#include "model/clip_link_state.h"
 #include "model/export_format.h"
 #include "model/media_services.h"
 #include "model/project_types.h"
@@ -85,6 +87,10 @@ public:
     ~Project();
     Project(const Project&) = delete;
     Project& operator=(const Project&) = delete;
+
+    // Expires when the project is destroyed: work that ends later checks it before
+    // writing back.
+    std::weak_ptr<const void> lifetime() const { return alive_; }
 
     ObserverID addObserver(FieldObserver observer);
     void removeObserver(ObserverID id);
@@ -198,6 +204,73 @@ public:
     // Where the project file lies, for finding moved media near it.
     void setFileLocation(std::optional<std::filesystem::path> projectFile);
 
+    // Timeline queries: read only, scanned afresh on each call. A clip is at a time t when
+    // its start <= t < its timeline end. clipIDAt and frameRateAtPlayhead take the topmost
+    // such clip; videoAtPlayhead, naturalSizeAtPlayhead and aspectAtPlayhead the lowest.
+    double globalStart(const common::Uuid& id) const;         // 0 for an unknown id
+    TimelineRange globalRange(const common::Uuid& id) const;  // empty 0..0 for an unknown id
+    std::optional<common::Uuid> clipIDAt(double seconds) const;
+    std::vector<GapSelection> gaps(bool isAudioRow) const;  // in time order, between clips only
+    bool hasVideoContent() const;
+    bool videoAtPlayhead() const;
+    bool hasOverlap() const;
+    std::optional<Size> videoNaturalSize() const;
+    std::optional<Size> naturalSizeAtPlayhead() const;
+    std::optional<double> aspectAtPlayhead() const;  // width / height, no fallback
+    double frameRateAtPlayhead() const;              // never 0: defaultFrameRate at worst
+    std::optional<Size> largestVideoSize() const;    // the output frame
+    bool hasCrop() const;
+    // Times an edge may snap to, unsorted and with duplicates.
+    std::vector<double> snapTargets(std::optional<common::Uuid> excluding) const;
+
+    // Selection writers beside selectedClipID. Only selectGap marks the document edited.
+    void toggleSelection(const common::Uuid& id);
+    // A plain click: walks down the stack of clips overlapping `id` on one row.
+    void cycleSelection(const common::Uuid& id, bool isAudioRow);
+    void selectGap(GapSelection gap);
+
+    // The raw writes of a drag, in source seconds (in and out) or timeline seconds (move):
+    // they call didChange and write one clip, but record no history and raise no token,
+    // so the caller records first and closes the step with commitEdit().
+    void setIn(const common::Uuid& id, double seconds);
+    void setOut(const common::Uuid& id, double seconds);
+    void moveClip(const common::Uuid& id, double seconds);
+
+    // Edit commands: each records its own history entry and raises the token. Split
+    // finishes later, once the probe of its right half lands.
+    void setInAtPlayhead();
+    void setOutAtPlayhead();
+    void splitAtPlayhead();
+    void nudgeSelectedClipByFrames(int frames);
+    // Collapses a selected gap, else deletes the selected clips.
+    void deleteSelected();
+    // An absent name means the caller has recorded history already (Cut).
+    void deleteSelected(std::optional<std::string> snapshotName);
+    void collapseSelectedGap();
+
+    // Transport and view; neither history nor a change of the document.
+    void nudgePlayheadByFrames(int frames);
+    void togglePlayback();
+    void setZoom(double factor);
+
+    // Linked audio and video. toggleLinkAV unlinks a linked clip (finishing once the probe
+    // of the audio half lands) or relinks a whole pair.
+    ClipLinkState linkState(const common::Uuid& id) const;
+    void toggleLinkAV(const common::Uuid& id);
+
+    // Retime and reverse act on the whole selection.
+    void retimeSelected(double rate);
+    std::optional<double> commonRateOfSelection() const;
+    void reverseSelected();
+    bool allSelectedReversed() const;
+    // Renders the clip's forward stretch backward in the background; the result is written,
+    // without history, only if the clip is still reversed over the same stretch then.
+    void renderReversedAsync(const common::Uuid& id);
+
+    // Points a clip at another file, keeping its id, place, trim (limited to the new file)
+    // and speed; finishes once the probe lands, and records history only if it succeeds.
+    void relinkClip(const common::Uuid& id, std::filesystem::path file);
+
 private:
     void notify(ProjectField field);
     template <typename T>
@@ -207,9 +280,23 @@ private:
     void importNext(std::shared_ptr<const std::vector<std::filesystem::path>> urls,
                     std::size_t index);
     void hydrateNext(std::shared_ptr<std::vector<Clip>> done, std::size_t index);
-    // Runs `done` on the owning thread only if this project still exists then.
+    bool isAtPlayhead(const Clip& clip) const;
+    void unlinkAV(const common::Uuid& id);
+    void relinkAV(const common::Uuid& id);
+    // Runs `work` in the background, then `done` on the owning thread only if this project
+    // still exists then. Defined here because every file of the project's edits uses it.
     template <typename Work, typename Done>
-    void runMediaTask(Work work, Done done);
+    void runMediaTask(Work work, Done done) {
+        assert(context_.executor && context_.media &&
+               "a project that does media work needs a context");
+        std::weak_ptr<int> alive = alive_;
+        common::runAsync(*context_.executor, std::move(work),
+                         [alive, done = std::move(done)](auto result) mutable {
+                             // A window closed meanwhile: the project is gone, drop the result.
+                             if (alive.expired()) return;
+                             done(std::move(result));
+                         });
+    }
 
     ProjectContext context_;
     std::shared_ptr<int> alive_ = std::make_shared<int>(0);

@@ -16,6 +16,13 @@ struct GapSelection {
     friend bool operator==(const GapSelection&, const GapSelection&) = default;
 };
 
+// Where a clip lies on the timeline, in seconds: from `start`, included, to `end`, excluded.
+struct TimelineRange {
+    double start = 0;
+    double end = 0;
+    friend bool operator==(const TimelineRange&, const TimelineRange&) = default;
+};
+
 // The source frame to show while an edge is being trimmed.
 struct TrimPreviewState {
     std::filesystem::path url;

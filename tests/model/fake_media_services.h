@@ -1,0 +1,171 @@
+#pragma once
+
+#include <condition_variable>
+#include <filesystem>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "common/thread_pool_executor.h"
+#include "model/media_services.h"
+#include "model/project.h"
+
+namespace model_test {
+
+// A media layer for model tests. The probe serves clips from a table keyed by path and
+// fails for any other path; it can be held so that its answers wait until released. The
+// reverse render answers a configured file, or none. Bookmarks are the path's text.
+// Called from the executor's workers, so every member takes the lock.
+class FakeMediaServices final : public model::MediaServices {
+  public:
+    static constexpr const char* kProbeFailure = "The file can't be opened as media.";
+
+    struct RenderCall {
+        std::filesystem::path url;
+        double fromSeconds = 0;
+        double toSeconds = 0;
+    };
+
+    // Makes `path` probe as a file of `seconds` with the given streams.
+    void add(const std::filesystem::path& path, double seconds, bool video = true,
+             bool audio = true) {
+        model::Clip c;
+        c.hasVideo = video;
+        c.hasAudio = audio;
+        c.fullDurationSeconds = seconds;
+        c.outSeconds = seconds;
+        c.frameRate = video ? 25 : 0;
+        c.naturalSize = video ? model::Size{1280, 720} : model::Size{};
+        c.fingerprint = video ? "v:1635148593:1280x720" : "a:1633772320";
+        c.thumbnail = std::make_shared<const model::ImageData>();
+        std::lock_guard lock(mutex_);
+        files_[path] = c;
+    }
+
+    // Probes of `path` fail from now on, as for a file that is gone.
+    void remove(const std::filesystem::path& path) {
+        std::lock_guard lock(mutex_);
+        files_.erase(path);
+    }
+
+    // Probes started from now on wait inside the background until releaseProbes().
+    void holdProbes() {
+        std::lock_guard lock(mutex_);
+        held_ = true;
+    }
+    void releaseProbes() {
+        {
+            std::lock_guard lock(mutex_);
+            held_ = false;
+        }
+        released_.notify_all();
+    }
+    // Blocks until `count` probes have started in all, held ones included.
+    void waitForProbes(int count) {
+        std::unique_lock lock(mutex_);
+        probeStarted_.wait(lock, [&] { return probeCount_ >= count; });
+    }
+    int probeCount() {
+        std::lock_guard lock(mutex_);
+        return probeCount_;
+    }
+
+    void setRenderResult(std::optional<std::filesystem::path> file) {
+        std::lock_guard lock(mutex_);
+        renderResult_ = std::move(file);
+    }
+    std::vector<RenderCall> renderCalls() {
+        std::lock_guard lock(mutex_);
+        return renderCalls_;
+    }
+
+    common::Result<model::Clip> probe(const std::filesystem::path& url,
+                                      const std::optional<model::Bytes>& bookmark,
+                                      const common::Uuid& id) override {
+        std::unique_lock lock(mutex_);
+        ++probeCount_;
+        probeStarted_.notify_all();
+        released_.wait(lock, [&] { return !held_; });
+        auto it = files_.find(url);
+        if (it == files_.end()) return common::Error{kProbeFailure};
+        model::Clip c = it->second;
+        c.id = id;
+        c.url = url;
+        c.bookmark = bookmark;
+        c.displayName = url.filename().string();
+        return c;
+    }
+
+    std::optional<model::Bytes> makeBookmark(const std::filesystem::path& url) override {
+        std::lock_guard lock(mutex_);
+        if (!files_.contains(url)) return std::nullopt;
+        return bookmarkFor(url);
+    }
+
+    std::optional<std::filesystem::path> resolveBookmark(
+        const model::Bytes& bookmark, const std::optional<std::filesystem::path>&) override {
+        std::lock_guard lock(mutex_);
+        std::filesystem::path path(std::string(bookmark.begin(), bookmark.end()));
+        if (files_.contains(path)) return path;
+        return std::nullopt;
+    }
+
+    std::optional<std::filesystem::path> renderReversed(const std::filesystem::path& url,
+                                                        double fromSeconds,
+                                                        double toSeconds) override {
+        std::lock_guard lock(mutex_);
+        renderCalls_.push_back({url, fromSeconds, toSeconds});
+        return renderResult_;
+    }
+
+    static model::Bytes bookmarkFor(const std::filesystem::path& path) {
+        std::string s = path.string();
+        return model::Bytes(s.begin(), s.end());
+    }
+
+  private:
+    std::mutex mutex_;
+    std::condition_variable released_;
+    std::condition_variable probeStarted_;
+    bool held_ = false;
+    int probeCount_ = 0;
+    std::map<std::filesystem::path, model::Clip> files_;
+    std::optional<std::filesystem::path> renderResult_;
+    std::vector<RenderCall> renderCalls_;
+};
+
+// A project wired to the fake media layer and a real pool; drain() finishes its work.
+class MediaProjectTest : public testing::Test {
+  protected:
+    // Held probes would keep the pool's workers from joining.
+    ~MediaProjectTest() override { media->releaseProbes(); }
+
+    // A live clip of a `seconds`-long file at `path`, as the probe makes it, placed at
+    // `start`; the file stays known to the probe.
+    model::Clip liveClip(const std::filesystem::path& path, double seconds, double start = 0,
+                         bool video = true, bool audio = true) {
+        media->add(path, seconds, video, audio);
+        model::Clip c =
+            media->probe(path, FakeMediaServices::bookmarkFor(path), common::Uuid::random())
+                .value();
+        c.startOnTimeline = start;
+        return c;
+    }
+
+    std::string drainCapturingLog() {
+        testing::internal::CaptureStderr();
+        executor.drain();
+        return testing::internal::GetCapturedStderr();
+    }
+
+    std::shared_ptr<FakeMediaServices> media = std::make_shared<FakeMediaServices>();
+    common::ThreadPoolExecutor executor{2};
+    model::Project project{{&executor, media}};
+};
+
+}  // namespace model_test

@@ -1,0 +1,227 @@
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "fake_media_services.h"
+#include "model/project.h"
+#include "model_test_support.h"
+
+namespace {
+
+using common::Uuid;
+using model::Clip;
+using model::StreamMask;
+using model::VantrellSnapshotClip;
+using model_test::FakeMediaServices;
+
+class RelinkTest : public model_test::MediaProjectTest {
+  protected:
+    // A placeholder for a lost file, using in..out and placed at `start`.
+    Clip placeholder(double in, double out, double start = 0) {
+        return Clip::missingPlaceholder({Uuid::random(), "/gone/a.mov",
+                                         FakeMediaServices::bookmarkFor("/gone/a.mov"), in, out,
+                                         start});
+    }
+};
+
+TEST_F(RelinkTest, TheClipKeepsItsIdentityPlaceAndSpeedAndTakesTheNewFile) {
+    media->add("/m/found.mov", 12);
+    VantrellSnapshotClip record{Uuid::random(), "/gone/a.mov", {}, 1, 6, 4};
+    record.streamMask = StreamMask::videoOnly;
+    record.linkGroupID = Uuid::random();
+    record.rateMultiplier = 2;
+    Clip old = Clip::missingPlaceholder(record);
+    project.setClips({old});
+
+    project.relinkClip(old.id, "/m/found.mov");
+    EXPECT_FALSE(project.canUndo()) << "history waits for the probe";
+    executor.drain();
+
+    ASSERT_EQ(project.clips().size(), 1u);
+    const Clip& now = project.clips()[0];
+    EXPECT_EQ(now.id, old.id);
+    EXPECT_FALSE(now.isMissing);
+    EXPECT_EQ(now.url, std::filesystem::path("/m/found.mov"));
+    EXPECT_EQ(now.bookmark, FakeMediaServices::bookmarkFor("/m/found.mov"));
+    EXPECT_EQ(now.displayName, "found.mov");
+    EXPECT_EQ(now.fullDurationSeconds, 12);
+    EXPECT_EQ(now.fingerprint, "v:1635148593:1280x720");
+    EXPECT_TRUE(now.thumbnail);
+    EXPECT_EQ(now.inSeconds, 1);
+    EXPECT_EQ(now.outSeconds, 6);
+    EXPECT_EQ(now.startOnTimeline, 4);
+    EXPECT_EQ(now.streamMask, StreamMask::videoOnly);
+    EXPECT_EQ(now.linkGroupID, record.linkGroupID);
+    EXPECT_EQ(now.rateMultiplier, 2);
+    EXPECT_EQ(project.undoName(), "Relink Clip");
+    EXPECT_EQ(project.compositionToken(), 1);
+    EXPECT_TRUE(media->renderCalls().empty());
+}
+
+TEST_F(RelinkTest, AShorterFileShortensTheTrim) {
+    media->add("/m/short.mov", 5);
+    Clip a = placeholder(2, 8);
+    project.setClips({a});
+    project.relinkClip(a.id, "/m/short.mov");
+    executor.drain();
+    EXPECT_EQ(project.clip(a.id)->inSeconds, 2);
+    EXPECT_EQ(project.clip(a.id)->outSeconds, 5);
+}
+
+TEST_F(RelinkTest, AnInPointPastTheNewFileLeavesAClipOfLengthZero) {
+    media->add("/m/short.mov", 5);
+    Clip a = placeholder(7, 8);
+    project.setClips({a});
+    project.relinkClip(a.id, "/m/short.mov");
+    executor.drain();
+    EXPECT_EQ(project.clip(a.id)->inSeconds, 5);
+    EXPECT_EQ(project.clip(a.id)->outSeconds, 5);
+    EXPECT_EQ(project.clip(a.id)->timelineLength(), 0);
+}
+
+TEST_F(RelinkTest, ANegativeInPointIsLimitedToZero) {
+    media->add("/m/long.mov", 30);
+    Clip a = placeholder(-1, 3);
+    project.setClips({a});
+    project.relinkClip(a.id, "/m/long.mov");
+    executor.drain();
+    EXPECT_EQ(project.clip(a.id)->inSeconds, 0);
+    EXPECT_EQ(project.clip(a.id)->outSeconds, 3);
+}
+
+TEST_F(RelinkTest, AReversedPlaceholderKeepsItsStretchAndRendersAnew) {
+    media->add("/m/found.mov", 12);
+    VantrellSnapshotClip record{Uuid::random(), "/gone/a.mov", {}, 2, 6, 0};
+    record.isReversed = true;
+    record.forwardInSeconds = 2;
+    record.forwardOutSeconds = 6;
+    Clip old = Clip::missingPlaceholder(record);
+    project.setClips({old});
+    project.relinkClip(old.id, "/m/found.mov");
+    std::string log = drainCapturingLog();
+
+    const Clip& now = *project.clip(old.id);
+    EXPECT_TRUE(now.isReversed);
+    EXPECT_EQ(now.forwardInSeconds, 2);
+    EXPECT_EQ(now.forwardOutSeconds, 6);
+    EXPECT_EQ(now.reversedURL, std::nullopt) << "the render failed, as configured";
+    auto calls = media->renderCalls();
+    ASSERT_EQ(calls.size(), 1u);
+    EXPECT_EQ(calls[0].url, std::filesystem::path("/m/found.mov"));
+    EXPECT_EQ(calls[0].fromSeconds, 2);
+    EXPECT_EQ(calls[0].toSeconds, 6);
+    EXPECT_NE(log.find("renderReversedAsync dispatched for found.mov range=[2.000000..6.000000]"),
+              std::string::npos);
+}
+
+TEST_F(RelinkTest, AReversedPlaceholderGetsItsRenderWhenItLands) {
+    media->add("/m/found.mov", 12);
+    media->setRenderResult("/tmp/vantrell-reversed-1.mov");
+    VantrellSnapshotClip record{Uuid::random(), "/gone/a.mov", {}, 2, 6, 0};
+    record.isReversed = true;
+    record.forwardInSeconds = 2;
+    record.forwardOutSeconds = 6;
+    Clip old = Clip::missingPlaceholder(record);
+    project.setClips({old});
+    project.relinkClip(old.id, "/m/found.mov");
+    drainCapturingLog();
+    EXPECT_EQ(project.clip(old.id)->reversedURL,
+              std::filesystem::path("/tmp/vantrell-reversed-1.mov"));
+    EXPECT_EQ(project.clip(old.id)->inSeconds, 0);
+    EXPECT_EQ(project.clip(old.id)->outSeconds, 4);
+    EXPECT_EQ(project.undoCount(), 1u);
+}
+
+TEST_F(RelinkTest, OtherPlaceholdersOfTheSameFileStayMissing) {
+    media->add("/m/found.mov", 12);
+    Clip a = placeholder(0, 4);
+    Clip b = placeholder(4, 8, 4);
+    project.setClips({a, b});
+    project.relinkClip(a.id, "/m/found.mov");
+    executor.drain();
+    EXPECT_FALSE(project.clip(a.id)->isMissing);
+    EXPECT_TRUE(project.clip(b.id)->isMissing);
+    EXPECT_EQ(*project.clip(b.id), b);
+}
+
+TEST_F(RelinkTest, UndoShowsThePlaceholderAgainAndRedoTheLiveClip) {
+    media->add("/m/found.mov", 12);
+    Clip a = placeholder(0, 4);
+    project.setClips({a});
+    project.relinkClip(a.id, "/m/found.mov");
+    executor.drain();
+    Clip live = *project.clip(a.id);
+    project.undo();
+    EXPECT_EQ(project.clips(), std::vector<Clip>{a});
+    project.redo();
+    EXPECT_EQ(project.clips(), std::vector<Clip>{live});
+}
+
+TEST_F(RelinkTest, AnAudioFileTakesTheClipOffTheVideoRowButKeepsItsMask) {
+    media->add("/m/voice.wav", 12, false, true);
+    Clip a = placeholder(0, 4);
+    project.setClips({a});
+    project.relinkClip(a.id, "/m/voice.wav");
+    executor.drain();
+    const Clip& now = *project.clip(a.id);
+    EXPECT_FALSE(now.hasVideo);
+    EXPECT_EQ(now.streamMask, StreamMask::both);
+    EXPECT_FALSE(now.isOnVideoRow());
+    EXPECT_TRUE(now.isOnAudioRow());
+    EXPECT_FALSE(project.hasVideoContent());
+}
+
+TEST_F(RelinkTest, AFileThatCannotBeProbedIsLoggedAndChangesNothing) {
+    Clip a = placeholder(0, 4);
+    project.setClips({a});
+    model_test::Recorder r(project);
+    project.relinkClip(a.id, "/m/broken.mov");
+    std::string log = drainCapturingLog();
+    EXPECT_EQ(log, "Vantrell: relink failed for broken.mov\n");
+    EXPECT_EQ(project.clips(), std::vector<Clip>{a});
+    EXPECT_FALSE(project.canUndo());
+    EXPECT_EQ(project.compositionToken(), 0);
+    EXPECT_EQ(r.didChangeCalls, 0);
+}
+
+TEST_F(RelinkTest, AnUnknownClipIsNotRelinked) {
+    media->add("/m/found.mov", 12);
+    project.setClips({placeholder(0, 4)});
+    project.relinkClip(Uuid::random(), "/m/found.mov");
+    executor.drain();
+    EXPECT_EQ(media->probeCount(), 0);
+    EXPECT_FALSE(project.canUndo());
+}
+
+TEST_F(RelinkTest, AClipDeletedDuringTheProbeStillRecordsAndRaisesTheToken) {
+    media->add("/m/found.mov", 12);
+    Clip a = placeholder(0, 4);
+    project.setClips({a});
+    project.setSelectedClipID(a.id);
+    project.relinkClip(a.id, "/m/found.mov");
+    project.deleteSelected();
+    auto token = project.compositionToken();
+    executor.drain();
+    EXPECT_TRUE(project.clips().empty());
+    EXPECT_EQ(project.undoName(), "Relink Clip");
+    EXPECT_EQ(project.compositionToken(), token + 1);
+}
+
+TEST_F(RelinkTest, AnEditDuringTheProbeIsReplacedByTheRelinkedClip) {
+    media->add("/m/found.mov", 12);
+    Clip a = placeholder(0, 4, 1);
+    project.setClips({a});
+    media->holdProbes();
+    project.relinkClip(a.id, "/m/found.mov");
+    media->waitForProbes(1);
+    project.moveClip(a.id, 9);
+    media->releaseProbes();
+    executor.drain();
+    EXPECT_EQ(project.clip(a.id)->startOnTimeline, 1);
+    EXPECT_FALSE(project.clip(a.id)->isMissing);
+}
+
+}  // namespace
