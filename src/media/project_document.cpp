@@ -8,6 +8,11 @@ namespace media {
 ProjectDocument::ProjectDocument(model::ProjectContext context)
     : project_(std::make_unique<model::Project>(std::move(context))) {
     project_->didChange = [this] {
+        // The token raised as hydration ends is the last step of opening, not an edit.
+        if (awaitingHydration_ && !project_->isHydrating()) {
+            awaitingHydration_ = false;
+            return;
+        }
         modified_ = true;
         onModified();
     };
@@ -27,6 +32,7 @@ common::Result<std::unique_ptr<ProjectDocument>> ProjectDocument::open(
     document->project_->applySnapshotEagerly(*snapshot);
     // Setting the framing and insets calls didChange, but a file just read is not edited.
     document->modified_ = false;
+    document->awaitingHydration_ = true;
     document->project_->hydrateClips(std::move(snapshot->clips));
     return document;
 }

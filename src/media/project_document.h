@@ -43,6 +43,7 @@ class ProjectDocument {
     std::unique_ptr<model::Project> project_;
     std::optional<std::filesystem::path> file_;
     bool modified_ = false;
+    bool awaitingHydration_ = false;
 };
 
 }  // namespace media
