@@ -9,7 +9,7 @@ namespace common {
 // Runs work off the owning thread and brings its results back to the owning thread.
 // The owning thread is whichever thread runs the posted tasks.
 class Executor {
-public:
+  public:
     virtual ~Executor() = default;
 
     // Runs `work` on some background thread. Safe to call from any thread.
@@ -22,12 +22,11 @@ public:
 // Runs `work()` in the background and then `done(result)` on the owning thread.
 template <typename Work, typename Done>
 void runAsync(Executor& executor, Work work, Done done) {
-    executor.runInBackground(
-        [&executor, work = std::move(work), done = std::move(done)]() mutable {
-            using R = decltype(work());
-            auto result = std::make_shared<R>(work());
-            executor.postToOwner([result, done]() mutable { done(std::move(*result)); });
-        });
+    executor.runInBackground([&executor, work = std::move(work), done = std::move(done)]() mutable {
+        using R = decltype(work());
+        auto result = std::make_shared<R>(work());
+        executor.postToOwner([result, done]() mutable { done(std::move(*result)); });
+    });
 }
 
 }  // namespace common

@@ -13,7 +13,7 @@ enum class LogLevel { info, error };
 // A named logger in the style "subsystem/category"; each line it writes is
 // prefixed with its category so that a reader can filter by it.
 class Logger {
-public:
+  public:
     constexpr Logger(std::string_view subsystem, std::string_view category)
         : subsystem_(subsystem), category_(category) {}
 
@@ -24,7 +24,7 @@ public:
     std::string_view subsystem() const { return subsystem_; }
     std::string_view category() const { return category_; }
 
-private:
+  private:
     std::string_view subsystem_;
     std::string_view category_;
 };

@@ -15,7 +15,7 @@ struct Error {
 // The value of an operation that can fail, or the reason it failed.
 template <typename T>
 class [[nodiscard]] Result {
-public:
+  public:
     Result(T value) : v_(std::move(value)) {}
     Result(Error error) : v_(std::move(error)) {}
 
@@ -32,12 +32,14 @@ public:
 
     const Error& error() const { return std::get<1>(v_); }
 
-private:
+  private:
     std::variant<T, Error> v_;
 };
 
 using Status = Result<std::monostate>;
 
-inline Status success() { return std::monostate{}; }
+inline Status success() {
+    return std::monostate{};
+}
 
 }  // namespace common

@@ -18,7 +18,7 @@ namespace common {
 // Thread use: runInBackground/postToOwner from any thread; drain, runOwnerTasks and
 // setWakeup on the owning thread only.
 class ThreadPoolExecutor final : public Executor {
-public:
+  public:
     explicit ThreadPoolExecutor(std::size_t threads = defaultThreadCount());
     ~ThreadPoolExecutor() override;
 
@@ -41,7 +41,7 @@ public:
 
     static std::size_t defaultThreadCount();
 
-private:
+  private:
     void workerLoop(std::stop_token stop);
 
     std::mutex mutex_;  // guards everything below up to workers_

@@ -13,7 +13,7 @@ namespace common {
 // A 128-bit identifier. Its text form is 36 upper-case hexadecimal characters
 // grouped 8-4-4-4-12, which is also the only form parse() accepts besides lower case.
 class Uuid {
-public:
+  public:
     Uuid() = default;  // the nil UUID
     explicit Uuid(const std::array<std::uint8_t, 16>& bytes) : bytes_(bytes) {}
 
@@ -27,7 +27,7 @@ public:
     friend bool operator==(const Uuid&, const Uuid&) = default;
     friend auto operator<=>(const Uuid&, const Uuid&) = default;
 
-private:
+  private:
     std::array<std::uint8_t, 16> bytes_{};
 };
 

@@ -13,7 +13,7 @@ bool samePeaks(const Peaks& a, const Peaks& b) {
 }
 
 class Hasher {
-public:
+  public:
     template <typename T>
     void add(const T& v) {
         combine(std::hash<T>{}(v));
@@ -30,7 +30,7 @@ public:
     }
     std::size_t value() const { return h_; }
 
-private:
+  private:
     void combine(std::size_t x) { h_ ^= x + 0x9e3779b97f4a7c15ULL + (h_ << 6) + (h_ >> 2); }
     std::size_t h_ = 0;
 };
@@ -39,16 +39,15 @@ private:
 
 bool operator==(const Clip& a, const Clip& b) {
     return a.id == b.id && a.url == b.url && a.bookmark == b.bookmark &&
-           a.displayName == b.displayName && a.hasVideo == b.hasVideo &&
-           a.hasAudio == b.hasAudio && a.fullDurationSeconds == b.fullDurationSeconds &&
-           a.frameRate == b.frameRate && a.naturalSize == b.naturalSize &&
-           a.inSeconds == b.inSeconds && a.outSeconds == b.outSeconds &&
-           a.streamMask == b.streamMask && a.linkGroupID == b.linkGroupID &&
-           a.rateMultiplier == b.rateMultiplier && a.isReversed == b.isReversed &&
-           a.reversedURL == b.reversedURL && a.forwardInSeconds == b.forwardInSeconds &&
-           a.forwardOutSeconds == b.forwardOutSeconds && a.isMissing == b.isMissing &&
-           a.startOnTimeline == b.startOnTimeline && a.thumbnail == b.thumbnail &&
-           a.filmstrip == b.filmstrip && a.waveform == b.waveform &&
+           a.displayName == b.displayName && a.hasVideo == b.hasVideo && a.hasAudio == b.hasAudio &&
+           a.fullDurationSeconds == b.fullDurationSeconds && a.frameRate == b.frameRate &&
+           a.naturalSize == b.naturalSize && a.inSeconds == b.inSeconds &&
+           a.outSeconds == b.outSeconds && a.streamMask == b.streamMask &&
+           a.linkGroupID == b.linkGroupID && a.rateMultiplier == b.rateMultiplier &&
+           a.isReversed == b.isReversed && a.reversedURL == b.reversedURL &&
+           a.forwardInSeconds == b.forwardInSeconds && a.forwardOutSeconds == b.forwardOutSeconds &&
+           a.isMissing == b.isMissing && a.startOnTimeline == b.startOnTimeline &&
+           a.thumbnail == b.thumbnail && a.filmstrip == b.filmstrip && a.waveform == b.waveform &&
            samePeaks(a.waveformPeaks, b.waveformPeaks) && a.fingerprint == b.fingerprint &&
            a.rotationDegrees == b.rotationDegrees;
 }

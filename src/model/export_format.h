@@ -14,10 +14,14 @@ enum class ExportFormat { mp4 = 1, mov, m4a, wav };
 
 constexpr std::string_view toString(ExportFormat f) {
     switch (f) {
-        case ExportFormat::mp4: return "mp4";
-        case ExportFormat::mov: return "mov";
-        case ExportFormat::m4a: return "m4a";
-        case ExportFormat::wav: return "wav";
+        case ExportFormat::mp4:
+            return "mp4";
+        case ExportFormat::mov:
+            return "mov";
+        case ExportFormat::m4a:
+            return "m4a";
+        case ExportFormat::wav:
+            return "wav";
     }
     return "mp4";
 }

@@ -13,7 +13,7 @@ namespace model {
 // may substitute their own. Every member may be called from any background thread at
 // once, so implementations keep no unguarded state.
 class MediaServices {
-public:
+  public:
     virtual ~MediaServices() = default;
 
     // The probe: reads a file and makes a live clip with every field filled in.

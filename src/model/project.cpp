@@ -41,7 +41,9 @@ const Clip* Project::clip(const common::Uuid& id) const {
     return nullptr;
 }
 
-void Project::setClips(std::vector<Clip> clips) { assign(clips_, std::move(clips), ProjectField::clips); }
+void Project::setClips(std::vector<Clip> clips) {
+    assign(clips_, std::move(clips), ProjectField::clips);
+}
 
 void Project::setSelectedClipIDs(std::unordered_set<common::Uuid> ids) {
     assign(selectedClipIDs_, std::move(ids), ProjectField::selectedClipIDs);
@@ -75,13 +77,21 @@ void Project::setSelectedClipID(std::optional<common::Uuid> id) {
 void Project::setPlayheadGlobal(double seconds) {
     assign(playheadGlobal_, seconds, ProjectField::playheadGlobal);
 }
-void Project::setIsExporting(bool v) { assign(isExporting_, v, ProjectField::isExporting); }
-void Project::setExportProgress(double v) { assign(exportProgress_, v, ProjectField::exportProgress); }
+void Project::setIsExporting(bool v) {
+    assign(isExporting_, v, ProjectField::isExporting);
+}
+void Project::setExportProgress(double v) {
+    assign(exportProgress_, v, ProjectField::exportProgress);
+}
 void Project::setExportMessage(std::string v) {
     assign(exportMessage_, std::move(v), ProjectField::exportMessage);
 }
-void Project::setShowRetimeSheet(bool v) { assign(showRetimeSheet_, v, ProjectField::showRetimeSheet); }
-void Project::setShowCropSheet(bool v) { assign(showCropSheet_, v, ProjectField::showCropSheet); }
+void Project::setShowRetimeSheet(bool v) {
+    assign(showRetimeSheet_, v, ProjectField::showRetimeSheet);
+}
+void Project::setShowCropSheet(bool v) {
+    assign(showCropSheet_, v, ProjectField::showCropSheet);
+}
 
 void Project::setExportSheet(std::optional<ExportSheetState> v) {
     // The sheet's identity is its id: a state with the same id is the same sheet.
@@ -96,7 +106,9 @@ void Project::raiseCompositionToken() {
     notify(ProjectField::compositionToken);
 }
 
-void Project::setZoomFactor(double v) { assign(zoomFactor_, v, ProjectField::zoomFactor); }
+void Project::setZoomFactor(double v) {
+    assign(zoomFactor_, v, ProjectField::zoomFactor);
+}
 void Project::setTrimReadout(std::optional<TrimReadoutInfo> v) {
     assign(trimReadout_, v, ProjectField::trimReadout);
 }
@@ -106,11 +118,15 @@ void Project::setTrimPreview(std::optional<TrimPreviewState> v) {
 void Project::setTrimSnappedClipID(std::optional<common::Uuid> v) {
     assign(trimSnappedClipID_, v, ProjectField::trimSnappedClipID);
 }
-void Project::setIsPlaying(bool v) { assign(isPlaying_, v, ProjectField::isPlaying); }
+void Project::setIsPlaying(bool v) {
+    assign(isPlaying_, v, ProjectField::isPlaying);
+}
 void Project::setDragLandingX(std::optional<double> v) {
     assign(dragLandingX_, v, ProjectField::dragLandingX);
 }
-void Project::setFooterHeight(double v) { assign(footerHeight_, v, ProjectField::footerHeight); }
+void Project::setFooterHeight(double v) {
+    assign(footerHeight_, v, ProjectField::footerHeight);
+}
 
 void Project::setSmallClipMode(SmallClipMode mode) {
     didChange();
@@ -125,7 +141,9 @@ void Project::setCropInset(double& field, double v, ProjectField which) {
     didChange();
     assign(field, v, which);
 }
-void Project::setCropInsetTop(double v) { setCropInset(cropInsetTop_, v, ProjectField::cropInsetTop); }
+void Project::setCropInsetTop(double v) {
+    setCropInset(cropInsetTop_, v, ProjectField::cropInsetTop);
+}
 void Project::setCropInsetLeading(double v) {
     setCropInset(cropInsetLeading_, v, ProjectField::cropInsetLeading);
 }

@@ -75,7 +75,7 @@ struct ProjectContext {
 // value differs; `didChange`, the undo stacks and in-place writes of one clip tell every
 // time. `didChange` marks the document as edited.
 class Project {
-public:
+  public:
     using FieldObserver = std::function<void(ProjectField)>;
     using ObserverID = std::uint64_t;
 
@@ -271,7 +271,7 @@ public:
     // and speed; finishes once the probe lands, and records history only if it succeeds.
     void relinkClip(const common::Uuid& id, std::filesystem::path file);
 
-private:
+  private:
     void notify(ProjectField field);
     template <typename T>
     void assign(T& field, T value, ProjectField which);

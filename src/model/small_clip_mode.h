@@ -10,9 +10,12 @@ enum class SmallClipMode { proportional = 1, fill, centerNative };
 
 constexpr std::string_view toString(SmallClipMode m) {
     switch (m) {
-        case SmallClipMode::proportional: return "proportional";
-        case SmallClipMode::fill: return "fill";
-        case SmallClipMode::centerNative: return "centerNative";
+        case SmallClipMode::proportional:
+            return "proportional";
+        case SmallClipMode::fill:
+            return "fill";
+        case SmallClipMode::centerNative:
+            return "centerNative";
     }
     return "proportional";
 }

@@ -111,7 +111,8 @@ VantrellSnapshotClip decodeClip(const json& o, std::string_view ctx) {
     if (const json* m = member(o, "streamMask")) {
         const std::string& raw = text(*m, ctx, "streamMask");
         c.streamMask = parseStreamMask(raw);
-        if (!c.streamMask) throw DecodeError(where(ctx, "streamMask") + " has unknown value \"" + raw + "\"");
+        if (!c.streamMask)
+            throw DecodeError(where(ctx, "streamMask") + " has unknown value \"" + raw + "\"");
     }
     if (const json* g = member(o, "linkGroupID")) c.linkGroupID = uuid(*g, ctx, "linkGroupID");
     c.rateMultiplier = optionalNumber(o, "rateMultiplier", ctx);
@@ -154,7 +155,8 @@ VantrellSnapshot decodeSnapshotJson(const json& o) {
         s.clips.push_back(decodeClip(clips[i], "clip " + std::to_string(i + 1) + ": "));
     s.playheadGlobal = number(required(o, "playheadGlobal", ctx), ctx, "playheadGlobal");
     s.zoomFactor = number(required(o, "zoomFactor", ctx), ctx, "zoomFactor");
-    if (const json* p = member(o, "preferLossless")) s.preferLossless = boolean(*p, ctx, "preferLossless");
+    if (const json* p = member(o, "preferLossless"))
+        s.preferLossless = boolean(*p, ctx, "preferLossless");
     if (const json* m = member(o, "smallClipMode")) {
         const std::string& raw = text(*m, ctx, "smallClipMode");
         s.smallClipMode = parseSmallClipMode(raw);
@@ -188,7 +190,8 @@ auto encoding(F&& f) -> common::Result<decltype(f())> {
 
 bool isUnreservedInPath(unsigned char c) {
     if ((c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9')) return true;
-    return std::string_view("-._~/!$&'()*+,;=:@").find(static_cast<char>(c)) != std::string_view::npos;
+    return std::string_view("-._~/!$&'()*+,;=:@").find(static_cast<char>(c)) !=
+           std::string_view::npos;
 }
 
 constexpr char kBase64[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";

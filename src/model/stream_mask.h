@@ -10,9 +10,12 @@ enum class StreamMask { both = 1, videoOnly, audioOnly };
 
 constexpr std::string_view toString(StreamMask m) {
     switch (m) {
-        case StreamMask::both: return "both";
-        case StreamMask::videoOnly: return "videoOnly";
-        case StreamMask::audioOnly: return "audioOnly";
+        case StreamMask::both:
+            return "both";
+        case StreamMask::videoOnly:
+            return "videoOnly";
+        case StreamMask::audioOnly:
+            return "audioOnly";
     }
     return "both";
 }

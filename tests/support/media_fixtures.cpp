@@ -1,8 +1,8 @@
 #include "support/media_fixtures.h"
 
-#include <cstdlib>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <cstdlib>
 
 #include <gtest/gtest.h>
 
@@ -38,8 +38,8 @@ std::filesystem::path makeMedia(const std::string& name, const std::string& args
     if (std::filesystem::exists(path)) return path;
     // Write beside the target and rename, so tests running in parallel never see half a file.
     auto partial = scratchDir() / (".partial-" + std::to_string(::getpid()) + "-" + name);
-    std::string cmd = std::string(VANTRELL_FFMPEG) + " -y -nostdin -loglevel error " + args +
-                      " " + quote(partial.string());
+    std::string cmd = std::string(VANTRELL_FFMPEG) + " -y -nostdin -loglevel error " + args + " " +
+                      quote(partial.string());
     if (run(cmd) != 0) {
         ADD_FAILURE() << "ffmpeg failed: " << cmd;
         return path;
