@@ -2,6 +2,7 @@
 
 #include "media/bookmark.h"
 #include "media/probe.h"
+#include "media/reverse_render.h"
 
 namespace media {
 
@@ -18,6 +19,11 @@ std::optional<model::Bytes> LocalMediaServices::makeBookmark(const std::filesyst
 std::optional<std::filesystem::path> LocalMediaServices::resolveBookmark(
     const model::Bytes& bookmark, const std::optional<std::filesystem::path>& projectFolder) {
     return media::resolveBookmark(bookmark, projectFolder);
+}
+
+std::optional<std::filesystem::path> LocalMediaServices::renderReversed(
+    const std::filesystem::path& url, double fromSeconds, double toSeconds) {
+    return renderReversedMedia(url, fromSeconds, toSeconds);
 }
 
 }  // namespace media

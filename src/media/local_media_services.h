@@ -4,9 +4,10 @@
 
 namespace media {
 
-// The media services a project uses on real files: the FFmpeg probe and file bookmarks.
+// The media services a project uses on real files: the FFmpeg probe, file bookmarks and
+// backward renders.
 class LocalMediaServices final : public model::MediaServices {
-public:
+  public:
     common::Result<model::Clip> probe(const std::filesystem::path& url,
                                       const std::optional<model::Bytes>& bookmark,
                                       const common::Uuid& id) override;
@@ -14,6 +15,9 @@ public:
     std::optional<std::filesystem::path> resolveBookmark(
         const model::Bytes& bookmark,
         const std::optional<std::filesystem::path>& projectFolder) override;
+    std::optional<std::filesystem::path> renderReversed(const std::filesystem::path& url,
+                                                        double fromSeconds,
+                                                        double toSeconds) override;
 };
 
 }  // namespace media

@@ -1,0 +1,90 @@
+#include "media/media_input.h"
+
+#include <cmath>
+#include <cstdint>
+#include <mutex>
+#include <string_view>
+
+#include "media/av_error.h"
+
+extern "C" {
+#include <libavutil/display.h>
+#include <libavutil/log.h>
+}
+
+namespace media {
+
+namespace {
+
+// "file:" keeps a colon in a file name from being read as a protocol name.
+constexpr std::string_view kFileProtocol = "file:";
+
+void silenceLibraryLogs() {
+    // Each failure reaches its caller as an Error and is logged once where it is handled;
+    // the libraries' own lines on stderr would only repeat it, once per broken frame.
+    static std::once_flag once;
+    std::call_once(once, [] { av_log_set_level(AV_LOG_QUIET); });
+}
+
+}  // namespace
+
+common::Result<InputFormatPtr> openInput(const std::filesystem::path& path) {
+    silenceLibraryLogs();
+    const std::string url = std::string(kFileProtocol) + path.string();
+    AVFormatContext* raw = nullptr;
+    // On failure FFmpeg frees *raw itself, so wrap only after success.
+    if (int rc = avformat_open_input(&raw, url.c_str(), nullptr, nullptr); rc < 0)
+        return avError(rc, "Cannot open " + path.string() + " as media");
+    InputFormatPtr input{raw};
+    if (int rc = avformat_find_stream_info(input.get(), nullptr); rc < 0)
+        return avError(rc, "Cannot read the streams of " + path.string());
+    return input;
+}
+
+const AVStream* firstStream(const AVFormatContext& input, AVMediaType type) {
+    for (unsigned i = 0; i < input.nb_streams; ++i) {
+        const AVStream* stream = input.streams[i];
+        if (stream->codecpar->codec_type != type) continue;
+        if (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) continue;
+        return stream;
+    }
+    return nullptr;
+}
+
+common::Result<CodecContextPtr> openDecoder(const AVFormatContext& input, const AVStream& stream,
+                                            int threads) {
+    const AVCodecParameters& parameters = *stream.codecpar;
+    const std::string what = "the " + std::string(avcodec_get_name(parameters.codec_id)) +
+                             " stream #" + std::to_string(stream.index) + " of " +
+                             sourceName(input);
+    const AVCodec* codec = avcodec_find_decoder(parameters.codec_id);
+    if (!codec) return common::Error{"There is no decoder for " + what + "."};
+    CodecContextPtr decoder{avcodec_alloc_context3(codec)};
+    if (!decoder) return avError(AVERROR(ENOMEM), "Cannot make a decoder for " + what);
+    if (int rc = avcodec_parameters_to_context(decoder.get(), &parameters); rc < 0)
+        return avError(rc, "Cannot set up a decoder for " + what);
+    decoder->pkt_timebase = stream.time_base;
+    decoder->thread_count = threads;
+    if (int rc = avcodec_open2(decoder.get(), codec, nullptr); rc < 0)
+        return avError(rc, "Cannot open a decoder for " + what);
+    return decoder;
+}
+
+int displayRotationDegrees(const AVStream& stream) {
+    std::size_t size = 0;
+    const std::uint8_t* data = av_stream_get_side_data(&stream, AV_PKT_DATA_DISPLAYMATRIX, &size);
+    if (!data || size < 9 * sizeof(std::int32_t)) return 0;
+    const double counterClockwise =
+        av_display_rotation_get(reinterpret_cast<const std::int32_t*>(data));
+    if (std::isnan(counterClockwise)) return 0;
+    const long quarterTurns = std::lround(-counterClockwise / 90.0);
+    return static_cast<int>((quarterTurns % 4 + 4) % 4) * 90;
+}
+
+std::string sourceName(const AVFormatContext& input) {
+    std::string_view url = input.url ? input.url : "";
+    if (url.starts_with(kFileProtocol)) url.remove_prefix(kFileProtocol.size());
+    return std::string(url);
+}
+
+}  // namespace media

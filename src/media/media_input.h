@@ -1,0 +1,31 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "common/result.h"
+#include "media/ff_ptr.h"
+
+namespace media {
+
+// Opens a media file for reading and reads enough of it to know its streams. FFmpeg's
+// own logging is silenced for the process on first use: failures come back as Errors.
+common::Result<InputFormatPtr> openInput(const std::filesystem::path& path);
+
+// The first stream of `type` in file order, or null. Cover art (an attached picture)
+// is not a video stream.
+const AVStream* firstStream(const AVFormatContext& input, AVMediaType type);
+
+// A decoder ready for the packets of `stream`, which belongs to `input`. `threads` is the
+// decoder's thread count; 0 lets FFmpeg choose. Frames come out in `stream`'s time base.
+common::Result<CodecContextPtr> openDecoder(const AVFormatContext& input, const AVStream& stream,
+                                            int threads);
+
+// How far the stream's picture must be turned for display: 0, 90, 180 or 270 degrees
+// clockwise. Flips in the display matrix are ignored.
+int displayRotationDegrees(const AVStream& stream);
+
+// The path `input` was opened from, for messages.
+std::string sourceName(const AVFormatContext& input);
+
+}  // namespace media
