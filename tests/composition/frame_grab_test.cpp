@@ -1,0 +1,138 @@
+#include "composition/frame_grab.h"
+
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "composition/render_test_support.h"
+#include "model/project.h"
+
+namespace {
+
+using composition::grabFrame;
+using composition::writePng;
+using render_test::clipOf;
+
+std::vector<int> pixelAt(const model::ImageData& image, int x, int y) {
+    const std::uint8_t* p = &image.rgba[(static_cast<std::size_t>(y) * image.width + x) * 4];
+    return {p[0], p[1], p[2], p[3]};
+}
+
+TEST(FrameGrab, ClipUnderAnotherGivesTheTopClipsFrame) {
+    const auto red = clipOf(render_test::solid("red"), 0, 0, 2);
+    const auto blue = clipOf(render_test::solid("blue"), 0.5, 0, 0.5);
+    const auto image = grabFrame({red, blue}, 0.75);
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->width, 160);
+    EXPECT_EQ(image->height, 120);
+    const auto centre = pixelAt(*image, 80, 60);
+    EXPECT_GT(centre[2], 200);
+    EXPECT_LT(centre[0], 60);
+    EXPECT_EQ(centre[3], 255);
+
+    const auto below = grabFrame({red, blue}, 1.25);
+    ASSERT_TRUE(below);
+    EXPECT_GT(pixelAt(*below, 80, 60)[0], 200);
+}
+
+TEST(FrameGrab, IsTheExactFrameAtTheTime) {
+    // Frame 31 starts at 31/30 s = 1.0333 s; a grab at 1.035 s shows it, at 1.03 s frame 30.
+    const auto file = render_test::h264();
+    const auto plain = render_test::decodeAllVideo(file);
+    const auto clip = clipOf(file, 0, 0, 3);
+    const auto rgbaOf = [](const AVFrame& frame) {
+        media::SwsPtr scaler{sws_getContext(
+            frame.width, frame.height, static_cast<AVPixelFormat>(frame.format), frame.width,
+            frame.height, AV_PIX_FMT_RGBA, SWS_BICUBIC, nullptr, nullptr, nullptr)};
+        std::vector<std::uint8_t> rgba(static_cast<std::size_t>(frame.width) * frame.height * 4);
+        std::uint8_t* planes[4] = {rgba.data()};
+        int strides[4] = {frame.width * 4};
+        sws_scale(scaler.get(), frame.data, frame.linesize, 0, frame.height, planes, strides);
+        return rgba;
+    };
+    const auto at30 = grabFrame({clip}, 1.03);
+    const auto at31 = grabFrame({clip}, 1.035);
+    ASSERT_TRUE(at30 && at31);
+    EXPECT_EQ(at30->rgba, rgbaOf(*plain.frames[30].frame));
+    EXPECT_EQ(at31->rgba, rgbaOf(*plain.frames[31].frame));
+    EXPECT_NE(at30->rgba, at31->rgba);
+}
+
+TEST(FrameGrab, CroppedProjectGivesTheWholeFrame) {
+    model::Project project;
+    project.setClips({clipOf(render_test::h264(), 0, 0, 2)});
+    project.setCropInsetLeading(0.25);
+    project.setCropInsetTop(0.1);
+    const auto image = grabFrame(project.clips(), 1.0);
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->width, 160);
+    EXPECT_EQ(image->height, 120);
+}
+
+TEST(FrameGrab, TurnedClipIsUprightAtItsFullSize) {
+    const auto image = grabFrame({clipOf(render_test::turnedClockwise90(), 0, 0, 2)}, 0.5);
+    ASSERT_TRUE(image);
+    EXPECT_EQ(image->width, 120);
+    EXPECT_EQ(image->height, 160);
+}
+
+TEST(FrameGrab, RetimedClipShowsTheFrameAtTheRetimedPosition) {
+    const auto file = render_test::h264();
+    auto fast = clipOf(file, 0, 0, 2);
+    fast.rateMultiplier = 2;
+    const auto retimed = grabFrame({fast}, 0.5);
+    const auto plain = grabFrame({clipOf(file, 0, 0, 2)}, 1.0);
+    ASSERT_TRUE(retimed && plain);
+    EXPECT_EQ(retimed->rgba, plain->rgba);
+}
+
+TEST(FrameGrab, NothingWhereNoPictureShows) {
+    const auto clip = clipOf(render_test::h264(), 1, 0, 1);
+    EXPECT_FALSE(grabFrame({clip}, 0.5));
+    EXPECT_FALSE(grabFrame({clip}, 2.0));
+    EXPECT_FALSE(grabFrame({clip}, 7.0));
+    EXPECT_FALSE(grabFrame({}, 0));
+    EXPECT_FALSE(grabFrame({clipOf(render_test::toneWav(), 0, 0, 1)}, 0.5));
+    auto gone = clip;
+    gone.url = testing_support::scratchDir() / "render_gone.mp4";
+    EXPECT_FALSE(grabFrame({gone}, 1.5));
+    EXPECT_TRUE(grabFrame({clip}, 1.5));
+}
+
+TEST(FrameGrab, PngDecodesToTheSameImage) {
+    const auto image = grabFrame({clipOf(render_test::h264(), 0, 0, 2)}, 1.0);
+    ASSERT_TRUE(image);
+    const auto dir = testing_support::freshDir("frame_grab_png");
+    const auto png = dir / "frame.png";
+    std::ofstream(png) << "an older file";
+    const auto written = writePng(image, png);
+    ASSERT_TRUE(written) << written.error().message;
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(dir),
+                            std::filesystem::directory_iterator()),
+              1);
+
+    const auto raw = dir / "frame.rgba";
+    ASSERT_EQ(
+        testing_support::run(std::string(VANTRELL_FFMPEG) + " -y -nostdin -loglevel error -i " +
+                             testing_support::quote(png.string()) + " -f rawvideo -pix_fmt rgba " +
+                             testing_support::quote(raw.string())),
+        0);
+    std::ifstream in(raw, std::ios::binary);
+    const std::vector<std::uint8_t> decoded{std::istreambuf_iterator<char>(in),
+                                            std::istreambuf_iterator<char>()};
+    EXPECT_EQ(decoded, image->rgba);
+}
+
+TEST(FrameGrab, PngOfNoImageFailsAndLeavesNothing) {
+    const auto dir = testing_support::freshDir("frame_grab_none");
+    EXPECT_FALSE(writePng(nullptr, dir / "frame.png"));
+    EXPECT_FALSE(std::filesystem::exists(dir / "frame.png"));
+}
+
+}  // namespace

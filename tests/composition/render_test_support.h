@@ -1,0 +1,270 @@
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "common/uuid.h"
+#include "composition/composition.h"
+#include "media/ff_ptr.h"
+#include "media/media_input.h"
+#include "media/probe.h"
+#include "model/clip.h"
+#include "support/media_fixtures.h"
+
+extern "C" {
+#include <libavutil/imgutils.h>
+#include <libavutil/pixdesc.h>
+}
+
+// Tiny media made by the ffmpeg tool on first use in a run, and plain decodes of it to
+// hold the renderers' output against: every frame from the start, no seeking.
+namespace render_test {
+
+using testing_support::makeMedia;
+using testing_support::quote;
+
+inline const std::string kPicture = "-f lavfi -i testsrc2=size=160x120:rate=30 ";
+
+// H.264 with B-frames (some not referenced) and keyframes 40 frames apart.
+inline std::filesystem::path h264() {
+    return makeMedia("render_h264.mp4", kPicture +
+                                            "-t 3 -c:v libx264 -preset veryfast -bf 3 -g 40 "
+                                            "-keyint_min 40 -sc_threshold 0 -pix_fmt yuv420p");
+}
+// The same stream in MPEG-TS, whose clock starts well above 0.
+inline std::filesystem::path h264Ts() {
+    return makeMedia("render_h264.ts", "-i " + quote(h264().string()) + " -c copy");
+}
+// Without an edit list the B-frame delay shows: the clock starts two frames above 0.
+inline std::filesystem::path h264WithoutEditList() {
+    return makeMedia("render_h264_no_edits.mp4",
+                     "-i " + quote(h264().string()) + " -c copy -use_editlist 0");
+}
+inline std::filesystem::path mpeg4Avi() {
+    return makeMedia("render_mpeg4.avi",
+                     "-f lavfi -i testsrc2=size=160x120:rate=25 -t 3 "
+                     "-c:v mpeg4 -bf 2 -g 20 -q:v 4");
+}
+inline std::filesystem::path vp9Webm() {
+    return makeMedia("render_vp9.webm", kPicture +
+                                            "-t 2 -c:v libvpx-vp9 -deadline realtime "
+                                            "-cpu-used 8 -g 20 -b:v 200k");
+}
+// Frames at uneven times: 0, 3, 6, 9, 10, 12, 15, ... thirtieths of a second.
+inline std::filesystem::path variableRateMp4() {
+    return makeMedia("render_vfr.mp4",
+                     kPicture +
+                         "-t 2 -vf \"select='not(mod(n\\,3))+eq(n\\,10)'\" "
+                         "-fps_mode passthrough -c:v libx264 -preset veryfast -bf 2 "
+                         "-g 12 -pix_fmt yuv420p");
+}
+// ffmpeg 5.1 turns a "rotate" tag of R into R degrees counter-clockwise.
+inline std::filesystem::path turnedClockwise90() {
+    return makeMedia("render_cw90.mp4",
+                     "-i " + quote(h264().string()) + " -c copy -metadata:s:v:0 rotate=270");
+}
+inline std::filesystem::path turnedClockwise270() {
+    return makeMedia("render_cw270.mp4",
+                     "-i " + quote(h264().string()) + " -c copy -metadata:s:v:0 rotate=90");
+}
+inline std::filesystem::path turnedHalf() {
+    return makeMedia("render_180.mp4",
+                     "-i " + quote(h264().string()) + " -c copy -metadata:s:v:0 rotate=180");
+}
+// 4:2:2 can't be turned by a quarter as it is.
+inline std::filesystem::path turnedFourTwoTwo() {
+    const auto upright = makeMedia("render_422.mp4", kPicture +
+                                                         "-t 1 -c:v libx264 -preset veryfast "
+                                                         "-pix_fmt yuv422p");
+    return makeMedia("render_422_cw90.mp4",
+                     "-i " + quote(upright.string()) + " -c copy -metadata:s:v:0 rotate=270");
+}
+inline std::filesystem::path solid(const std::string& colour) {
+    return makeMedia("render_" + colour + ".mp4",
+                     "-f lavfi -i color=c=" + colour +
+                         ":size=160x120:rate=30 -t 2 -c:v libx264 -preset veryfast "
+                         "-pix_fmt yuv420p");
+}
+
+inline const std::string kTone = "-f lavfi -i sine=frequency=440:sample_rate=48000 ";
+inline std::filesystem::path toneWav() {
+    return makeMedia("render_tone.wav", kTone + "-t 2 -c:a pcm_s16le");
+}
+inline std::filesystem::path toneAac() {
+    return makeMedia("render_tone.m4a", kTone + "-t 2 -c:a aac -b:a 128k");
+}
+inline std::filesystem::path toneMp3() {
+    return makeMedia("render_tone.mp3",
+                     "-f lavfi -i sine=frequency=440:sample_rate=44100 "
+                     "-t 2 -c:a libmp3lame -b:a 128k");
+}
+// A picture with a tone, for projects that need both.
+inline std::filesystem::path h264WithTone() {
+    return makeMedia(
+        "render_h264_tone.mp4",
+        kPicture + kTone + "-t 2 -c:v libx264 -preset veryfast -pix_fmt yuv420p -c:a aac");
+}
+
+// The clip the probe makes of `file`, placed at `start` and trimmed to in..out.
+inline model::Clip clipOf(const std::filesystem::path& file, double start, double inSeconds,
+                          double outSeconds) {
+    auto probed =
+        media::probeClip(file, std::nullopt, common::Uuid::random(), media::ThumbnailPolicy::skip);
+    EXPECT_TRUE(probed) << probed.error().message;
+    if (!probed) return {};
+    model::Clip clip = probed.value();
+    clip.startOnTimeline = start;
+    clip.inSeconds = inSeconds;
+    clip.outSeconds = outSeconds;
+    return clip;
+}
+
+// One frame of a plain decode, its time counted from the stream's start time.
+struct PlainFrame {
+    std::int64_t timestamp = 0;
+    media::FramePtr frame;
+};
+
+struct PlainVideo {
+    AVRational timeBase{0, 1};
+    std::vector<PlainFrame> frames;
+};
+
+// Every frame of the first video stream, decoded on one thread from the start.
+inline PlainVideo decodeAllVideo(const std::filesystem::path& file) {
+    PlainVideo result;
+    auto input = media::openInput(file);
+    EXPECT_TRUE(input);
+    if (!input) return result;
+    const AVStream* stream = media::firstStream(*input.value(), AVMEDIA_TYPE_VIDEO);
+    EXPECT_TRUE(stream);
+    if (!stream) return result;
+    auto decoder = media::openDecoder(*input.value(), *stream, 1);
+    EXPECT_TRUE(decoder);
+    if (!decoder) return result;
+    result.timeBase = stream->time_base;
+    const std::int64_t start = stream->start_time != AV_NOPTS_VALUE ? stream->start_time : 0;
+    media::PacketPtr packet{av_packet_alloc()};
+    const auto receive = [&] {
+        for (;;) {
+            media::FramePtr frame{av_frame_alloc()};
+            if (avcodec_receive_frame(decoder.value().get(), frame.get()) < 0) return;
+            // A frame without a time follows the one before by one unit.
+            const std::int64_t time = frame->best_effort_timestamp;
+            const std::int64_t timestamp =
+                time != AV_NOPTS_VALUE
+                    ? time - start
+                    : (result.frames.empty() ? 0 : result.frames.back().timestamp + 1);
+            result.frames.push_back({timestamp, std::move(frame)});
+        }
+    };
+    while (av_read_frame(input.value().get(), packet.get()) >= 0) {
+        if (packet->stream_index == stream->index)
+            avcodec_send_packet(decoder.value().get(), packet.get());
+        av_packet_unref(packet.get());
+        receive();
+    }
+    avcodec_send_packet(decoder.value().get(), nullptr);
+    receive();
+    return result;
+}
+
+// Whether two pictures have the same format, size and pixels.
+inline bool samePicture(const AVFrame& a, const AVFrame& b) {
+    if (a.format != b.format || a.width != b.width || a.height != b.height) return false;
+    const auto format = static_cast<AVPixelFormat>(a.format);
+    const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(format);
+    for (int plane = 0; plane < av_pix_fmt_count_planes(format); ++plane) {
+        const bool chroma = plane == 1 || plane == 2;
+        const int rows = chroma ? AV_CEIL_RSHIFT(a.height, descriptor->log2_chroma_h) : a.height;
+        const int bytes = av_image_get_linesize(format, a.width, plane);
+        for (int y = 0; y < rows; ++y) {
+            if (std::memcmp(a.data[plane] + static_cast<std::ptrdiff_t>(y) * a.linesize[plane],
+                            b.data[plane] + static_cast<std::ptrdiff_t>(y) * b.linesize[plane],
+                            static_cast<std::size_t>(bytes)) != 0)
+                return false;
+        }
+    }
+    return true;
+}
+
+// The index of the frame shown at the source time composition time `value`/`scale`
+// seconds maps to within `segment`: the last frame whose time is at or before it, or the
+// first frame. Worked out in whole numbers, apart from the renderer's own arithmetic.
+inline std::size_t expectedFrame(const PlainVideo& video, const composition::Segment& segment,
+                                 std::int64_t value, std::int64_t scale) {
+    __extension__ typedef __int128 Wide;
+    const auto& source = *segment.source;
+    const Wide assetStart = source.assetRange.start.ticks;
+    const Wide assetLength = source.assetRange.duration.ticks;
+    const Wide start = segment.start.ticks;
+    const Wide length = segment.duration.ticks;
+    // source seconds = sourceNumerator / sourceDenominator
+    const Wide sourceNumerator = assetStart * scale * length +
+                                 (static_cast<Wide>(value) * 600 - start * scale) * assetLength;
+    const Wide sourceDenominator = static_cast<Wide>(600) * scale * length;
+    std::size_t shown = 0;
+    for (std::size_t i = 0; i < video.frames.size(); ++i) {
+        const Wide frameNumerator =
+            static_cast<Wide>(video.frames[i].timestamp) * video.timeBase.num;
+        if (frameNumerator * sourceDenominator <= sourceNumerator * video.timeBase.den) shown = i;
+    }
+    return shown;
+}
+
+}  // namespace render_test
+
+namespace render_test {
+
+// Every sample of the first audio stream from its first real one, as 32-bit floats at the
+// stream's own rate and channel count, interleaved.
+inline std::vector<float> decodeAllAudio(const std::filesystem::path& file) {
+    std::vector<float> samples;
+    auto input = media::openInput(file);
+    EXPECT_TRUE(input);
+    if (!input) return samples;
+    const AVStream* stream = media::firstStream(*input.value(), AVMEDIA_TYPE_AUDIO);
+    EXPECT_TRUE(stream);
+    if (!stream) return samples;
+    auto decoder = media::openDecoder(*input.value(), *stream, 1);
+    EXPECT_TRUE(decoder);
+    if (!decoder) return samples;
+    media::PacketPtr packet{av_packet_alloc()};
+    media::SwrPtr converter;
+    const auto receive = [&] {
+        for (;;) {
+            media::FramePtr frame{av_frame_alloc()};
+            if (avcodec_receive_frame(decoder.value().get(), frame.get()) < 0) return;
+            if (!converter) {
+                SwrContext* made = nullptr;
+                swr_alloc_set_opts2(&made, &frame->ch_layout, AV_SAMPLE_FMT_FLT, frame->sample_rate,
+                                    &frame->ch_layout, static_cast<AVSampleFormat>(frame->format),
+                                    frame->sample_rate, 0, nullptr);
+                converter.reset(made);
+                swr_init(converter.get());
+            }
+            const std::size_t at = samples.size();
+            samples.resize(at + static_cast<std::size_t>(frame->nb_samples) *
+                                    frame->ch_layout.nb_channels);
+            std::uint8_t* out[1] = {reinterpret_cast<std::uint8_t*>(samples.data() + at)};
+            swr_convert(converter.get(), out, frame->nb_samples,
+                        const_cast<const std::uint8_t**>(frame->extended_data), frame->nb_samples);
+        }
+    };
+    while (av_read_frame(input.value().get(), packet.get()) >= 0) {
+        if (packet->stream_index == stream->index)
+            avcodec_send_packet(decoder.value().get(), packet.get());
+        av_packet_unref(packet.get());
+        receive();
+    }
+    avcodec_send_packet(decoder.value().get(), nullptr);
+    receive();
+    return samples;
+}
+
+}  // namespace render_test
