@@ -1,0 +1,433 @@
+#include "media/reverse_render.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <optional>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "media/sample_media.h"
+#include "support/media_fixtures.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using media::renderReversedMedia;
+using media::ReverseChunk;
+using media::reverseChunks;
+using media::reverseFrameSpacingTicks;
+using testing_support::makeMedia;
+using testing_support::quote;
+
+constexpr int kWidth = 160;
+constexpr int kHeight = 120;
+constexpr std::size_t kFrameBytes = static_cast<std::size_t>(kWidth) * kHeight;
+
+// testsrc2 moves every frame, so neighbouring frames differ clearly. B-frames make
+// presentation and decoding order differ.
+const std::string kPicture = sample_media::picture(kWidth, kHeight) + "-t 6 ";
+const std::string kH264WithBFrames = "-c:v libx264 -preset ultrafast -bf 2 -pix_fmt yuv420p ";
+
+// A keyframe every half second.
+fs::path shortGopSource() {
+    return makeMedia("reverse_short_gop.mp4", kPicture + kH264WithBFrames + "-g 15");
+}
+// One keyframe at the start only, so no window starts on a keyframe.
+fs::path longGopSource() {
+    return makeMedia("reverse_long_gop.mp4",
+                     kPicture + kH264WithBFrames + "-g 600 -keyint_min 600 -sc_threshold 0");
+}
+
+// Runs a shell command and answers what it printed on stdout.
+std::string outputOf(const std::string& command) {
+    const fs::path file = testing_support::freshDir("reverse-out") / "stdout.txt";
+    EXPECT_EQ(testing_support::run(command + " > " + quote(file.string())), 0) << command;
+    std::ifstream in(file);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+std::string ffprobe(const fs::path& file, const std::string& args) {
+    return outputOf(std::string(VANTRELL_FFPROBE) + " -v error " + args + " " +
+                    quote(file.string()));
+}
+
+// Presentation times in seconds of the first video stream's frames, from the ffprobe tool.
+std::vector<double> frameTimes(const fs::path& file) {
+    std::istringstream lines(ffprobe(
+        file, "-select_streams v:0 -show_entries frame=best_effort_timestamp_time -of csv=p=0"));
+    std::vector<double> times;
+    for (std::string line; std::getline(lines, line);)
+        if (!line.empty()) times.push_back(std::stod(line));
+    return times;
+}
+
+// The luma planes of every frame, decoded by the ffmpeg tool without dropping or repeating.
+std::vector<std::vector<std::uint8_t>> lumaFrames(const fs::path& file) {
+    const fs::path raw = testing_support::freshDir("reverse-luma") / "frames.gray";
+    const std::string command =
+        std::string(VANTRELL_FFMPEG) + " -nostdin -loglevel error -y -i " + quote(file.string()) +
+        " -map 0:v:0 -fps_mode passthrough -f rawvideo -pix_fmt gray " + quote(raw.string());
+    EXPECT_EQ(testing_support::run(command), 0) << command;
+    std::ifstream in(raw, std::ios::binary);
+    const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(in),
+                                          std::istreambuf_iterator<char>()};
+    EXPECT_EQ(bytes.size() % kFrameBytes, 0u);
+    std::vector<std::vector<std::uint8_t>> frames;
+    for (std::size_t at = 0; at + kFrameBytes <= bytes.size(); at += kFrameBytes)
+        frames.emplace_back(bytes.begin() + at, bytes.begin() + at + kFrameBytes);
+    return frames;
+}
+
+double meanAbsoluteDifference(const std::vector<std::uint8_t>& a,
+                              const std::vector<std::uint8_t>& b) {
+    double sum = 0;
+    for (std::size_t i = 0; i < a.size(); ++i) sum += std::abs(a[i] - b[i]);
+    return sum / static_cast<double>(a.size());
+}
+
+// The share of pixels, in percent, that differ by more than re-encoding noise: where a
+// picture moves, its neighbours differ by far more, while the static parts weigh nothing.
+double percentChanged(const std::vector<std::uint8_t>& a, const std::vector<std::uint8_t>& b) {
+    constexpr int kNoise = 32;
+    std::size_t changed = 0;
+    for (std::size_t i = 0; i < a.size(); ++i) changed += std::abs(a[i] - b[i]) > kNoise;
+    return 100.0 * static_cast<double>(changed) / static_cast<double>(a.size());
+}
+
+// The output holds the source frames whose times lie in [from, to), last first: as many,
+// and each closer to its own source frame than to that frame's neighbours.
+void expectReversedFrames(const fs::path& source, const fs::path& output, double from, double to,
+                          std::size_t expectedCount) {
+    const auto times = frameTimes(source);
+    const auto sourceFrames = lumaFrames(source);
+    ASSERT_EQ(times.size(), sourceFrames.size());
+    std::vector<std::size_t> range;
+    for (std::size_t i = 0; i < times.size(); ++i) {
+        // Times count from the first frame. ffprobe prints six decimals; the sources'
+        // frame times are whole frames.
+        const double time = times[i] - times.front();
+        if (time >= from - 1e-4 && time < to - 1e-4) range.push_back(i);
+    }
+    ASSERT_EQ(range.size(), expectedCount);
+
+    const auto written = lumaFrames(output);
+    ASSERT_EQ(written.size(), range.size());
+    for (std::size_t i = 0; i < written.size(); ++i) {
+        const std::size_t expected = range[range.size() - 1 - i];
+        const auto& frame = written[i];
+        EXPECT_LT(meanAbsoluteDifference(frame, sourceFrames[expected]), 3.0)
+            << "output frame " << i << " against source frame " << expected;
+        const double own = percentChanged(frame, sourceFrames[expected]);
+        EXPECT_LT(own, 1.0) << "output frame " << i << " against source frame " << expected;
+        const std::size_t first = expected >= 3 ? expected - 3 : 0;
+        for (std::size_t j = first; j <= expected + 3 && j < sourceFrames.size(); ++j) {
+            if (j == expected) continue;
+            EXPECT_LT(own * 2, percentChanged(frame, sourceFrames[j]))
+                << "output frame " << i << " is about as close to source frame " << j << " as to "
+                << expected;
+        }
+    }
+}
+
+// What renderReversedMedia answered, and what it logged.
+struct Render {
+    std::optional<fs::path> file;
+    std::string log;
+};
+
+Render render(const fs::path& source, double from, double to) {
+    testing::internal::CaptureStderr();
+    Render r;
+    r.file = renderReversedMedia(source, from, to);
+    r.log = testing::internal::GetCapturedStderr();
+    return r;
+}
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+// Points the system temporary folder at `folder` for one test, and back afterwards.
+class TemporaryFolderOverride {
+  public:
+    explicit TemporaryFolderOverride(const fs::path& folder) {
+        if (const char* old = std::getenv("TMPDIR")) previous_ = old;
+        ::setenv("TMPDIR", folder.c_str(), 1);
+    }
+    ~TemporaryFolderOverride() {
+        if (previous_)
+            ::setenv("TMPDIR", previous_->c_str(), 1);
+        else
+            ::unsetenv("TMPDIR");
+    }
+    TemporaryFolderOverride(const TemporaryFolderOverride&) = delete;
+    TemporaryFolderOverride& operator=(const TemporaryFolderOverride&) = delete;
+    TemporaryFolderOverride(TemporaryFolderOverride&&) = delete;
+    TemporaryFolderOverride& operator=(TemporaryFolderOverride&&) = delete;
+
+  private:
+    std::optional<std::string> previous_;
+};
+
+TEST(ReverseFrameSpacing, RoundsSixHundredOverTheRateHalfAwayFromZero) {
+    EXPECT_EQ(reverseFrameSpacingTicks(30), 20);
+    EXPECT_EQ(reverseFrameSpacingTicks(29.97), 20);
+    EXPECT_EQ(reverseFrameSpacingTicks(30000.0 / 1001), 20);
+    EXPECT_EQ(reverseFrameSpacingTicks(24), 25);
+    EXPECT_EQ(reverseFrameSpacingTicks(23.976), 25);
+    EXPECT_EQ(reverseFrameSpacingTicks(25), 24);
+    EXPECT_EQ(reverseFrameSpacingTicks(48), 13);
+    EXPECT_EQ(reverseFrameSpacingTicks(60), 10);
+    EXPECT_EQ(reverseFrameSpacingTicks(1), 600);
+}
+
+TEST(ReverseFrameSpacing, UnknownRateGivesTwentyTicks) {
+    EXPECT_EQ(reverseFrameSpacingTicks(0), 20);
+    EXPECT_EQ(reverseFrameSpacingTicks(-25), 20);
+    EXPECT_EQ(reverseFrameSpacingTicks(std::nan("")), 20);
+}
+
+TEST(ReverseFrameSpacing, RatesAboveSixHundredStillGiveRisingTimes) {
+    EXPECT_EQ(reverseFrameSpacingTicks(1000), 1);
+    EXPECT_EQ(reverseFrameSpacingTicks(5000), 1);
+}
+
+TEST(ReverseFrameSpacing, TinyRateStaysWithinThirtyTwoBits) {
+    EXPECT_EQ(reverseFrameSpacingTicks(1e-300), INT32_MAX);
+}
+
+TEST(ReverseChunks, FiveSecondsGiveTwoWholeWindowsAndAShortOne) {
+    const std::vector<ReverseChunk> expected{{0, 1200}, {1200, 2400}, {2400, 3000}};
+    EXPECT_EQ(reverseChunks(0, 5), expected);
+}
+
+TEST(ReverseChunks, ExactlyFourSecondsGiveTwoWindows) {
+    const std::vector<ReverseChunk> expected{{600, 1800}, {1800, 3000}};
+    EXPECT_EQ(reverseChunks(1, 5), expected);
+}
+
+TEST(ReverseChunks, WindowsTileTheRangeInTicks) {
+    const std::vector<ReverseChunk> expected{{780, 1980}, {1980, 2820}};
+    EXPECT_EQ(reverseChunks(1.3, 4.7), expected);
+    EXPECT_EQ(reverseChunks(2, 2.5), (std::vector<ReverseChunk>{{1200, 1500}}));
+}
+
+TEST(ReverseChunks, EmptyOrUnboundedRangeGivesNoWindows) {
+    EXPECT_TRUE(reverseChunks(3, 3).empty());
+    EXPECT_TRUE(reverseChunks(4, 3).empty());
+    EXPECT_TRUE(reverseChunks(0, INFINITY).empty());
+    EXPECT_TRUE(reverseChunks(std::nan(""), 3).empty());
+}
+
+TEST(RenderReversedMedia, FiveSecondRangeIsWrittenInThreeWindowsLastFrameFirst) {
+    const auto source = shortGopSource();
+    const auto r = render(source, 0, 5);
+    ASSERT_TRUE(r.file) << r.log;
+    EXPECT_TRUE(contains(r.log, "start: reverse_short_gop.mp4")) << r.log;
+    EXPECT_TRUE(contains(r.log, "chunked [0.000000..5.000000] into 3 windows")) << r.log;
+    EXPECT_TRUE(contains(r.log, "wrote 150 frames at 30.000000fps")) << r.log;
+    EXPECT_TRUE(contains(r.log, "wrote " + r.file->string())) << r.log;
+    expectReversedFrames(source, *r.file, 0, 5, 150);
+}
+
+TEST(RenderReversedMedia, ExactlyFourSecondsAreTwoWindows) {
+    const auto source = shortGopSource();
+    const auto r = render(source, 1, 5);
+    ASSERT_TRUE(r.file) << r.log;
+    EXPECT_TRUE(contains(r.log, "chunked [1.000000..5.000000] into 2 windows")) << r.log;
+    expectReversedFrames(source, *r.file, 1, 5, 120);
+}
+
+// 1.3, 3.3 and 4.7 s fall exactly on frames 39, 99 and 141: a frame on a window's start
+// belongs to that window, one on its end to the next, so each is written once.
+TEST(RenderReversedMedia, RangeOffKeyframesWritesEachBoundaryFrameOnce) {
+    const auto source = longGopSource();
+    const auto r = render(source, 1.3, 4.7);
+    ASSERT_TRUE(r.file) << r.log;
+    EXPECT_TRUE(contains(r.log, "chunked [1.300000..4.700000] into 2 windows")) << r.log;
+    EXPECT_TRUE(contains(r.log, "wrote 102 frames")) << r.log;
+    expectReversedFrames(source, *r.file, 1.3, 4.7, 102);
+}
+
+TEST(RenderReversedMedia, RangeBetweenFramesStartsAtTheNextFrame) {
+    const auto source = longGopSource();
+    const auto r = render(source, 2.51, 4.49);
+    ASSERT_TRUE(r.file) << r.log;
+    expectReversedFrames(source, *r.file, 2.51, 4.49, 59);
+}
+
+// The MPEG-TS demuxer's seek may land a keyframe later than asked, even at the start.
+TEST(RenderReversedMedia, TransportStreamThatSeeksLateLosesNoFrames) {
+    const auto source = makeMedia("reverse_long_gop.ts", kPicture + kH264WithBFrames + "-g 45");
+    const auto r = render(source, 0.9, 4.7);
+    ASSERT_TRUE(r.file) << r.log;
+    expectReversedFrames(source, *r.file, 0.9, 4.7, 114);
+}
+
+TEST(RenderReversedMedia, EndPastTheFileIsClamped) {
+    const auto source = longGopSource();
+    const auto r = render(source, 4, 100);
+    ASSERT_TRUE(r.file) << r.log;
+    EXPECT_TRUE(contains(r.log, "chunked [4.000000..6.000000] into 1 windows")) << r.log;
+    expectReversedFrames(source, *r.file, 4, 6, 60);
+}
+
+TEST(RenderReversedMedia, NegativeStartIsClampedToZero) {
+    const auto source = shortGopSource();
+    const auto r = render(source, -3, 0.5);
+    ASSERT_TRUE(r.file) << r.log;
+    EXPECT_TRUE(contains(r.log, "chunked [0.000000..0.500000] into 1 windows")) << r.log;
+    expectReversedFrames(source, *r.file, 0, 0.5, 15);
+}
+
+TEST(RenderReversedMedia, EmptyRangeAnswersNothing) {
+    const auto source = shortGopSource();
+    for (const auto& [from, to] : {std::pair{2.0, 2.0}, {3.0, 1.0}, {7.0, 9.0}}) {
+        const auto r = render(source, from, to);
+        EXPECT_FALSE(r.file) << from << ".." << to;
+        EXPECT_TRUE(contains(r.log, "error: requested reverse range is empty")) << r.log;
+    }
+}
+
+TEST(RenderReversedMedia, AudioOnlyFileAnswersNothing) {
+    const auto r = render(sample_media::aacM4a(), 0, 1);
+    EXPECT_FALSE(r.file);
+    EXPECT_TRUE(contains(r.log, "error: source has no video track")) << r.log;
+}
+
+TEST(RenderReversedMedia, NonMediaFileAnswersNothing) {
+    const fs::path text = testing_support::freshDir("reverse-text") / "notes.mov";
+    std::ofstream(text) << "not a movie\n";
+    const auto r = render(text, 0, 1);
+    EXPECT_FALSE(r.file);
+    EXPECT_TRUE(contains(r.log, "error: failed to load asset duration")) << r.log;
+    EXPECT_FALSE(render(text.parent_path() / "missing.mov", 0, 1).file);
+}
+
+TEST(RenderReversedMedia, RangeWithoutFramesFailsAndLeavesNoFile) {
+    const fs::path folder = testing_support::freshDir("reverse-empty");
+    const TemporaryFolderOverride temporary(folder);
+    const auto r = render(shortGopSource(), 1.01, 1.02);
+    EXPECT_FALSE(r.file);
+    EXPECT_TRUE(contains(r.log, "error: no frames in the requested range")) << r.log;
+    EXPECT_TRUE(fs::is_empty(folder));
+}
+
+TEST(RenderReversedMedia, MissingTemporaryFolderAnswersNothing) {
+    const TemporaryFolderOverride temporary(testing_support::scratchDir() / "no-such-folder");
+    const auto r = render(shortGopSource(), 0, 1);
+    EXPECT_FALSE(r.file);
+    EXPECT_TRUE(contains(r.log, "error: failed to create writer")) << r.log;
+}
+
+TEST(RenderReversedMedia, OutputIsANewlyNamedMovieInTheTemporaryFolder) {
+    const auto r = render(shortGopSource(), 0, 1);
+    ASSERT_TRUE(r.file) << r.log;
+    EXPECT_EQ(r.file->parent_path(), fs::temp_directory_path());
+    const std::regex name(
+        "vantrell-reversed-[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-"
+        "[0-9A-F]{12}\\.mov");
+    EXPECT_TRUE(std::regex_match(r.file->filename().string(), name)) << *r.file;
+}
+
+TEST(RenderReversedMedia, TwoRendersOfOneSourceNeverCollide) {
+    const auto source = shortGopSource();
+    const auto first = render(source, 0, 1);
+    const auto second = render(source, 0, 1);
+    ASSERT_TRUE(first.file && second.file);
+    EXPECT_NE(*first.file, *second.file);
+    EXPECT_TRUE(fs::exists(*first.file));
+    EXPECT_TRUE(fs::exists(*second.file));
+}
+
+TEST(RenderReversedMedia, OutputIsOneH264TrackInAQuickTimeMovie) {
+    const auto r = render(shortGopSource(), 0, 1);
+    ASSERT_TRUE(r.file) << r.log;
+    EXPECT_EQ(ffprobe(*r.file,
+                      "-show_entries stream=codec_type,codec_name,width,height "
+                      "-of csv=p=0"),
+              "h264,video,160,120\n");
+    EXPECT_EQ(ffprobe(*r.file, "-show_entries format_tags=major_brand -of csv=p=0"), "qt  \n");
+}
+
+TEST(RenderReversedMedia, FramesAreSpacedByTheSpacingRule) {
+    const auto source = makeMedia("reverse_25fps.mp4", sample_media::picture(kWidth, kHeight, 25) +
+                                                           "-t 1 " + kH264WithBFrames);
+    const auto r = render(source, 0, 1);
+    ASSERT_TRUE(r.file) << r.log;
+    EXPECT_TRUE(contains(r.log, "wrote 25 frames at 25.000000fps")) << r.log;
+    const auto times = frameTimes(*r.file);
+    ASSERT_EQ(times.size(), 25u);
+    for (std::size_t i = 0; i < times.size(); ++i) EXPECT_NEAR(times[i], i * 24 / 600.0, 1e-4);
+}
+
+TEST(RenderReversedMedia, StoredOrientationIsKeptWithoutDisplayMatrix) {
+    const auto r = render(sample_media::rotatedClockwise90Mp4(), 0, 1);
+    ASSERT_TRUE(r.file) << r.log;
+    EXPECT_EQ(ffprobe(*r.file, "-show_entries stream=width,height -of csv=p=0"), "320,240\n");
+    EXPECT_FALSE(
+        contains(ffprobe(*r.file, "-show_entries stream_side_data=side_data_type -of csv=p=0"),
+                 "Display Matrix"));
+}
+
+TEST(RenderReversedMedia, OddSizedSourceLosesItsLastRowAndColumn) {
+    const auto source =
+        makeMedia("reverse_161x121.mkv", sample_media::picture(kWidth, kHeight) +
+                                             "-t 1 -vf scale=161:121 -c:v ffv1 -pix_fmt yuv420p");
+    const auto r = render(source, 0, 1);
+    ASSERT_TRUE(r.file) << r.log;
+    EXPECT_EQ(ffprobe(*r.file, "-show_entries stream=width,height,pix_fmt -of csv=p=0"),
+              "160,120,yuv420p\n");
+    EXPECT_EQ(frameTimes(*r.file).size(), 30u);
+}
+
+TEST(RenderReversedMedia, FormatLibx264RejectsIsConvertedToYuv420p) {
+    const auto source =
+        makeMedia("reverse_png.mov", sample_media::picture(kWidth, kHeight) + "-t 1 -c:v png");
+    const auto r = render(source, 0, 1);
+    ASSERT_TRUE(r.file) << r.log;
+    EXPECT_EQ(ffprobe(*r.file, "-show_entries stream=pix_fmt -of csv=p=0"), "yuv420p\n");
+    expectReversedFrames(source, *r.file, 0, 1, 30);
+}
+
+TEST(RenderReversedMedia, RendersAreRemovedWhenTheProcessExits) {
+    const auto source = shortGopSource();
+    int pipeEnds[2];
+    ASSERT_EQ(::pipe(pipeEnds), 0);
+    std::fflush(nullptr);
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        ::close(pipeEnds[0]);
+        const auto file = renderReversedMedia(source, 0, 0.5);
+        const std::string path = file ? file->string() : "";
+        const bool sent =
+            ::write(pipeEnds[1], path.data(), path.size()) == static_cast<ssize_t>(path.size());
+        ::close(pipeEnds[1]);
+        std::exit(sent && file && fs::exists(*file) ? 0 : 1);
+    }
+    ::close(pipeEnds[1]);
+    std::string path;
+    char buffer[512];
+    for (ssize_t n; (n = ::read(pipeEnds[0], buffer, sizeof buffer)) > 0;) path.append(buffer, n);
+    ::close(pipeEnds[0]);
+    int status = 0;
+    ASSERT_EQ(::waitpid(child, &status, 0), child);
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    ASSERT_FALSE(path.empty());
+    EXPECT_FALSE(fs::exists(path)) << path;
+}
+
+}  // namespace
