@@ -18,7 +18,7 @@ struct SegmentSource {
     std::filesystem::path url;
     int streamIndex = -1;               // the first stream of the track's kind in the file
     common::MediaTimeRange assetRange;  // source time
-    double rate = 1.0;  // source seconds per composition second; 1 when unscaled
+    double rate = 1.0;                  // source seconds per composition second; 1 when unscaled
     int rotationDegrees = 0;  // clockwise; applied by the renderer to keep pictures upright
     common::Uuid clipID;
 
