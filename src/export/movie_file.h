@@ -1,0 +1,32 @@
+#pragma once
+
+#include <cstdint>
+#include <filesystem>
+#include <span>
+#include <vector>
+
+#include "common/result.h"
+#include "export/mp4_boxes.h"
+
+namespace exporting {
+
+// The edit list one track of a finished movie gets. `handler` ('vide', 'soun') picks the
+// track; edit durations are in the movie timescale given to finishMovieFile.
+struct MovieTrackEdits {
+    FourCC handler = 0;
+    std::vector<Mp4Edit> edits;
+};
+
+// How the movie box gets in front of the media data. Inserting a range moves no data but
+// needs a file system that can (ext4, XFS); copying shifts every byte and works anywhere.
+enum class MovieBoxMove { insertRangeOrCopy = 1, copy };
+
+// Finishes an MP4/QuickTime/M4A file that libavformat wrote with its movie box last: each
+// track gets its edit list, the movie gets `movieTimescale`, the track and movie durations
+// become the sums of the edits, and the movie box moves in front of the media data with
+// every chunk offset shifted to match. A track whose handler has no entry in `tracks` is
+// an error. Leaves the file as it was on errors found before any byte is written.
+common::Status finishMovieFile(const std::filesystem::path& path, std::uint32_t movieTimescale,
+                               std::span<const MovieTrackEdits> tracks, MovieBoxMove move);
+
+}  // namespace exporting

@@ -1,0 +1,366 @@
+#pragma once
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "common/media_time.h"
+#include "composition/composition.h"
+#include "export/mp4_boxes.h"
+#include "support/media_fixtures.h"
+
+// Tiny media for the export tests, made by the ffmpeg tool on first use in a run, and
+// ways to look at what an export wrote: frame hashes and samples decoded by the ffmpeg
+// tool (which honours edit lists), and the boxes of the file.
+namespace export_media {
+
+namespace fs = std::filesystem;
+using testing_support::makeMedia;
+using testing_support::quote;
+
+inline constexpr int kFrameTicks = 20;  // one frame at 30 fps, in 1/600 s
+inline constexpr int kSampleRate = 48000;
+
+// H.264 with two B-frames between references and a keyframe every second, so that most
+// cut points fall inside a group of pictures and decode order differs from display order.
+inline std::string h264(const std::string& extra = "") {
+    return "-c:v libx264 -preset ultrafast -bf 2 -g 30 -keyint_min 30 -sc_threshold 0 "
+           "-pix_fmt yuv420p " +
+           extra + " ";
+}
+
+inline std::string picture(const std::string& source) {
+    return "-f lavfi -i " + source + "=size=160x120:rate=30 ";
+}
+
+// A rising tone with a little noise: no stretch of samples repeats, so a window of it is
+// found in one place only. AAC is made without noise substitution, whose decoder draws
+// random numbers, so that decoding the same packets from another start gives the same
+// samples.
+inline const std::string kSweep =
+    "-f lavfi -i \"aevalsrc=0.3*sin(2*PI*(200+300*t)*t)+0.02*(random(1)-0.5):s=48000\" ";
+
+inline fs::path movieA() {
+    return makeMedia("export_a.mp4", picture("testsrc2") + kSweep + "-t 4 " + h264() +
+                                         "-c:a aac -aac_pns 0 -b:a 128k -ac 1");
+}
+// Same encoder settings as movieA, other pictures and sound: the same parameter sets.
+inline fs::path movieB() {
+    return makeMedia("export_b.mp4",
+                     picture("testsrc") +
+                         "-f lavfi -i \"aevalsrc=0.3*sin(2*PI*(900-150*t)*t):s=48000\" -t 3 " +
+                         h264() + "-c:a aac -aac_pns 0 -b:a 128k -ac 1");
+}
+// Same codec and size as movieA but other x264 settings, hence other parameter sets.
+inline fs::path movieOtherSettings() {
+    return makeMedia("export_refs3.mp4",
+                     picture("testsrc2") + "-t 2 " + h264("-refs 3 -crf 30") + "-an");
+}
+// movieA turned for display like a phone's portrait clip (90 degrees clockwise).
+inline fs::path movieRotated() {
+    return makeMedia("export_a_cw90.mp4",
+                     "-i " + quote(movieA().string()) + " -c copy -metadata:s:v:0 rotate=270");
+}
+// movieA in an MPEG transport stream: 90 kHz times, sound starting before the picture, and
+// seeking by byte position.
+inline fs::path transportStreamA() {
+    return makeMedia("export_a.ts", "-i " + quote(movieA().string()) + " -c copy");
+}
+// movieA in Matroska, whose B-frames come without decode times.
+inline fs::path matroskaA() {
+    return makeMedia("export_a.mkv", "-i " + quote(movieA().string()) + " -c copy");
+}
+inline fs::path movieWithPcm() {
+    return makeMedia("export_pcm.mov",
+                     picture("testsrc2") + kSweep + "-t 3 " + h264() + "-c:a pcm_s16le -ac 1");
+}
+inline fs::path aacOnly() {
+    return makeMedia("export_aac.m4a", kSweep + "-t 4 -c:a aac -aac_pns 0 -b:a 128k -ac 1");
+}
+inline fs::path pcmWave() {
+    return makeMedia("export_pcm.wav", kSweep + "-t 4 -c:a pcm_s16le -ac 1");
+}
+
+inline common::MediaTime ticks(std::int64_t value) {
+    return common::MediaTime{value};
+}
+
+// A composition built by hand: segments are appended back to back on their track.
+class CompositionBuilder {
+  public:
+    CompositionBuilder& video(const fs::path& file, std::int64_t inTicks, std::int64_t outTicks,
+                              double rate = 1.0) {
+        append(videoTrack(), file, 0, inTicks, outTicks, rate);
+        return *this;
+    }
+    CompositionBuilder& audio(const fs::path& file, int streamIndex, std::int64_t inTicks,
+                              std::int64_t outTicks) {
+        append(audioTrack(0), file, streamIndex, inTicks, outTicks, 1.0);
+        return *this;
+    }
+    CompositionBuilder& videoGap(std::int64_t durationTicks) {
+        gap(videoTrack(), durationTicks);
+        return *this;
+    }
+    CompositionBuilder& audioGap(std::int64_t durationTicks, std::size_t lane = 0) {
+        gap(audioTrack(lane), durationTicks);
+        return *this;
+    }
+    CompositionBuilder& audioOnLane(std::size_t lane, const fs::path& file, int streamIndex,
+                                    std::int64_t inTicks, std::int64_t outTicks) {
+        append(audioTrack(lane), file, streamIndex, inTicks, outTicks, 1.0);
+        return *this;
+    }
+    // The same range on both tracks, as a linked clip gives (video stream 0, audio 1).
+    CompositionBuilder& clip(const fs::path& file, std::int64_t inTicks, std::int64_t outTicks) {
+        video(file, inTicks, outTicks);
+        return audio(file, 1, inTicks, outTicks);
+    }
+    composition::Composition build() const { return composition_; }
+
+  private:
+    composition::Track& videoTrack() {
+        if (!composition_.video) composition_.video = composition::Track{};
+        return *composition_.video;
+    }
+    composition::Track& audioTrack(std::size_t lane) {
+        while (composition_.audio.size() <= lane)
+            composition_.audio.push_back({composition::MediaKind::audio, {}});
+        return composition_.audio[lane];
+    }
+    static void gap(composition::Track& track, std::int64_t durationTicks) {
+        track.segments.push_back({track.duration(), ticks(durationTicks), std::nullopt});
+    }
+    static void append(composition::Track& track, const fs::path& file, int streamIndex,
+                       std::int64_t inTicks, std::int64_t outTicks, double rate) {
+        composition::SegmentSource source;
+        source.url = file;
+        source.streamIndex = streamIndex;
+        source.assetRange = common::MediaTimeRange::fromStartEnd(ticks(inTicks), ticks(outTicks));
+        source.rate = rate;
+        const auto duration =
+            rate == 1.0
+                ? source.assetRange.duration
+                : common::MediaTime::fromSeconds(source.assetRange.duration.seconds() / rate);
+        track.segments.push_back({track.duration(), duration, source});
+    }
+
+    composition::Composition composition_;
+};
+
+// The whole standard output of a shell command.
+inline std::string output(const std::string& command) {
+    std::string text;
+    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+    if (!pipe) return text;
+    char buffer[4096];
+    while (std::size_t n = std::fread(buffer, 1, sizeof buffer, pipe.get())) text.append(buffer, n);
+    return text;
+}
+
+struct Frame {
+    double seconds = 0;  // presentation time as the reader reports it
+    std::string hash;
+    std::int64_t pts = 0;  // the same in the reader's time base
+};
+
+// framemd5 lines of the first video stream of `file` decoded by the ffmpeg tool.
+inline std::vector<Frame> decodedFrames(const fs::path& file, const std::string& options) {
+    const std::string text = output(std::string(VANTRELL_FFMPEG) + " -nostdin -v error " + options +
+                                    " -i " + quote(file.string()) +
+                                    " -map 0:v:0 -fps_mode passthrough -enc_time_base -1 -f "
+                                    "framemd5 - 2>/dev/null");
+    std::vector<Frame> frames;
+    std::istringstream lines(text);
+    std::string line;
+    double unit = 0;
+    while (std::getline(lines, line)) {
+        int num = 0;
+        int den = 0;
+        if (std::sscanf(line.c_str(), "#tb 0: %d/%d", &num, &den) == 2) unit = double(num) / den;
+        if (line.empty() || line[0] == '#') continue;
+        long long stream = 0, dts = 0, pts = 0, duration = 0, size = 0;
+        char hash[64] = {};
+        if (std::sscanf(line.c_str(), "%lld, %lld, %lld, %lld, %lld, %63s", &stream, &dts, &pts,
+                        &duration, &size, hash) == 6)
+            frames.push_back({pts * unit, hash, pts});
+    }
+    return frames;
+}
+
+// Every picture the ffmpeg tool shows of `file`, in order, with its own edit-list handling.
+inline std::vector<Frame> framesOf(const fs::path& file) {
+    return decodedFrames(file, "");
+}
+
+// The source's frames whose presentation lies in [in, out), in ticks.
+inline std::vector<Frame> framesBetween(const std::vector<Frame>& all, std::int64_t inTicks,
+                                        std::int64_t outTicks) {
+    std::vector<Frame> picked;
+    for (const auto& frame : all) {
+        const double tick = frame.seconds * common::MediaTime::kTicksPerSecond;
+        if (tick >= inTicks - 0.01 && tick < outTicks - 0.01) picked.push_back(frame);
+    }
+    return picked;
+}
+
+inline std::vector<std::string> hashes(const std::vector<Frame>& frames) {
+    std::vector<std::string> result;
+    for (const auto& f : frames) result.push_back(f.hash);
+    return result;
+}
+
+// The first audio stream of `file` decoded by the ffmpeg tool to 16-bit mono samples.
+inline std::vector<std::int16_t> samplesOf(const fs::path& file) {
+    const std::string bytes =
+        output(std::string(VANTRELL_FFMPEG) + " -nostdin -v error -i " + quote(file.string()) +
+               " -map 0:a:0 -ac 1 -f s16le - 2>/dev/null");
+    std::vector<std::int16_t> samples(bytes.size() / 2);
+    std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
+    return samples;
+}
+
+// Where `window` occurs in `samples` between `from` and `to`, or none.
+inline std::optional<std::int64_t> find(const std::vector<std::int16_t>& samples,
+                                        const std::vector<std::int16_t>& window, std::int64_t from,
+                                        std::int64_t to) {
+    for (std::int64_t at = std::max<std::int64_t>(from, 0);
+         at <= to && at + static_cast<std::int64_t>(window.size()) <= std::ssize(samples); ++at) {
+        bool same = true;
+        for (std::size_t i = 0; i < window.size() && same; ++i)
+            same = std::abs(samples[at + i] - window[i]) <= 1;
+        if (same) return at;
+    }
+    return std::nullopt;
+}
+
+inline std::vector<std::uint8_t> bytesOf(const fs::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+// The top-level boxes of an MP4/QuickTime file.
+inline std::vector<exporting::Mp4Box> boxesOf(const fs::path& file) {
+    const auto bytes = bytesOf(file);
+    auto boxes = exporting::parseMp4Boxes(bytes);
+    EXPECT_TRUE(boxes) << boxes.error().message;
+    return boxes ? std::move(boxes).value() : std::vector<exporting::Mp4Box>{};
+}
+
+// The major brand in the file type box, such as "isom", "qt  " or "M4A ".
+inline std::string majorBrand(const fs::path& file) {
+    const auto boxes = boxesOf(file);
+    if (boxes.empty() || boxes.front().type != exporting::fourCC("ftyp") ||
+        boxes.front().payload.size() < 4)
+        return {};
+    return std::string(boxes.front().payload.begin(), boxes.front().payload.begin() + 4);
+}
+
+struct TrackInfo {
+    std::uint32_t movieTimescale = 0;
+    std::uint32_t mediaTimescale = 0;
+    std::uint64_t movieDuration = 0;
+    std::uint64_t trackDuration = 0;  // tkhd, movie timescale
+    std::vector<exporting::Mp4Edit> edits;
+};
+
+// The timing of the track with `handler` ('vide' or 'soun'), or none without such a track.
+inline std::optional<TrackInfo> trackOf(const fs::path& file, const char* handler) {
+    using exporting::findMp4Child;
+    using exporting::fourCC;
+    for (const auto& top : boxesOf(file)) {
+        if (top.type != fourCC("moov")) continue;
+        TrackInfo info;
+        if (const auto* mvhd = findMp4Child(top, fourCC("mvhd"))) {
+            info.movieTimescale = exporting::mp4Timescale(*mvhd).value();
+            info.movieDuration = exporting::mp4Duration(*mvhd).value();
+        }
+        for (const auto& trak : top.children) {
+            if (trak.type != fourCC("trak")) continue;
+            const auto* mdia = findMp4Child(trak, fourCC("mdia"));
+            const auto* hdlr = mdia ? findMp4Child(*mdia, fourCC("hdlr")) : nullptr;
+            if (!hdlr || exporting::mp4HandlerType(*hdlr).value() != fourCC(handler)) continue;
+            info.mediaTimescale =
+                exporting::mp4Timescale(*findMp4Child(*mdia, fourCC("mdhd"))).value();
+            info.trackDuration =
+                exporting::mp4Duration(*findMp4Child(trak, fourCC("tkhd"))).value();
+            if (const auto* edts = findMp4Child(trak, fourCC("edts")))
+                info.edits = exporting::readMp4EditList(*edts).value();
+            return info;
+        }
+    }
+    return std::nullopt;
+}
+
+inline std::vector<exporting::Mp4Edit> editsOf(const fs::path& file, const char* handler) {
+    auto info = trackOf(file, handler);
+    return info ? info->edits : std::vector<exporting::Mp4Edit>{};
+}
+
+// What a player that follows the edit list to the letter shows: the frames decoded with
+// the file's edit list ignored, picked and placed by the edits themselves (an empty edit
+// shows nothing for its duration).
+inline std::vector<Frame> framesByEditList(const fs::path& file) {
+    auto info = trackOf(file, "vide");
+    if (!info) return {};
+    auto media = decodedFrames(file, "-ignore_editlist 1 -copyts");
+    std::sort(media.begin(), media.end(),
+              [](const Frame& a, const Frame& b) { return a.pts < b.pts; });
+    std::vector<Frame> shown;
+    double at = 0;
+    for (const auto& edit : info->edits) {
+        const double seconds = double(edit.duration) / info->movieTimescale;
+        if (edit.mediaTime >= 0) {
+            const double end = edit.mediaTime + seconds * info->mediaTimescale;
+            for (const auto& frame : media) {
+                if (frame.pts >= edit.mediaTime && frame.pts < end - 1e-6)
+                    shown.push_back({at + double(frame.pts - edit.mediaTime) / info->mediaTimescale,
+                                     frame.hash, frame.pts});
+            }
+        }
+        at += seconds;
+    }
+    return shown;
+}
+
+// The same for sound: samples decoded with the edit list ignored (sample n of the track's
+// media at media time n), cut and placed by the edits, empty edits as silence.
+inline std::vector<std::int16_t> samplesByEditList(const fs::path& file) {
+    auto info = trackOf(file, "soun");
+    if (!info) return {};
+    const std::string bytes =
+        output(std::string(VANTRELL_FFMPEG) + " -nostdin -v error -ignore_editlist 1 -i " +
+               quote(file.string()) + " -map 0:a:0 -ac 1 -f s16le - 2>/dev/null");
+    std::vector<std::int16_t> media(bytes.size() / 2);
+    std::memcpy(media.data(), bytes.data(), media.size() * 2);
+    std::vector<std::int16_t> shown;
+    std::int64_t movieTicks = 0;
+    const auto samplesAt = [&](std::int64_t ticks) {
+        return static_cast<std::int64_t>(
+            std::llround(double(ticks) * info->mediaTimescale / info->movieTimescale));
+    };
+    for (const auto& edit : info->edits) {
+        const std::int64_t count = samplesAt(movieTicks + edit.duration) - samplesAt(movieTicks);
+        movieTicks += edit.duration;
+        for (std::int64_t i = 0; i < count; ++i) {
+            const std::int64_t at = edit.mediaTime + i;
+            shown.push_back(edit.mediaTime >= 0 && at < std::ssize(media) ? media[at] : 0);
+        }
+    }
+    return shown;
+}
+
+}  // namespace export_media

@@ -1,0 +1,128 @@
+#include "export/movie_file.h"
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "export/export_media.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace export_media;
+using exporting::fourCC;
+using exporting::MovieBoxMove;
+using exporting::MovieTrackEdits;
+using exporting::Mp4Edit;
+
+// As libavformat writes it by default: the movie box after the media data.
+fs::path movieBoxLast() {
+    return makeMedia("movie_box_last.mp4",
+                     picture("testsrc2") + kSweep + "-t 2 " + h264() + "-c:a aac -aac_pns 0 -ac 1");
+}
+
+std::vector<std::string> topLevelTypes(const fs::path& file) {
+    std::vector<std::string> types;
+    for (const auto& box : boxesOf(file)) {
+        std::string name(4, ' ');
+        for (int i = 0; i < 4; ++i) name[i] = static_cast<char>(box.type >> (24 - 8 * i));
+        types.push_back(name);
+    }
+    return types;
+}
+
+// The edits libavformat wrote, at 600 ticks a second: presenting by them shows the same.
+std::vector<MovieTrackEdits> sameEditsAt600(const fs::path& file) {
+    std::vector<MovieTrackEdits> tracks;
+    for (const char* handler : {"vide", "soun"}) {
+        const auto info = trackOf(file, handler);
+        MovieTrackEdits track{fourCC(handler), {}};
+        for (auto edit : info->edits) {
+            edit.duration = edit.duration * 600 / info->movieTimescale;
+            track.edits.push_back(edit);
+        }
+        tracks.push_back(track);
+    }
+    return tracks;
+}
+
+class MovieFileTest : public ::testing::TestWithParam<MovieBoxMove> {};
+
+TEST_P(MovieFileTest, MovesTheMovieBoxFirstAndKeepsWhatIsShown) {
+    const auto original = movieBoxLast();
+    ASSERT_EQ(topLevelTypes(original).back(), "moov");
+    const auto file = testing_support::freshDir("movie_file") / "out.mp4";
+    fs::copy_file(original, file);
+    const auto edits = sameEditsAt600(original);
+
+    ASSERT_TRUE(exporting::finishMovieFile(file, 600, edits, GetParam()));
+    const auto types = topLevelTypes(file);
+    ASSERT_GE(types.size(), 3u);
+    EXPECT_EQ(types[0], "ftyp");
+    EXPECT_EQ(types[1], "moov");
+    EXPECT_EQ(types.back(), "mdat");
+    EXPECT_EQ(hashes(framesOf(file)), hashes(framesOf(original)));
+    EXPECT_EQ(samplesOf(file), samplesOf(original));
+    const auto video = trackOf(file, "vide");
+    EXPECT_EQ(video->movieTimescale, 600u);
+    EXPECT_EQ(video->edits, edits[0].edits);
+    EXPECT_EQ(video->trackDuration, edits[0].edits.back().duration);
+}
+
+TEST_P(MovieFileTest, GivesEachTrackItsEditsAndTheMovieTheLongestSum) {
+    const auto file = testing_support::freshDir("movie_file_edits") / "out.mp4";
+    fs::copy_file(movieBoxLast(), file);
+    const std::vector<MovieTrackEdits> edits{
+        {fourCC("vide"), {{-1, 300}, {1024, 600}, {-1, 30}, {5120, 60}}},
+        {fourCC("soun"), {{1024, 900}}}};
+    ASSERT_TRUE(exporting::finishMovieFile(file, 600, edits, GetParam()));
+    const auto video = trackOf(file, "vide");
+    const auto sound = trackOf(file, "soun");
+    EXPECT_EQ(video->edits, edits[0].edits);
+    EXPECT_EQ(sound->edits, edits[1].edits);
+    EXPECT_EQ(video->trackDuration, 990u);
+    EXPECT_EQ(sound->trackDuration, 900u);
+    EXPECT_EQ(video->movieDuration, 990u);
+}
+
+INSTANTIATE_TEST_SUITE_P(MovieFile, MovieFileTest,
+                         ::testing::Values(MovieBoxMove::insertRangeOrCopy, MovieBoxMove::copy));
+
+TEST(MovieFile, LeavesAFileWhoseMovieBoxIsNotLastAlone) {
+    const auto faststart = makeMedia(
+        "movie_box_first.mp4", picture("testsrc2") + "-t 1 " + h264() + "-movflags faststart");
+    const auto file = testing_support::freshDir("movie_file_first") / "out.mp4";
+    fs::copy_file(faststart, file);
+    const auto result = exporting::finishMovieFile(
+        file, 600, std::vector<MovieTrackEdits>{{fourCC("vide"), {{0, 600}}}},
+        MovieBoxMove::insertRangeOrCopy);
+    ASSERT_FALSE(result);
+    EXPECT_NE(result.error().message.find(file.string()), std::string::npos);
+    EXPECT_EQ(bytesOf(file), bytesOf(faststart));
+}
+
+TEST(MovieFile, RefusesATrackWithoutEdits) {
+    const auto file = testing_support::freshDir("movie_file_missing") / "out.mp4";
+    fs::copy_file(movieBoxLast(), file);
+    const auto result = exporting::finishMovieFile(
+        file, 600, std::vector<MovieTrackEdits>{{fourCC("vide"), {{0, 600}}}}, MovieBoxMove::copy);
+    EXPECT_FALSE(result);
+    EXPECT_EQ(bytesOf(file), bytesOf(movieBoxLast()));
+}
+
+TEST(MovieFile, RefusesEditsForATrackTheMovieLacks) {
+    const auto file = testing_support::freshDir("movie_file_lacks") / "out.mp4";
+    const auto pictureOnly =
+        makeMedia("movie_box_last_video_only.mp4", picture("testsrc2") + "-t 1 " + h264());
+    fs::copy_file(pictureOnly, file);
+    const auto result = exporting::finishMovieFile(
+        file, 600,
+        std::vector<MovieTrackEdits>{{fourCC("vide"), {{0, 600}}}, {fourCC("soun"), {{0, 600}}}},
+        MovieBoxMove::copy);
+    EXPECT_FALSE(result);
+    EXPECT_EQ(bytesOf(file), bytesOf(pictureOnly));
+}
+
+}  // namespace

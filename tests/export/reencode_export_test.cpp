@@ -1,0 +1,491 @@
+#include "export/reencode_export.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <sstream>
+#include <stop_token>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "composition/crop_frame.h"
+#include "export/export_media.h"
+#include "media/media_input.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace export_media;
+using composition::OutputFrame;
+using exporting::Framing;
+using exporting::ReencodeSettings;
+using model::ExportFormat;
+
+constexpr int kFrame = kFrameTicks;
+constexpr int kSecond = common::MediaTime::kTicksPerSecond;
+
+// The output frame of a project whose largest clip is `width` x `height`, uncropped.
+OutputFrame wholeFrame(double width, double height) {
+    composition::VideoSettings video;
+    video.largestSize = {width, height};
+    return composition::outputFrame(video);
+}
+
+ReencodeSettings plain(double width, double height, double framesPerSecond = 30) {
+    return {wholeFrame(width, height), Framing::whole, framesPerSecond};
+}
+
+common::Status exportTo(const composition::Composition& c, const fs::path& out, ExportFormat format,
+                        const ReencodeSettings& settings,
+                        const exporting::ProgressCallback& progress = {},
+                        std::stop_token stop = {}) {
+    return exporting::exportReencoded(c, out, format, settings, progress, std::move(stop));
+}
+
+// Four coloured quarters: red top left, green top right, blue bottom left, white bottom
+// right.
+fs::path quadrants() {
+    return makeMedia("reencode_quadrants.mp4",
+                     "-filter_complex \"color=c=red:s=80x60:r=30:d=2[a];"
+                     "color=c=green:s=80x60:r=30:d=2[b];color=c=blue:s=80x60:r=30:d=2[c];"
+                     "color=c=white:s=80x60:r=30:d=2[d];[a][b]hstack[top];[c][d]hstack[bottom];"
+                     "[top][bottom]vstack\" " +
+                         h264());
+}
+// A wide picture smaller than movieA, so that it is fitted with bars above and below.
+fs::path wideSmall() {
+    return makeMedia("reencode_wide.mp4",
+                     "-f lavfi -i testsrc2=size=96x54:rate=30 -t 2 " + h264() + "-an");
+}
+// movieA with a phone's "rotate" tag of 90.
+fs::path turned() {
+    return makeMedia("reencode_rotate90.mp4",
+                     "-i " + quote(movieA().string()) + " -c copy -metadata:s:v:0 rotate=90");
+}
+
+// key=value lines of ffprobe about the streams `select` picks (e.g. "v:0").
+std::map<std::string, std::string> probe(const fs::path& file, const std::string& select,
+                                         const std::string& entries) {
+    const std::string text =
+        output(std::string(VANTRELL_FFPROBE) + " -v error -count_frames -select_streams " + select +
+               " -show_entries " + entries + " -of default=noprint_wrappers=1 " +
+               quote(file.string()) + " 2>/dev/null");
+    std::map<std::string, std::string> values;
+    std::istringstream lines(text);
+    std::string line;
+    while (std::getline(lines, line)) {
+        const auto equals = line.find('=');
+        if (equals != std::string::npos) values[line.substr(0, equals)] = line.substr(equals + 1);
+    }
+    return values;
+}
+
+std::vector<std::string> streamTypes(const fs::path& file) {
+    std::vector<std::string> types;
+    std::istringstream lines(output(std::string(VANTRELL_FFPROBE) +
+                                    " -v error -show_entries stream=codec_type -of csv=p=0 " +
+                                    quote(file.string()) + " 2>/dev/null"));
+    std::string line;
+    while (std::getline(lines, line))
+        if (!line.empty()) types.push_back(line);
+    return types;
+}
+
+double number(const std::map<std::string, std::string>& values, const std::string& key) {
+    const auto found = values.find(key);
+    return found == values.end() ? std::nan("") : std::atof(found->second.c_str());
+}
+
+struct Picture {
+    int width = 0;
+    int height = 0;
+    std::vector<std::uint8_t> rgb;
+
+    struct Pixel {
+        int r, g, b;
+    };
+    Pixel at(int x, int y) const {
+        if (rgb.empty()) return {-1, -1, -1};
+        const std::size_t i = (static_cast<std::size_t>(y) * width + x) * 3;
+        return {rgb[i], rgb[i + 1], rgb[i + 2]};
+    }
+    int brightest() const { return rgb.empty() ? -1 : *std::max_element(rgb.begin(), rgb.end()); }
+};
+
+// The picture the ffmpeg tool shows at `seconds`, as RGB, turned upright as it does; it
+// must be `width` x `height` once upright.
+Picture pictureAt(const fs::path& file, double seconds, int width, int height) {
+    Picture picture;
+    picture.width = width;
+    picture.height = height;
+    const std::string bytes = output(std::string(VANTRELL_FFMPEG) + " -nostdin -v error -ss " +
+                                     std::to_string(seconds) + " -i " + quote(file.string()) +
+                                     " -frames:v 1 -f rawvideo -pix_fmt rgb24 - 2>/dev/null");
+    if (bytes.size() == static_cast<std::size_t>(width) * height * 3)
+        picture.rgb.assign(bytes.begin(), bytes.end());
+    else
+        ADD_FAILURE() << file << " at " << seconds << " s is not a " << width << "x" << height
+                      << " picture";
+    return picture;
+}
+
+void expectColour(const Picture& picture, int x, int y, int r, int g, int b) {
+    const auto pixel = picture.at(x, y);
+    EXPECT_NEAR(pixel.r, r, 40) << "at " << x << "," << y;
+    EXPECT_NEAR(pixel.g, g, 40) << "at " << x << "," << y;
+    EXPECT_NEAR(pixel.b, b, 40) << "at " << x << "," << y;
+}
+
+// The width and height the video track's header gives, in whole pixels.
+std::pair<int, int> trackHeaderSize(const fs::path& file) {
+    for (const auto& top : boxesOf(file)) {
+        if (top.type != exporting::fourCC("moov")) continue;
+        for (const auto& trak : top.children) {
+            const auto* tkhd = exporting::findMp4Child(trak, exporting::fourCC("tkhd"));
+            if (!tkhd || tkhd->payload.size() < 8) continue;
+            const auto* end = tkhd->payload.data() + tkhd->payload.size();
+            const auto fixed = [](const std::uint8_t* p) {
+                return static_cast<int>((std::uint32_t(p[0]) << 24 | std::uint32_t(p[1]) << 16 |
+                                         std::uint32_t(p[2]) << 8 | p[3]) >>
+                                        16);
+            };
+            if (fixed(end - 8) != 0) return {fixed(end - 8), fixed(end - 4)};
+        }
+    }
+    return {0, 0};
+}
+
+// A segment of `file`'s audio stream played at `rate`, appended to the first audio track.
+void appendScaledAudio(composition::Composition& c, const fs::path& file, std::int64_t in,
+                       std::int64_t out, double rate) {
+    if (c.audio.empty()) c.audio.push_back({composition::MediaKind::audio, {}});
+    composition::Track& track = c.audio.front();
+    composition::SegmentSource source;
+    source.url = file;
+    source.streamIndex = 1;
+    source.assetRange = common::MediaTimeRange::fromStartEnd(ticks(in), ticks(out));
+    source.rate = rate;
+    track.segments.push_back(
+        {track.duration(), common::MediaTime::fromSeconds((out - in) / 600.0 / rate), source});
+}
+
+struct FormatCase {
+    ExportFormat format;
+    std::string brand;  // the file's major brand, or the format name for wav
+    bool video;
+    std::string audioCodec;
+};
+
+void PrintTo(const FormatCase& c, std::ostream* out) {
+    *out << model::toString(c.format);
+}
+
+class ReencodeFormat : public testing::TestWithParam<FormatCase> {};
+
+TEST_P(ReencodeFormat, WritesTheFormatsOwnContainerStreamsAndLength) {
+    const FormatCase& expected = GetParam();
+    const auto a = movieA();
+    const auto dir = testing_support::freshDir("reencode_format");
+    const auto file = dir / ("out." + std::string(model::toString(expected.format)));
+    std::vector<double> reports;
+    ASSERT_TRUE(exportTo(CompositionBuilder().clip(a, 10 * kFrame, 70 * kFrame).build(), file,
+                         expected.format, plain(160, 120),
+                         [&](double fraction) { reports.push_back(fraction); }));
+
+    const std::vector<std::string> types = streamTypes(file);
+    if (expected.video) {
+        EXPECT_EQ(types, (std::vector<std::string>{"video", "audio"}));
+        const auto video = probe(file, "v:0",
+                                 "stream=codec_name,profile,pix_fmt,width,height,r_frame_rate,"
+                                 "nb_read_frames");
+        EXPECT_EQ(video.at("codec_name"), "h264");
+        EXPECT_EQ(video.at("profile"), "High");
+        EXPECT_EQ(video.at("pix_fmt"), "yuv420p");
+        EXPECT_EQ(video.at("width"), "160");
+        EXPECT_EQ(video.at("height"), "120");
+        EXPECT_EQ(video.at("r_frame_rate"), "30/1");
+        EXPECT_EQ(video.at("nb_read_frames"), "60");
+    } else {
+        EXPECT_EQ(types, (std::vector<std::string>{"audio"}));
+    }
+    const auto audio = probe(file, "a:0", "stream=codec_name,sample_rate,channels,duration");
+    EXPECT_EQ(audio.at("codec_name"), expected.audioCodec);
+    EXPECT_EQ(audio.at("sample_rate"), "48000");
+    EXPECT_EQ(audio.at("channels"), "2");
+    EXPECT_NEAR(number(audio, "duration"), 2.0, 1024.0 / 48000);
+    // The sound decodes to exactly its length, priming and padding removed.
+    EXPECT_NEAR(static_cast<double>(samplesOf(file).size()) / kSampleRate, 2.0, 1024.0 / 48000);
+
+    const auto container = probe(file, "v", "format=format_name,duration:format_tags=major_brand");
+    EXPECT_NEAR(number(container, "duration"), 2.0, 1.0 / 30);
+    if (expected.format == ExportFormat::wav)
+        EXPECT_EQ(container.at("format_name"), expected.brand);
+    else
+        EXPECT_EQ(container.at("TAG:major_brand"), expected.brand);
+
+    ASSERT_FALSE(reports.empty());
+    EXPECT_TRUE(std::is_sorted(reports.begin(), reports.end()));
+    EXPECT_EQ(reports.back(), 1.0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Reencode, ReencodeFormat,
+                         testing::Values(FormatCase{ExportFormat::mp4, "isom", true, "aac"},
+                                         FormatCase{ExportFormat::mov, "qt  ", true, "aac"},
+                                         FormatCase{ExportFormat::m4a, "M4A ", false, "aac"},
+                                         FormatCase{ExportFormat::wav, "wav", false, "pcm_s16le"}),
+                         [](const testing::TestParamInfo<FormatCase>& info) {
+                             return std::string(model::toString(info.param.format));
+                         });
+
+TEST(ReencodeExport, AudioOnlyCompositionMakesNoVideoStream) {
+    const auto sound = aacOnly();
+    const auto dir = testing_support::freshDir("reencode_audio_only");
+    const auto file = dir / "out.mp4";
+    composition::Composition c = CompositionBuilder().audio(sound, 0, 0, 3 * kSecond).build();
+    ASSERT_TRUE(exportTo(c, file, ExportFormat::mp4, {std::nullopt, Framing::whole, 30}));
+    EXPECT_EQ(streamTypes(file), (std::vector<std::string>{"audio"}));
+    EXPECT_NEAR(number(probe(file, "a:0", "stream=duration"), "duration"), 3.0, 1024.0 / 48000);
+}
+
+TEST(ReencodeExport, JoinsClipsOfDifferentSizesFittingTheSmallerOneOnBlack) {
+    const auto a = movieA();
+    const auto wide = wideSmall();
+    const auto dir = testing_support::freshDir("reencode_join_sizes");
+    const auto file = dir / "out.mp4";
+    const auto c = CompositionBuilder().clip(a, 0, kSecond).video(wide, 0, kSecond).build();
+    ASSERT_TRUE(exportTo(c, file, ExportFormat::mp4, plain(160, 120)));
+
+    const auto video = probe(file, "v:0", "stream=width,height,nb_read_frames");
+    EXPECT_EQ(video.at("width"), "160");
+    EXPECT_EQ(video.at("height"), "120");
+    EXPECT_EQ(video.at("nb_read_frames"), "60");
+
+    const Picture first = pictureAt(file, 0.5, 160, 120);
+    EXPECT_GT(first.at(2, 2).r + first.at(2, 2).g + first.at(2, 2).b, 60);
+    // 96x54 scaled by 5/3 to 160x90: bars of 15 rows above and below.
+    const Picture second = pictureAt(file, 1.5, 160, 120);
+    for (const auto& [x, y] :
+         {std::pair{2, 2}, std::pair{157, 117}, std::pair{80, 12}, std::pair{80, 107}}) {
+        const auto pixel = second.at(x, y);
+        EXPECT_LT(std::max({pixel.r, pixel.g, pixel.b}), 24) << "at " << x << "," << y;
+    }
+    const auto centre = second.at(80, 60);
+    EXPECT_GT(centre.r + centre.g + centre.b, 60);
+    const auto aboveTheBar = second.at(5, 100);  // the red bar at the foot of the picture
+    EXPECT_GT(aboveTheBar.r, 120);
+}
+
+TEST(ReencodeExport, GapIsBlackAndSilent) {
+    const auto a = movieA();
+    const auto dir = testing_support::freshDir("reencode_gap");
+    const auto file = dir / "out.mp4";
+    const auto c = CompositionBuilder()
+                       .clip(a, 0, kSecond)
+                       .videoGap(kSecond)
+                       .audioGap(kSecond)
+                       .clip(a, kSecond, 2 * kSecond)
+                       .build();
+    ASSERT_TRUE(exportTo(c, file, ExportFormat::mov, plain(160, 120)));
+    EXPECT_EQ(probe(file, "v:0", "stream=nb_read_frames").at("nb_read_frames"), "90");
+
+    EXPECT_GT(pictureAt(file, 0.5, 160, 120).brightest(), 100);
+    EXPECT_LT(pictureAt(file, 1.5, 160, 120).brightest(), 24);
+    EXPECT_GT(pictureAt(file, 2.5, 160, 120).brightest(), 100);
+
+    const auto samples = samplesOf(file);
+    ASSERT_GE(samples.size(), 3u * kSampleRate - 1024);
+    const auto loudest = [&](double from, double to) {
+        int peak = 0;
+        for (auto i = static_cast<std::size_t>(from * kSampleRate);
+             i < static_cast<std::size_t>(to * kSampleRate); ++i)
+            peak = std::max(peak, std::abs(static_cast<int>(samples[i])));
+        return peak;
+    };
+    EXPECT_GT(loudest(0.2, 0.8), 3000);
+    EXPECT_LT(loudest(1.1, 1.9), 30);
+    EXPECT_GT(loudest(2.2, 2.8), 3000);
+}
+
+TEST(ReencodeExport, CropToAnOddSizeKeepsThatExactSizeAndShowsTheCroppedPart) {
+    const auto source = quadrants();
+    const auto dir = testing_support::freshDir("reencode_crop_odd");
+    const auto file = dir / "out.mp4";
+    composition::VideoSettings crop;
+    crop.largestSize = {160, 120};
+    crop.cropLeading = 0.1;       // 16 pixels
+    crop.cropTrailing = 0.26875;  // 43 pixels
+    crop.cropTop = 0.1;           // 12 rows
+    crop.cropBottom = 0.425;      // 51 rows
+    const OutputFrame frame = composition::outputFrame(crop);
+    ASSERT_EQ(frame.renderWidth, 101);
+    ASSERT_EQ(frame.renderHeight, 57);
+    const auto c = CompositionBuilder().video(source, 0, kSecond).build();
+    ASSERT_TRUE(exportTo(c, file, ExportFormat::mp4, {frame, Framing::crop, 30}));
+
+    const auto video =
+        probe(file, "v:0", "stream=width,height,profile,pix_fmt,r_frame_rate,nb_read_frames");
+    EXPECT_EQ(video.at("width"), "101");
+    EXPECT_EQ(video.at("height"), "57");
+    // 4:2:0 can only be cut in steps of two pixels; 4:4:4 keeps the odd size exact.
+    EXPECT_EQ(video.at("profile"), "High 4:4:4 Predictive");
+    EXPECT_EQ(video.at("pix_fmt"), "yuv444p");
+    EXPECT_EQ(video.at("r_frame_rate"), "30/1");
+    EXPECT_EQ(video.at("nb_read_frames"), "30");
+    EXPECT_EQ(trackHeaderSize(file), (std::pair{101, 57}));
+
+    // Source column 80 and row 60, where the quarters meet, land at 64 and 48.
+    const Picture picture = pictureAt(file, 0.5, 101, 57);
+    ASSERT_FALSE(picture.rgb.empty());
+    expectColour(picture, 4, 4, 255, 0, 0);
+    expectColour(picture, 59, 43, 255, 0, 0);
+    expectColour(picture, 69, 4, 0, 128, 0);
+    expectColour(picture, 97, 43, 0, 128, 0);
+    expectColour(picture, 4, 53, 0, 0, 255);
+    expectColour(picture, 59, 52, 0, 0, 255);
+    expectColour(picture, 69, 53, 255, 255, 255);
+    expectColour(picture, 97, 53, 255, 255, 255);
+}
+
+TEST(ReencodeExport, CropOfAnEvenSizeStaysHighProfile) {
+    const auto source = quadrants();
+    const auto dir = testing_support::freshDir("reencode_crop_even");
+    const auto file = dir / "out.mov";
+    composition::VideoSettings crop;
+    crop.largestSize = {160, 120};
+    crop.cropLeading = 0.25;
+    crop.cropTop = 0.25;
+    const auto c = CompositionBuilder().video(source, 0, kSecond).build();
+    ASSERT_TRUE(
+        exportTo(c, file, ExportFormat::mov, {composition::outputFrame(crop), Framing::crop, 30}));
+    const auto video = probe(file, "v:0", "stream=width,height,profile,pix_fmt");
+    EXPECT_EQ(video.at("width"), "120");
+    EXPECT_EQ(video.at("height"), "90");
+    EXPECT_EQ(video.at("profile"), "High");
+    EXPECT_EQ(video.at("pix_fmt"), "yuv420p");
+    // Only the bottom-right quarter's white and the corners of the others remain.
+    const Picture picture = pictureAt(file, 0.5, 120, 90);
+    expectColour(picture, 10, 10, 255, 0, 0);
+    expectColour(picture, 100, 10, 0, 128, 0);
+    expectColour(picture, 10, 80, 0, 0, 255);
+    expectColour(picture, 100, 80, 255, 255, 255);
+}
+
+TEST(ReencodeExport, RotatedClipComesOutUprightWithNoRotationLeft) {
+    const auto file = turned();
+    auto input = media::openInput(file);
+    ASSERT_TRUE(input);
+    const AVStream* stream = media::firstStream(**input, AVMEDIA_TYPE_VIDEO);
+    ASSERT_NE(stream, nullptr);
+    const int rotation = media::displayRotationDegrees(*stream);
+    ASSERT_TRUE(rotation == 90 || rotation == 270);
+
+    auto c = CompositionBuilder().clip(file, 0, kSecond).build();
+    c.video->segments.front().source->rotationDegrees = rotation;
+    const auto dir = testing_support::freshDir("reencode_rotated");
+    const auto out = dir / "out.mp4";
+    ASSERT_TRUE(exportTo(c, out, ExportFormat::mp4, plain(120, 160)));
+
+    const auto video = probe(out, "v:0", "stream=width,height");
+    EXPECT_EQ(video.at("width"), "120");
+    EXPECT_EQ(video.at("height"), "160");
+    auto written = media::openInput(out);
+    ASSERT_TRUE(written);
+    const AVStream* outStream = media::firstStream(**written, AVMEDIA_TYPE_VIDEO);
+    ASSERT_NE(outStream, nullptr);
+    EXPECT_EQ(media::displayRotationDegrees(*outStream), 0);
+    EXPECT_EQ(av_stream_get_side_data(outStream, AV_PKT_DATA_DISPLAYMATRIX, nullptr), nullptr);
+
+    // The same picture as the ffmpeg tool shows the source, which it turns upright itself.
+    const Picture ours = pictureAt(out, 0.5, 120, 160);
+    const Picture reference = pictureAt(file, 0.5, 120, 160);
+    ASSERT_FALSE(ours.rgb.empty());
+    ASSERT_EQ(ours.rgb.size(), reference.rgb.size());
+    double difference = 0;
+    for (std::size_t i = 0; i < ours.rgb.size(); ++i)
+        difference += std::abs(int(ours.rgb[i]) - int(reference.rgb[i]));
+    EXPECT_LT(difference / ours.rgb.size(), 6);
+}
+
+TEST(ReencodeExport, ClipAtDoubleSpeedTakesHalfTheTime) {
+    const auto a = movieA();
+    const auto dir = testing_support::freshDir("reencode_rate2");
+    const auto file = dir / "out.mp4";
+    auto c = CompositionBuilder().video(a, 0, 2 * kSecond, 2.0).build();
+    appendScaledAudio(c, a, 0, 2 * kSecond, 2.0);
+    ASSERT_TRUE(exportTo(c, file, ExportFormat::mp4, plain(160, 120)));
+    EXPECT_EQ(probe(file, "v:0", "stream=nb_read_frames").at("nb_read_frames"), "30");
+    EXPECT_NEAR(number(probe(file, "v", "format=duration"), "duration"), 1.0, 1.0 / 30);
+    EXPECT_NEAR(static_cast<double>(samplesOf(file).size()) / kSampleRate, 1.0, 1024.0 / 48000);
+}
+
+TEST(ReencodeExport, NtscRateIsKeptExactly) {
+    const auto a = movieA();
+    const auto dir = testing_support::freshDir("reencode_ntsc");
+    const auto file = dir / "out.mp4";
+    const auto c = CompositionBuilder().clip(a, 0, kSecond).build();
+    ASSERT_TRUE(exportTo(c, file, ExportFormat::mp4, plain(160, 120, 30000.0 / 1001)));
+    const auto video = probe(file, "v:0", "stream=r_frame_rate,nb_read_frames");
+    EXPECT_EQ(video.at("r_frame_rate"), "30000/1001");
+    // Frames start at k * 1001/30000 s; the 30th starts at 0.967 s, before the end.
+    EXPECT_EQ(video.at("nb_read_frames"), "30");
+}
+
+TEST(ReencodeExport, CancellationLeavesNoFile) {
+    const auto a = movieA();
+    const auto dir = testing_support::freshDir("reencode_cancel");
+    const auto file = dir / "out.mp4";
+    const auto c = CompositionBuilder().clip(a, 0, 3 * kSecond).build();
+    std::stop_source stop;
+    const auto result = exportTo(
+        c, file, ExportFormat::mp4, plain(160, 120),
+        [&](double fraction) {
+            if (fraction > 0.2) stop.request_stop();
+        },
+        stop.get_token());
+    ASSERT_FALSE(result);
+    EXPECT_EQ(result.error().message, exporting::exportCancelled().message);
+    EXPECT_FALSE(fs::exists(file));
+
+    std::stop_source already;
+    already.request_stop();
+    EXPECT_FALSE(exportTo(c, file, ExportFormat::wav, plain(160, 120), {}, already.get_token()));
+    EXPECT_FALSE(fs::exists(file));
+}
+
+TEST(ReencodeExport, VanishedSourceFailsCleanlyLeavingNothing) {
+    const auto dir = testing_support::freshDir("reencode_vanished");
+    const auto source = dir / "gone.mp4";
+    fs::copy_file(movieA(), source);
+    const auto c = CompositionBuilder().clip(source, 0, kSecond).build();
+    fs::remove(source);
+    const auto file = dir / "out.mp4";
+    const auto result = exportTo(c, file, ExportFormat::mp4, plain(160, 120));
+    ASSERT_FALSE(result);
+    EXPECT_NE(result.error().message.find(source.string()), std::string::npos)
+        << result.error().message;
+    EXPECT_FALSE(fs::exists(file));
+}
+
+TEST(ReencodeExport, ColonInTheDestinationNameIsPartOfTheName) {
+    const auto dir = testing_support::freshDir("reencode_colon");
+    const auto file = dir / "take:2.wav";
+    const auto c = CompositionBuilder().audio(aacOnly(), 0, 0, kSecond).build();
+    ASSERT_TRUE(exportTo(c, file, ExportFormat::wav, {std::nullopt, Framing::whole, 30}));
+    EXPECT_EQ(streamTypes(file), (std::vector<std::string>{"audio"}));
+}
+
+TEST(ReencodeExport, EmptyCompositionIsRefused) {
+    const auto dir = testing_support::freshDir("reencode_empty");
+    const auto file = dir / "out.mp4";
+    const auto result = exportTo({}, file, ExportFormat::mp4, plain(160, 120));
+    ASSERT_FALSE(result);
+    EXPECT_NE(result.error().message.find(file.string()), std::string::npos);
+    EXPECT_FALSE(fs::exists(file));
+}
+
+}  // namespace
