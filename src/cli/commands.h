@@ -12,6 +12,9 @@ using Arguments = std::vector<std::string>;
 int probeCommand(const Arguments& args);
 int newCommand(const Arguments& args);
 int infoCommand(const Arguments& args);
+int editCommand(const Arguments& args);
+int exportCommand(const Arguments& args);
+int frameCommand(const Arguments& args);
 
 // True if `args` asks for help; prints `usage` to standard output then.
 bool wantsHelp(const Arguments& args, const char* usage);

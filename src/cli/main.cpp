@@ -16,6 +16,9 @@ constexpr const char* kUsage =
     "  probe FILE...                      what the media files hold, as JSON\n"
     "  new PROJECT.vantrell FILE...       import the files into a new project\n"
     "  info PROJECT.vantrell [--json]     what a project holds\n"
+    "  edit PROJECT.vantrell OP...        apply editing operations and save\n"
+    "  export PROJECT.vantrell -o OUT     export to mp4, mov, m4a or wav\n"
+    "  frame PROJECT.vantrell --at S -o F the picture at a time, as PNG\n"
     "\n"
     "Run 'vantrell-cli COMMAND --help' for a command's options.\n";
 
@@ -25,9 +28,8 @@ struct Command {
 };
 
 constexpr Command kCommands[] = {
-    {"probe", cli::probeCommand},
-    {"new", cli::newCommand},
-    {"info", cli::infoCommand},
+    {"probe", cli::probeCommand}, {"new", cli::newCommand},       {"info", cli::infoCommand},
+    {"edit", cli::editCommand},   {"export", cli::exportCommand}, {"frame", cli::frameCommand},
 };
 
 }  // namespace

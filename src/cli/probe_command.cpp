@@ -26,8 +26,8 @@ int probeCommand(const Arguments& args) {
     }
     int status = 0;
     for (const auto& file : args) {
-        auto clip = media::probeClip(std::filesystem::absolute(file), std::nullopt,
-                                     common::Uuid::random());
+        auto clip =
+            media::probeClip(std::filesystem::absolute(file), std::nullopt, common::Uuid::random());
         if (clip) {
             std::cout << probeJson(*clip).dump() << "\n";
         } else {

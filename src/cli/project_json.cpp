@@ -4,6 +4,9 @@
 #include <string>
 #include <vector>
 
+#include "composition/audio_lanes.h"
+#include "composition/video_slicing.h"
+#include "export/export_planning.h"
 #include "model/snapshot.h"
 
 namespace cli {
@@ -19,6 +22,37 @@ json optionalJson(const std::optional<T>& v, F&& convert) {
 
 json optionalNumber(const std::optional<double>& v) {
     return optionalJson(v, [](double d) { return d; });
+}
+
+json sizeJson(const std::optional<model::Size>& size) {
+    if (!size) return nullptr;
+    return json::array({size->width, size->height});
+}
+
+std::string linkStateText(model::ClipLinkState state) {
+    switch (state) {
+        case model::ClipLinkState::linked:
+            return "linked";
+        case model::ClipLinkState::unlinked:
+            return "unlinked";
+        case model::ClipLinkState::none:
+            break;
+    }
+    return "none";
+}
+
+json sliceJson(const composition::Slice& s) {
+    return {{"file", s.url.string()},
+            {"timelineStart", s.timelineStart.ticks},
+            {"assetStart", s.assetRange.start.ticks},
+            {"assetEnd", s.assetRange.end().ticks},
+            {"rate", s.rate}};
+}
+
+json gapsJson(const std::vector<model::GapSelection>& gaps) {
+    json out = json::array();
+    for (const auto& g : gaps) out.push_back({g.startTime, g.endTime});
+    return out;
 }
 
 json imageSize(const model::Image& image) {
@@ -47,7 +81,8 @@ json clipJson(const model::Clip& c) {
     return {
         {"id", c.id.toString()},
         {"url", model::fileURLString(c.url)},
-        {"bookmark", optionalJson(c.bookmark, [](const model::Bytes& b) { return model::base64Encode(b); })},
+        {"bookmark",
+         optionalJson(c.bookmark, [](const model::Bytes& b) { return model::base64Encode(b); })},
         {"displayName", c.displayName},
         {"hasVideo", c.hasVideo},
         {"hasAudio", c.hasAudio},
@@ -72,7 +107,23 @@ json clipJson(const model::Clip& c) {
 
 json projectJson(const model::Project& p) {
     json clips = json::array();
-    for (const auto& c : p.clips()) clips.push_back(clipJson(c));
+    for (const auto& c : p.clips()) {
+        json clip = clipJson(c);
+        clip["linkState"] = linkStateText(p.linkState(c.id));
+        clips.push_back(std::move(clip));
+    }
+    json slices = json::array();
+    for (const auto& s : composition::sliceVideoTopWins(p.clips())) slices.push_back(sliceJson(s));
+    json lanes = json::array();
+    for (const auto& lane : composition::assignAudioLanes(p.clips())) {
+        json items = json::array();
+        for (const auto& s : lane) items.push_back(sliceJson(s));
+        lanes.push_back(std::move(items));
+    }
+    json formats = json::array();
+    for (auto f : exporting::availableFormats(p))
+        formats.push_back(std::string(model::toString(f)));
+    auto aspect = p.aspectAtPlayhead();
     // A set has no order; sort so that the output is stable.
     std::vector<std::string> selected;
     for (const auto& id : p.selectedClipIDs()) selected.push_back(id.toString());
@@ -91,6 +142,24 @@ json projectJson(const model::Project& p) {
           {"trailing", p.cropInsetTrailing()},
           {"bottom", p.cropInsetBottom()}}},
         {"smallClipMode", std::string(model::toString(p.smallClipMode()))},
+        {"gaps", {{"video", gapsJson(p.gaps(false))}, {"audio", gapsJson(p.gaps(true))}}},
+        {"hasOverlap", p.hasOverlap()},
+        {"hasVideoContent", p.hasVideoContent()},
+        {"videoAtPlayhead", p.videoAtPlayhead()},
+        {"videoNaturalSize", sizeJson(p.videoNaturalSize())},
+        {"naturalSizeAtPlayhead", sizeJson(p.naturalSizeAtPlayhead())},
+        {"aspectAtPlayhead", aspect ? json(*aspect) : json(nullptr)},
+        {"frameRateAtPlayhead", p.frameRateAtPlayhead()},
+        {"largestVideoSize", sizeJson(p.largestVideoSize())},
+        {"hasCrop", p.hasCrop()},
+        {"snapTargets", p.snapTargets(std::nullopt)},
+        {"passthroughEligible", exporting::passthroughEligible(p)},
+        {"reEncodeReason", p.clips().empty() ? json(nullptr) : json(exporting::reEncodeReason(p))},
+        {"statusLine", exporting::statusLine(p)},
+        {"availableFormats", std::move(formats)},
+        {"suggestedFilename", exporting::suggestedFilename(p)},
+        {"slices", std::move(slices)},
+        {"audioLanes", std::move(lanes)},
     };
 }
 

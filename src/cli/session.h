@@ -10,12 +10,13 @@ namespace cli {
 // The executor and media services of one command run. The command's thread owns the
 // executor and drains it, so asynchronous work always finishes before the next step.
 class Session {
-public:
+  public:
     Session();
     model::ProjectContext context() { return {&executor_, media_}; }
     void drain() { executor_.drain(); }
+    common::Executor& executor() { return executor_; }
 
-private:
+  private:
     std::shared_ptr<model::MediaServices> media_;
     common::ThreadPoolExecutor executor_;  // declared last: its workers stop first
 };
