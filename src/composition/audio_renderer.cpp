@@ -51,12 +51,11 @@ common::Status AudioRenderer::mixTrack(const Track& track, Lane& lane, float* mi
         }
         if (k >= segments.size()) break;
         const Segment& segment = segments[k];
-        const std::int64_t first = sampleAt(segment.start);
         const std::int64_t last = sampleAt(segment.end());
         const std::int64_t until = std::min(end, last);
         if (segment.source) {
             if (!lane.reader || lane.reader->position() != at) {
-                auto opened = AudioSegmentReader::open(segment, first, at, last, format_);
+                auto opened = AudioSegmentReader::open(segment, at, last, format_);
                 if (!opened) return opened.error();
                 lane.reader.emplace(std::move(opened.value()));
             }

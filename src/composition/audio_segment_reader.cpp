@@ -65,10 +65,9 @@ std::vector<double> tempoStages(double factor) {
 }  // namespace
 
 common::Result<AudioSegmentReader> AudioSegmentReader::open(const Segment& segment,
-                                                            std::int64_t first, std::int64_t from,
-                                                            std::int64_t end,
+                                                            std::int64_t from, std::int64_t end,
                                                             const AudioFormat& format) {
-    assert(segment.source && first <= from && from < end);
+    assert(segment.source && from < end);
     const SegmentSource& source = *segment.source;
     AudioSegmentReader reader;
     reader.file_ = source.url;

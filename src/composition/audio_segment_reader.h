@@ -19,11 +19,10 @@ namespace composition {
 // by one thread at a time.
 class AudioSegmentReader {
   public:
-    // `segment` has a source and starts at output sample `first`; it ends before sample
-    // `end`. Reading starts at sample `from`, in [first, end).
-    static common::Result<AudioSegmentReader> open(const Segment& segment, std::int64_t first,
-                                                   std::int64_t from, std::int64_t end,
-                                                   const AudioFormat& format);
+    // `segment` has a source and ends before output sample `end`. Reading starts at sample
+    // `from`, at or after the segment's first sample and before `end`.
+    static common::Result<AudioSegmentReader> open(const Segment& segment, std::int64_t from,
+                                                   std::int64_t end, const AudioFormat& format);
 
     // The output sample the next read starts at.
     std::int64_t position() const { return end_ - outputLeft_; }
