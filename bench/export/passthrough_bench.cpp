@@ -11,14 +11,7 @@
 // 0.75 s (ratio 1.08), cut ranges 0.68 s against 0.74 s (0.91); peak RSS 43 and 49 MB
 // against the tool's 60 and 62 MB. Both spend most of the time writing the 100-odd MB.
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -32,8 +25,7 @@
 #include "common/media_time.h"
 #include "composition/composition.h"
 #include "export/passthrough_export.h"
-
-extern char** environ;
+#include "support/bench_support.h"
 
 namespace {
 
@@ -76,76 +68,13 @@ int exportOnce(const std::vector<std::string_view>& args) {
     return 0;
 }
 
-struct Run {
-    double milliseconds = 0;
-    long peakKilobytes = 0;
-};
-
-// Runs a program with stdout and stderr sent to /dev/null; its time and peak memory, or
-// none if it failed.
-std::optional<Run> runQuietly(const std::vector<std::string>& command) {
-    std::vector<char*> argv;
-    for (const auto& word : command) argv.push_back(const_cast<char*>(word.c_str()));
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    const auto start = std::chrono::steady_clock::now();
-    pid_t pid = 0;
-    const int rc = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (rc != 0) return std::nullopt;
-    int status = 0;
-    rusage usage{};
-    if (wait4(pid, &status, 0, &usage) != pid) return std::nullopt;
-    const auto end = std::chrono::steady_clock::now();
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return std::nullopt;
-    return Run{std::chrono::duration<double, std::milli>(end - start).count(), usage.ru_maxrss};
-}
-
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    const std::size_t mid = values.size() / 2;
-    return values.size() % 2 ? values[mid] : (values[mid - 1] + values[mid]) / 2;
-}
-
 std::optional<fs::path> sampleClip(const fs::path& folder, const std::string& name,
                                    const std::string& picture, int toneHz) {
-    const fs::path file = folder / ("passthrough_" + name + "_1080p30_60s.mp4");
-    if (fs::exists(file)) return file;
-    fs::create_directories(folder);
-    std::cout << "export_bench: making " << file.string() << " (once)\n" << std::flush;
-    // Written aside and renamed, so an interrupted run never leaves half a clip behind.
-    const fs::path partial = folder / ".partial.mp4";
-    const bool made = runQuietly({VANTRELL_FFMPEG,
-                                  "-y",
-                                  "-nostdin",
-                                  "-loglevel",
-                                  "error",
-                                  "-f",
-                                  "lavfi",
-                                  "-i",
-                                  picture + "=size=1920x1080:rate=30",
-                                  "-f",
-                                  "lavfi",
-                                  "-i",
-                                  "sine=frequency=" + std::to_string(toneHz) + ":sample_rate=48000",
-                                  "-t",
-                                  "60",
-                                  "-c:v",
-                                  "libx264",
-                                  "-preset",
-                                  "ultrafast",
-                                  "-pix_fmt",
-                                  "yuv420p",
-                                  "-c:a",
-                                  "aac",
-                                  partial.string()})
-                          .has_value();
-    if (!made) return std::nullopt;
-    fs::rename(partial, file);
-    return file;
+    return bench::cachedSample(
+        folder, "passthrough_" + name + "_1080p30_60s.mp4",
+        {"-f", "lavfi", "-i", picture + "=size=1920x1080:rate=30", "-f", "lavfi", "-i",
+         "sine=frequency=" + std::to_string(toneHz) + ":sample_rate=48000", "-t", "60", "-c:v",
+         "libx264", "-preset", "ultrafast", "-pix_fmt", "yuv420p", "-c:a", "aac"});
 }
 
 struct Case {
@@ -156,8 +85,8 @@ struct Case {
 struct Measured {
     std::vector<double> ours;
     std::vector<double> tool;
-    long oursPeakKilobytes = 0;
-    long toolPeakKilobytes = 0;
+    double oursPeakMegabytes = 0;
+    double toolPeakMegabytes = 0;
 };
 
 std::vector<std::string> oursCommand(const std::string& self, const fs::path& out, const Case& c) {
@@ -189,14 +118,7 @@ int main(int argc, char** argv) {
         return exportOnce({args.begin() + 1, args.end()});
     }
 
-    fs::path folder = VANTRELL_BENCH_MEDIA;
-    int runs = 5;
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        if (args[i] == "--runs" && i + 1 < args.size())
-            runs = std::max(1, std::atoi(std::string(args[++i]).c_str()));
-        else
-            folder = fs::path(args[i]);
-    }
+    const auto [folder, runs] = bench::readOptions(args, {VANTRELL_BENCH_MEDIA, 5});
 
     const auto first = sampleClip(folder, "a", "testsrc2", 440);
     const auto second = sampleClip(folder, "b", "testsrc", 550);
@@ -206,7 +128,7 @@ int main(int argc, char** argv) {
                   << "\n";
         return 1;
     }
-    const std::string self = fs::read_symlink("/proc/self/exe").string();
+    const std::string self = bench::selfPath();
     const fs::path ours = folder / "passthrough_ours.mp4";
     const fs::path tool = folder / "passthrough_tool.mp4";
     const fs::path list = folder / "passthrough_list.txt";
@@ -222,26 +144,26 @@ int main(int argc, char** argv) {
         // One untimed round fills the page cache; after it the two commands alternate so
         // that drift in the machine's load falls on both alike.
         for (int round = -1; round < runs; ++round) {
-            const auto a = runQuietly(oursCommand(self, ours, c));
-            const auto b = runQuietly(toolCommand(list, tool, c));
+            const auto a = bench::measure(oursCommand(self, ours, c));
+            const auto b = bench::measure(toolCommand(list, tool, c));
             if (!a || !b) {
                 std::cerr << "export_bench: " << c.name << " failed ("
                           << (!a ? "ours" : "the ffmpeg tool") << ")\n";
                 return 1;
             }
             if (round < 0) continue;
-            m.ours.push_back(a->milliseconds);
-            m.tool.push_back(b->milliseconds);
-            m.oursPeakKilobytes = std::max(m.oursPeakKilobytes, a->peakKilobytes);
-            m.toolPeakKilobytes = std::max(m.toolPeakKilobytes, b->peakKilobytes);
+            m.ours.push_back(a->seconds * 1e3);
+            m.tool.push_back(b->seconds * 1e3);
+            m.oursPeakMegabytes = std::max(m.oursPeakMegabytes, a->peakMegabytes);
+            m.toolPeakMegabytes = std::max(m.toolPeakMegabytes, b->peakMegabytes);
         }
-        const double oursMs = median(m.ours);
-        const double toolMs = median(m.tool);
+        const double oursMs = bench::median(m.ours);
+        const double toolMs = bench::median(m.tool);
         std::printf(
             "%-38s ours %.0f ms, ffmpeg concat %.0f ms, ratio %.2f (target <= 1.5); "
             "peak RSS ours %.0f MB (target < 400), ffmpeg %.0f MB; output %.0f MB vs %.0f MB\n",
-            c.name.c_str(), oursMs, toolMs, oursMs / toolMs, m.oursPeakKilobytes / 1024.0,
-            m.toolPeakKilobytes / 1024.0, fs::file_size(ours) / 1e6, fs::file_size(tool) / 1e6);
+            c.name.c_str(), oursMs, toolMs, oursMs / toolMs, m.oursPeakMegabytes,
+            m.toolPeakMegabytes, fs::file_size(ours) / 1e6, fs::file_size(tool) / 1e6);
     }
     std::printf("export_bench: median of %d runs each, every run a new process\n", runs);
     fs::remove(ours);

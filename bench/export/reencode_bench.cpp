@@ -10,16 +10,7 @@
 //
 // When written (Debian 12, FFmpeg 5.1, 2 cores): see the report of the change that added it.
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
-#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <optional>
@@ -32,8 +23,7 @@
 #include "composition/crop_frame.h"
 #include "export/reencode_export.h"
 #include "media/media_input.h"
-
-extern char** environ;
+#include "support/bench_support.h"
 
 namespace {
 
@@ -91,82 +81,15 @@ int exportOnce(const fs::path& file, const fs::path& out) {
     return 0;
 }
 
-struct Usage {
-    double seconds = 0;
-    double peakMegabytes = 0;
-};
-
-// Runs a program with stdout and stderr sent to /dev/null; answers its wall time and peak
-// resident size, or nothing if it did not exit with 0.
-std::optional<Usage> measure(const std::vector<std::string>& command) {
-    std::vector<char*> argv;
-    for (const auto& word : command) argv.push_back(const_cast<char*>(word.c_str()));
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    const auto start = std::chrono::steady_clock::now();
-    pid_t pid = 0;
-    const int rc = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (rc != 0) return std::nullopt;
-    int status = 0;
-    rusage usage{};
-    if (wait4(pid, &status, 0, &usage) != pid) return std::nullopt;
-    const auto end = std::chrono::steady_clock::now();
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return std::nullopt;
-    // Linux gives ru_maxrss in kilobytes.
-    return Usage{std::chrono::duration<double>(end - start).count(), usage.ru_maxrss / 1024.0};
-}
-
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    const std::size_t mid = values.size() / 2;
-    return values.size() % 2 ? values[mid] : (values[mid - 1] + values[mid]) / 2;
-}
-
 std::optional<fs::path> sampleFile(const fs::path& folder) {
-    const fs::path file = folder / "testsrc2_1080p30_30s_h264_aac.mp4";
-    if (fs::exists(file)) return file;
-    fs::create_directories(folder);
-    std::cout << "reencode_bench: making " << file.string() << " (once)\n" << std::flush;
-    // Written aside and renamed, so an interrupted run never leaves half a sample behind.
-    const fs::path partial = folder / ".partial-reencode.mp4";
-    const bool made = measure({VANTRELL_FFMPEG,
-                               "-y",
-                               "-nostdin",
-                               "-loglevel",
-                               "error",
-                               "-f",
-                               "lavfi",
-                               "-i",
-                               "testsrc2=size=1920x1080:rate=30",
-                               "-f",
-                               "lavfi",
-                               "-i",
-                               "sine=frequency=440:sample_rate=48000",
-                               "-t",
-                               "30",
-                               "-c:v",
-                               "libx264",
-                               "-preset",
-                               "veryfast",
-                               "-g",
-                               "60",
-                               "-pix_fmt",
-                               "yuv420p",
-                               "-c:a",
-                               "aac",
-                               "-b:a",
-                               "192k",
-                               "-ac",
-                               "2",
-                               partial.string()})
-                          .has_value();
-    if (!made) return std::nullopt;
-    fs::rename(partial, file);
-    return file;
+    return bench::cachedSample(
+        folder, "testsrc2_1080p30_30s_h264_aac.mp4",
+        {"-f",       "lavfi",    "-i",   "testsrc2=size=1920x1080:rate=30",
+         "-f",       "lavfi",    "-i",   "sine=frequency=440:sample_rate=48000",
+         "-t",       "30",       "-c:v", "libx264",
+         "-preset",  "veryfast", "-g",   "60",
+         "-pix_fmt", "yuv420p",  "-c:a", "aac",
+         "-b:a",     "192k",     "-ac",  "2"});
 }
 
 struct Case {
@@ -183,14 +106,7 @@ int main(int argc, char** argv) {
     if (!args.empty() && args[0] == kExportOnce && args.size() >= 3)
         return exportOnce(fs::path(args[1]), fs::path(args[2]));
 
-    fs::path folder = VANTRELL_BENCH_MEDIA;
-    int runs = 3;
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        if (args[i] == "--runs" && i + 1 < args.size())
-            runs = std::max(1, std::atoi(std::string(args[++i]).c_str()));
-        else
-            folder = fs::path(args[i]);
-    }
+    const auto [folder, runs] = bench::readOptions(args, {VANTRELL_BENCH_MEDIA, 3});
 
     const auto source = sampleFile(folder);
     if (!source) {
@@ -198,7 +114,7 @@ int main(int argc, char** argv) {
                   << folder.string() << "\n";
         return 1;
     }
-    const std::string self = fs::read_symlink("/proc/self/exe").string();
+    const std::string self = bench::selfPath();
     const fs::path scratch = folder / "reencode-scratch";
     fs::create_directories(scratch);
     const std::string length = std::to_string(kCutLengthSeconds);
@@ -232,7 +148,7 @@ int main(int argc, char** argv) {
     // Rounds interleave the two so that drift in the machine's load falls on both alike.
     for (int round = 0; round < runs; ++round) {
         for (Case* c : {&ours, &tool}) {
-            const auto usage = measure(c->command);
+            const auto usage = bench::measure(c->command);
             if (!usage) {
                 std::cerr << "reencode_bench: " << c->name << " failed\n";
                 return 1;
@@ -243,16 +159,16 @@ int main(int argc, char** argv) {
     }
     fs::remove_all(scratch);
 
-    const double ourSeconds = median(ours.seconds);
-    const double toolSeconds = median(tool.seconds);
-    const double ourMegabytes = median(ours.megabytes);
+    const double ourSeconds = bench::median(ours.seconds);
+    const double toolSeconds = bench::median(tool.seconds);
+    const double ourMegabytes = bench::median(ours.megabytes);
     std::printf(
         "reencode_bench: median of %d runs, each a new process; libx264 %s crf %d "
         "rc-lookahead %d\n",
         runs, std::string(exporting::kX264Preset).c_str(), exporting::kX264Crf,
         exporting::kX264Lookahead);
     std::printf("%-36s ours %.1f s / %.0f MB, ffmpeg tool %.1f s / %.0f MB\n", ours.name.c_str(),
-                ourSeconds, ourMegabytes, toolSeconds, median(tool.megabytes));
+                ourSeconds, ourMegabytes, toolSeconds, bench::median(tool.megabytes));
     std::printf("%-36s time ratio %.3f (target <= 1.15): %s\n", "Reencode_TimeRatio",
                 ourSeconds / toolSeconds, ourSeconds / toolSeconds <= 1.15 ? "ok" : "OVER");
     std::printf("%-36s peak %.0f MB (target < 400 MB): %s\n", "Reencode_PeakMemory", ourMegabytes,

@@ -19,7 +19,6 @@
 // 24 runs (0.31) and 38.8 s for one run (0.43); with a keyframe every second 0.78 s against
 // 18.0 s (0.04); drawing 52 ms per image.
 
-#include <algorithm>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
@@ -30,9 +29,9 @@
 #include <string_view>
 #include <vector>
 
-#include "bench_support.h"
 #include "media/filmstrip.h"
 #include "media/waveform.h"
+#include "support/bench_support.h"
 
 namespace {
 
@@ -58,15 +57,6 @@ int filmstripOnce(const fs::path& file, double seconds) {
     std::cout << frames.size() << " frames of " << frames[0]->width << "x" << frames[0]->height
               << "\n";
     return 0;
-}
-
-std::optional<fs::path> videoSample(const fs::path& folder, const std::string& name, int gop) {
-    return bench::cachedSample(
-        folder, name, {"-f",       "lavfi",     "-i",   "testsrc2=size=1920x1080:rate=30",
-                       "-f",       "lavfi",     "-i",   "sine=frequency=440:sample_rate=48000",
-                       "-t",       "60",        "-c:v", "libx264",
-                       "-preset",  "ultrafast", "-g",   std::to_string(gop),
-                       "-pix_fmt", "yuv420p",   "-c:a", "aac"});
 }
 
 std::string secondsText(double seconds) {
@@ -101,6 +91,17 @@ std::vector<std::string> toolThumbnailsInOneRun(const fs::path& file, const fs::
     return command;
 }
 
+// Wall time of running `commands` one after the other, or nothing if any of them failed.
+std::optional<double> millisecondsOf(const std::vector<std::vector<std::string>>& commands) {
+    double seconds = 0;
+    for (const auto& command : commands) {
+        const auto usage = bench::measure(command);
+        if (!usage) return std::nullopt;
+        seconds += usage->seconds;
+    }
+    return seconds * 1e3;
+}
+
 struct Case {
     std::string name;
     std::vector<std::vector<std::string>> commands;
@@ -116,17 +117,13 @@ int main(int argc, char** argv) {
     if (args.size() == 3 && args[0] == kFilmstripOnce)
         return filmstripOnce(fs::path(args[1]), std::atof(std::string(args[2]).c_str()));
 
-    fs::path folder = VANTRELL_BENCH_MEDIA;
-    int runs = 3;
     std::string only;
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        if (args[i] == "--runs" && i + 1 < args.size())
-            runs = std::max(1, std::atoi(std::string(args[++i]).c_str()));
-        else if (args[i] == "--only" && i + 1 < args.size())
-            only = args[++i];
-        else
-            folder = fs::path(args[i]);
-    }
+    const auto [folder, runs] = bench::readOptions(
+        args, {VANTRELL_BENCH_MEDIA, 3}, [&](std::string_view name, std::string_view value) {
+            if (name != "--only") return false;
+            only = value;
+            return true;
+        });
     const auto wanted = [&](std::string_view group) { return only.empty() || only == group; };
 
     const auto audio = bench::cachedSample(
@@ -134,8 +131,9 @@ int main(int argc, char** argv) {
         {"-f", "lavfi", "-i", "anoisesrc=color=pink:sample_rate=48000:amplitude=0.4", "-t", "600",
          "-ac", "2", "-c:a", "aac", "-b:a", "192k"});
     // The same name and settings as media_bench's sample, so the two share one file.
-    const auto video = videoSample(folder, "testsrc2_1080p30_60s_h264_aac.mp4", 250);
-    const auto videoGop30 = videoSample(folder, "testsrc2_1080p30_60s_gop30_h264_aac.mp4", 30);
+    const auto video = bench::videoSample(folder, "testsrc2_1080p30_60s_h264_aac.mp4", 250);
+    const auto videoGop30 =
+        bench::videoSample(folder, "testsrc2_1080p30_60s_gop30_h264_aac.mp4", 30);
     if (!audio || !video || !videoGop30) {
         std::cerr << "enrich_bench: the ffmpeg tool could not make the samples in "
                   << folder.string() << "\n";
@@ -167,7 +165,7 @@ int main(int argc, char** argv) {
     // in the machine's load falls on every case alike.
     for (int round = -1; round < runs; ++round) {
         for (Case* c : cases) {
-            const auto ms = bench::millisecondsOf(c->commands);
+            const auto ms = millisecondsOf(c->commands);
             if (!ms) {
                 std::cerr << "enrich_bench: " << c->name << " failed\n";
                 return 1;

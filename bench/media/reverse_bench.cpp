@@ -14,14 +14,6 @@
 // each window decodes from an earlier keyframe. The filter's command keeps libx264's default
 // quality (CRF 23), which here writes a third of the bits that our source bit rate does.
 
-#include <fcntl.h>
-#include <spawn.h>
-#include <sys/resource.h>
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
@@ -32,8 +24,7 @@
 #include <vector>
 
 #include "media/reverse_render.h"
-
-extern char** environ;
+#include "support/bench_support.h"
 
 namespace {
 
@@ -51,76 +42,11 @@ int reverseOnce(const fs::path& file, double fromSeconds, double toSeconds) {
     return 0;
 }
 
-struct Usage {
-    double seconds = 0;
-    double cpuSeconds = 0;  // user and system time of all its threads
-    double peakMegabytes = 0;
-};
-
-// Runs a program with stdout and stderr sent to /dev/null; answers its wall and processor
-// time and peak resident size, or nothing if it did not exit with 0.
-std::optional<Usage> measure(const std::vector<std::string>& command) {
-    std::vector<char*> argv;
-    for (const auto& word : command) argv.push_back(const_cast<char*>(word.c_str()));
-    argv.push_back(nullptr);
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, STDERR_FILENO, "/dev/null", O_WRONLY, 0);
-    const auto start = std::chrono::steady_clock::now();
-    pid_t pid = 0;
-    const int rc = posix_spawn(&pid, argv[0], &actions, nullptr, argv.data(), environ);
-    posix_spawn_file_actions_destroy(&actions);
-    if (rc != 0) return std::nullopt;
-    int status = 0;
-    rusage usage{};
-    if (wait4(pid, &status, 0, &usage) != pid) return std::nullopt;
-    const auto end = std::chrono::steady_clock::now();
-    if (!WIFEXITED(status) || WEXITSTATUS(status) != 0) return std::nullopt;
-    const auto secondsOf = [](const timeval& t) { return t.tv_sec + t.tv_usec / 1e6; };
-    // Linux gives ru_maxrss in kilobytes.
-    return Usage{std::chrono::duration<double>(end - start).count(),
-                 secondsOf(usage.ru_utime) + secondsOf(usage.ru_stime), usage.ru_maxrss / 1024.0};
-}
-
-double median(std::vector<double> values) {
-    std::sort(values.begin(), values.end());
-    const std::size_t mid = values.size() / 2;
-    return values.size() % 2 ? values[mid] : (values[mid - 1] + values[mid]) / 2;
-}
-
 std::optional<fs::path> sampleFile(const fs::path& folder, int gopFrames) {
-    const fs::path file =
-        folder / ("testsrc2_1080p30_30s_h264_g" + std::to_string(gopFrames) + ".mp4");
-    if (fs::exists(file)) return file;
-    fs::create_directories(folder);
-    std::cout << "reverse_bench: making " << file.string() << " (once)\n" << std::flush;
-    // Written aside and renamed, so an interrupted run never leaves half a sample behind.
-    const fs::path partial = folder / ".partial-reverse.mp4";
-    const bool made = measure({VANTRELL_FFMPEG,
-                               "-y",
-                               "-nostdin",
-                               "-loglevel",
-                               "error",
-                               "-f",
-                               "lavfi",
-                               "-i",
-                               "testsrc2=size=1920x1080:rate=30",
-                               "-t",
-                               "30",
-                               "-c:v",
-                               "libx264",
-                               "-preset",
-                               "ultrafast",
-                               "-g",
-                               std::to_string(gopFrames),
-                               "-pix_fmt",
-                               "yuv420p",
-                               partial.string()})
-                          .has_value();
-    if (!made) return std::nullopt;
-    fs::rename(partial, file);
-    return file;
+    return bench::cachedSample(
+        folder, "testsrc2_1080p30_30s_h264_g" + std::to_string(gopFrames) + ".mp4",
+        {"-f", "lavfi", "-i", "testsrc2=size=1920x1080:rate=30", "-t", "30", "-c:v", "libx264",
+         "-preset", "ultrafast", "-g", std::to_string(gopFrames), "-pix_fmt", "yuv420p"});
 }
 
 struct Case {
@@ -129,9 +55,9 @@ struct Case {
     std::vector<double> cpuSeconds;
     std::vector<double> megabytes;
 
-    double medianSeconds() const { return median(seconds); }
-    double medianCpuSeconds() const { return median(cpuSeconds); }
-    double medianMegabytes() const { return median(megabytes); }
+    double medianSeconds() const { return bench::median(seconds); }
+    double medianCpuSeconds() const { return bench::median(cpuSeconds); }
+    double medianMegabytes() const { return bench::median(megabytes); }
 };
 
 // Our render and the filter's on one stretch of one file.
@@ -168,14 +94,7 @@ int main(int argc, char** argv) {
                            std::atof(std::string(args[3]).c_str()));
     }
 
-    fs::path folder = VANTRELL_BENCH_MEDIA;
-    int runs = 3;
-    for (std::size_t i = 0; i < args.size(); ++i) {
-        if (args[i] == "--runs" && i + 1 < args.size())
-            runs = std::max(1, std::atoi(std::string(args[++i]).c_str()));
-        else
-            folder = fs::path(args[i]);
-    }
+    const auto [folder, runs] = bench::readOptions(args, {VANTRELL_BENCH_MEDIA, 3});
 
     const auto shortGop = sampleFile(folder, 30);
     const auto longGop = sampleFile(folder, 250);
@@ -184,7 +103,7 @@ int main(int argc, char** argv) {
                   << folder.string() << "\n";
         return 1;
     }
-    const std::string self = fs::read_symlink("/proc/self/exe").string();
+    const std::string self = bench::selfPath();
     const fs::path scratch = folder / "reverse-scratch";
     fs::create_directories(scratch);
 
@@ -196,7 +115,7 @@ int main(int argc, char** argv) {
     for (int round = 0; round < runs; ++round) {
         for (Pair& pair : pairs) {
             for (Case* c : {&pair.ours, &pair.ffmpeg}) {
-                const auto usage = measure(c->command);
+                const auto usage = bench::measure(c->command);
                 if (!usage) {
                     std::cerr << "reverse_bench: " << pair.name << " failed: " << c->command[0]
                               << "\n";
