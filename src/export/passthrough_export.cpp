@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "export/movie_file.h"
+#include "export/partial_file.h"
 #include "export/track_copier.h"
 #include "export/wav_writer.h"
 #include "media/av_error.h"
@@ -33,27 +34,6 @@ constexpr std::uint32_t kMovieTimescale = common::MediaTime::kTicksPerSecond;
 
 using DisplayMatrix = std::array<std::int32_t, 9>;
 constexpr DisplayMatrix kIdentity{0x10000, 0, 0, 0, 0x10000, 0, 0, 0, 0x40000000};
-
-// Removes the file at `path` when it goes out of scope, unless told to keep it.
-class PartialFile {
-  public:
-    explicit PartialFile(fs::path path) : path_(std::move(path)) {}
-    ~PartialFile() {
-        if (keep_) return;
-        std::error_code ignored;
-        fs::remove(path_, ignored);
-    }
-    PartialFile(const PartialFile&) = delete;
-    PartialFile& operator=(const PartialFile&) = delete;
-    PartialFile(PartialFile&&) = delete;
-    PartialFile& operator=(PartialFile&&) = delete;
-
-    void keep() { keep_ = true; }
-
-  private:
-    fs::path path_;
-    bool keep_ = false;
-};
 
 // What must agree between the sources of one track for their samples to share one
 // sample description.

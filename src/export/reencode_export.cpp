@@ -11,7 +11,9 @@
 
 #include "composition/audio_renderer.h"
 #include "composition/crop_frame.h"
+#include "composition/picture_converter.h"
 #include "composition/video_renderer.h"
+#include "export/partial_file.h"
 #include "media/av_error.h"
 #include "media/ff_ptr.h"
 
@@ -34,27 +36,6 @@ constexpr std::int64_t kAacBitRate = 256000;
 constexpr int kAudioChunk = 1024;
 // Reports closer than this are not worth a hop to the user interface.
 constexpr double kProgressStep = 0.001;
-
-// Removes the file at `path` when it goes out of scope, unless told to keep it.
-class PartialFile {
-  public:
-    explicit PartialFile(fs::path path) : path_(std::move(path)) {}
-    ~PartialFile() {
-        if (keep_) return;
-        std::error_code ignored;
-        fs::remove(path_, ignored);
-    }
-    PartialFile(const PartialFile&) = delete;
-    PartialFile& operator=(const PartialFile&) = delete;
-    PartialFile(PartialFile&&) = delete;
-    PartialFile& operator=(PartialFile&&) = delete;
-
-    void keep() { keep_ = true; }
-
-  private:
-    fs::path path_;
-    bool keep_ = false;
-};
 
 struct Container {
     const char* muxer;
@@ -145,21 +126,8 @@ struct ScalerKey {
 };
 
 bool isFullRange(const AVFrame& frame) {
-    const auto format = static_cast<AVPixelFormat>(frame.format);
-    if (frame.color_range == AVCOL_RANGE_JPEG) return true;
-    switch (format) {
-        case AV_PIX_FMT_YUVJ420P:
-        case AV_PIX_FMT_YUVJ422P:
-        case AV_PIX_FMT_YUVJ444P:
-        case AV_PIX_FMT_YUVJ440P:
-        case AV_PIX_FMT_YUVJ411P:
-            return true;
-        default: {
-            const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(format);
-            return descriptor &&
-                   ((descriptor->flags & AV_PIX_FMT_FLAG_RGB) || descriptor->nb_components < 3);
-        }
-    }
+    return frame.color_range == AVCOL_RANGE_JPEG ||
+           composition::isFullRange(static_cast<AVPixelFormat>(frame.format));
 }
 
 void dropSideData(AVFrame& frame) {
