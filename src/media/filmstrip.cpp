@@ -209,8 +209,8 @@ std::vector<double> filmstripTimes(double fullDurationSeconds) {
     return times;
 }
 
-std::vector<model::Image> generateFilmstrip(const std::filesystem::path& url,
-                                            double fullDurationSeconds) {
+std::vector<FilmstripFrame> generateFilmstripFrames(const std::filesystem::path& url,
+                                                    double fullDurationSeconds) {
     const std::vector<double> times = filmstripTimes(fullDurationSeconds);
     if (times.empty()) return {};
     auto opened = openInput(url);
@@ -231,7 +231,7 @@ std::vector<model::Image> generateFilmstrip(const std::filesystem::path& url,
     const std::int64_t start = stream.start_time != AV_NOPTS_VALUE ? stream.start_time : 0;
     const auto tolerance = common::MediaTime::fromSeconds(kFilmstripToleranceSeconds);
 
-    std::vector<model::Image> frames;
+    std::vector<FilmstripFrame> frames;
     frames.reserve(times.size());
     for (const double seconds : times) {
         const auto at = common::MediaTime::fromSeconds(seconds);
@@ -242,9 +242,17 @@ std::vector<model::Image> generateFilmstrip(const std::filesystem::path& url,
         const AVRational sampleAspect = av_guess_sample_aspect_ratio(&input, &stream, frame);
         if (auto image = uprightImage(*frame, sampleAspect, rotation, kFilmstripFrameMaxWidth,
                                       kFilmstripFrameMaxHeight))
-            frames.push_back(std::move(image));
+            frames.push_back({seconds, std::move(image)});
     }
     return frames;
+}
+
+std::vector<model::Image> generateFilmstrip(const std::filesystem::path& url,
+                                            double fullDurationSeconds) {
+    std::vector<model::Image> images;
+    for (auto& frame : generateFilmstripFrames(url, fullDurationSeconds))
+        images.push_back(std::move(frame.image));
+    return images;
 }
 
 }  // namespace media

@@ -33,4 +33,16 @@ std::vector<double> filmstripTimes(double fullDurationSeconds);
 std::vector<model::Image> generateFilmstrip(const std::filesystem::path& url,
                                             double fullDurationSeconds);
 
+// One frame of a filmstrip and the time it was asked for, in seconds from the start of the
+// video: one of filmstripTimes(fullDurationSeconds).
+struct FilmstripFrame {
+    double seconds = 0;
+    model::Image image;
+};
+
+// generateFilmstrip with each frame's time, for callers that must tell which times were
+// skipped.
+std::vector<FilmstripFrame> generateFilmstripFrames(const std::filesystem::path& url,
+                                                    double fullDurationSeconds);
+
 }  // namespace media

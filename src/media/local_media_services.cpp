@@ -1,8 +1,10 @@
 #include "media/local_media_services.h"
 
 #include "media/bookmark.h"
+#include "media/filmstrip.h"
 #include "media/probe.h"
 #include "media/reverse_render.h"
+#include "media/waveform.h"
 
 namespace media {
 
@@ -24,6 +26,20 @@ std::optional<std::filesystem::path> LocalMediaServices::resolveBookmark(
 std::optional<std::filesystem::path> LocalMediaServices::renderReversed(
     const std::filesystem::path& url, double fromSeconds, double toSeconds) {
     return renderReversedMedia(url, fromSeconds, toSeconds);
+}
+
+std::vector<model::Image> LocalMediaServices::generateFilmstrip(const std::filesystem::path& url,
+                                                                double fullDurationSeconds) {
+    return media::generateFilmstrip(url, fullDurationSeconds);
+}
+
+std::optional<std::vector<float>> LocalMediaServices::extractPeaks(const std::filesystem::path& url,
+                                                                   int targetPeakCount) {
+    return waveform::extractPeaks(url, targetPeakCount);
+}
+
+model::Image LocalMediaServices::drawWaveform(const std::vector<float>& peaks) {
+    return waveform::drawWaveform(peaks);
 }
 
 }  // namespace media

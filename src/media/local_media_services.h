@@ -4,8 +4,8 @@
 
 namespace media {
 
-// The media services a project uses on real files: the FFmpeg probe, file bookmarks and
-// backward renders.
+// The media services a project uses on real files: the FFmpeg probe, file bookmarks,
+// backward renders, filmstrips, peaks and the waveform image.
 class LocalMediaServices final : public model::MediaServices {
   public:
     common::Result<model::Clip> probe(const std::filesystem::path& url,
@@ -18,6 +18,11 @@ class LocalMediaServices final : public model::MediaServices {
     std::optional<std::filesystem::path> renderReversed(const std::filesystem::path& url,
                                                         double fromSeconds,
                                                         double toSeconds) override;
+    std::vector<model::Image> generateFilmstrip(const std::filesystem::path& url,
+                                                double fullDurationSeconds) override;
+    std::optional<std::vector<float>> extractPeaks(const std::filesystem::path& url,
+                                                   int targetPeakCount) override;
+    model::Image drawWaveform(const std::vector<float>& peaks) override;
 };
 
 }  // namespace media

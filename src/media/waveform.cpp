@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <climits>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -427,13 +426,6 @@ void coverRow(const std::vector<Line>& lines, double nearest, double farthest,
 }
 
 }  // namespace
-
-int peakCountFor(double fullDurationSeconds) {
-    if (!std::isfinite(fullDurationSeconds)) return kFewestPeaks;
-    const double wanted = std::trunc(fullDurationSeconds * kPeaksPerSecond);
-    return static_cast<int>(
-        std::clamp(wanted, static_cast<double>(kFewestPeaks), static_cast<double>(INT_MAX)));
-}
 
 std::optional<std::vector<float>> extractPeaks(const std::filesystem::path& url,
                                                int targetPeakCount) {

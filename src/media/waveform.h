@@ -5,14 +5,11 @@
 #include <vector>
 
 #include "model/image.h"
+#include "model/peak_count.h"
 
 // Audio levels of a whole file and their picture, for the timeline's audio row.
 namespace media::waveform {
 
-// Enrichment asks for kPeaksPerSecond peaks a second of media, and never fewer than
-// kFewestPeaks.
-inline constexpr int kPeaksPerSecond = 200;
-inline constexpr int kFewestPeaks = 1600;
 // A peak is the largest 16-bit magnitude of its stretch over kFullScale, times kDisplayGain,
 // limited to 1, so everything from 62.5 % of full scale up shows at full height.
 inline constexpr float kFullScale = 32767.0f;
@@ -33,10 +30,8 @@ struct Rgb {
 inline constexpr Rgb kTeal{48, 176, 199};
 inline constexpr double kLineAlpha = 0.95;
 
-// How many peaks enrichment asks for from a file `fullDurationSeconds` long:
-// max(Int(duration × 200), 1600), the product cut toward zero; 1600 when the duration is not
-// finite, and at most the largest int.
-int peakCountFor(double fullDurationSeconds);
+// How many peaks enrichment asks for; the project decides, so the rule lives in the model.
+using model::peakCountFor;
 
 // Exactly `targetPeakCount` levels in 0...1 for the first audio stream of `url`, in time
 // order. The stream is decoded to 16-bit signed interleaved PCM at its own rate and channel

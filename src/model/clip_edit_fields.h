@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/clip.h"
+#include "model/snapshot.h"
 
 namespace model {
 
@@ -13,6 +14,20 @@ inline bool sameEditFields(const Clip& a, const Clip& b) {
            a.linkGroupID == b.linkGroupID && a.rateMultiplier == b.rateMultiplier &&
            a.isReversed == b.isReversed && a.reversedURL == b.reversedURL &&
            a.forwardInSeconds == b.forwardInSeconds && a.forwardOutSeconds == b.forwardOutSeconds;
+}
+
+// Writes a stored record's edit decisions over a clip just probed from the record's file,
+// as opening and paste do; absent values take their defaults.
+inline void applyEditDecisions(const VantrellSnapshotClip& record, Clip& clip) {
+    clip.inSeconds = record.inSeconds;
+    clip.outSeconds = record.outSeconds;
+    clip.startOnTimeline = record.startOnTimeline;
+    clip.streamMask = record.streamMask.value_or(StreamMask::both);
+    clip.linkGroupID = record.linkGroupID;
+    clip.rateMultiplier = record.rateMultiplier.value_or(1.0);
+    clip.isReversed = record.isReversed.value_or(false);
+    clip.forwardInSeconds = record.forwardInSeconds;
+    clip.forwardOutSeconds = record.forwardOutSeconds;
 }
 
 }  // namespace model

@@ -2,10 +2,12 @@
 
 #include <filesystem>
 #include <optional>
+#include <vector>
 
 #include "common/result.h"
 #include "common/uuid.h"
 #include "model/clip.h"
+#include "model/image.h"
 
 namespace model {
 
@@ -36,6 +38,22 @@ class MediaServices {
     virtual std::optional<std::filesystem::path> renderReversed(const std::filesystem::path& url,
                                                                 double fromSeconds,
                                                                 double toSeconds) = 0;
+
+    // Enrichment. Each covers the whole file, whatever a clip's trim, and blocks while it
+    // decodes, so it is only called in the background.
+
+    // A few small upright frames spread over the file, in time order; empty without video
+    // or on any failure, and shorter when some frames can't be served.
+    virtual std::vector<Image> generateFilmstrip(const std::filesystem::path& url,
+                                                 double fullDurationSeconds) = 0;
+
+    // Exactly `targetPeakCount` audio levels in 0...1 over the file's first audio stream,
+    // in time order; none without audio or when decoding fails anywhere, never a part.
+    virtual std::optional<std::vector<float>> extractPeaks(const std::filesystem::path& url,
+                                                           int targetPeakCount) = 0;
+
+    // The picture of `peaks` for the audio row; null if it can't be drawn.
+    virtual Image drawWaveform(const std::vector<float>& peaks) = 0;
 };
 
 }  // namespace model

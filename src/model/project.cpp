@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "common/log.h"
+#include "model/clip_edit_fields.h"
 
 namespace model {
 
@@ -250,6 +251,7 @@ void Project::importNext(std::shared_ptr<const std::vector<std::filesystem::path
                 setClips(std::move(clips));
                 if (!selectedClipID()) setSelectedClipID(id);
                 raiseCompositionToken();
+                enrichAssetsAsync(id);
             }
             importNext(urls, index + 1);
         });
@@ -327,15 +329,7 @@ void Project::hydrateNext(std::shared_ptr<std::vector<Clip>> done, std::size_t i
                 auto& [url, probed] = r;
                 if (probed) {
                     Clip c = std::move(probed).value();
-                    c.inSeconds = record.inSeconds;
-                    c.outSeconds = record.outSeconds;
-                    c.startOnTimeline = record.startOnTimeline;
-                    c.streamMask = record.streamMask.value_or(StreamMask::both);
-                    c.linkGroupID = record.linkGroupID;
-                    c.rateMultiplier = record.rateMultiplier.value_or(1.0);
-                    c.isReversed = record.isReversed.value_or(false);
-                    c.forwardInSeconds = record.forwardInSeconds;
-                    c.forwardOutSeconds = record.forwardOutSeconds;
+                    applyEditDecisions(record, c);
                     done->push_back(std::move(c));
                 } else {
                     common::logLine("Vantrell: missing media for " + url.filename().string() +
@@ -348,8 +342,12 @@ void Project::hydrateNext(std::shared_ptr<std::vector<Clip>> done, std::size_t i
     }
     hydrating_.reset();
     setClips(std::move(*done));
-    for (const auto& c : clips_)
-        if (!c.isMissing && c.isReversed) renderReversedAsync(c.id);
+    // A placeholder has no file to read.
+    for (const auto& c : clips_) {
+        if (c.isMissing) continue;
+        enrichAssetsAsync(c.id);
+        if (c.isReversed) renderReversedAsync(c.id);
+    }
     raiseCompositionToken();
     undoStack_.clear();
     notify(ProjectField::undoStack);

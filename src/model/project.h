@@ -17,6 +17,7 @@
 #include "model/clip_link_state.h"
 #include "model/export_format.h"
 #include "model/media_services.h"
+#include "model/pasteboard.h"
 #include "model/project_types.h"
 #include "model/small_clip_mode.h"
 #include "model/snapshot.h"
@@ -60,11 +61,13 @@ enum class ProjectField {
     footerHeight,
 };
 
-// Where a project gets its media work done. Both must outlive the project's last task;
-// the executor's owning thread is the project's thread.
+// Where a project gets its media work done, and the clipboard it copies to. The executor
+// and the media services must outlive the project's last task; the executor's owning
+// thread is the project's thread. Without a pasteboard, copy and paste do nothing.
 struct ProjectContext {
     common::Executor* executor = nullptr;
     std::shared_ptr<MediaServices> media;
+    std::shared_ptr<Pasteboard> pasteboard;
 };
 
 // The model of one document: its clips, selection, sheets and edit history. Every edit
@@ -271,6 +274,21 @@ class Project {
     // and speed; finishes once the probe lands, and records history only if it succeeds.
     void relinkClip(const common::Uuid& id, std::filesystem::path file);
 
+    // Fills in the clip's filmstrip, peaks and waveform in the background, from its whole
+    // file. Each result is written, in place and quietly (no history, no token, no
+    // didChange), into the clip that then has this id and still names the same file;
+    // otherwise it is dropped. Every road that makes a live clip ends here.
+    void enrichAssetsAsync(const common::Uuid& id);
+
+    // The clipboard. Copy puts the selected clips' records on the pasteboard in timeline
+    // order. Paste probes every record's file anew under a new id, places the earliest at
+    // the playhead and the rest at their distance from it, gives pairs pasted together a new
+    // link group, and skips records whose file is gone; all under one "Paste" entry, with
+    // the first pasted clip selected and the token raised once at the end. A pasteboard
+    // without clips, or with a damaged payload, does nothing.
+    void copySelection();
+    void pasteAtPlayhead();
+
   private:
     void notify(ProjectField field);
     template <typename T>
@@ -280,6 +298,10 @@ class Project {
     void importNext(std::shared_ptr<const std::vector<std::filesystem::path>> urls,
                     std::size_t index);
     void hydrateNext(std::shared_ptr<std::vector<Clip>> done, std::size_t index);
+    struct PasteRun;
+    void pasteNext(std::shared_ptr<PasteRun> run, std::size_t index);
+    void writeClipsToPasteboard(const std::vector<Clip>& clips);
+    std::optional<std::vector<VantrellSnapshotClip>> readClipsFromPasteboard();
     bool isAtPlayhead(const Clip& clip) const;
     void unlinkAV(const common::Uuid& id);
     void relinkAV(const common::Uuid& id);

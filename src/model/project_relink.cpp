@@ -47,6 +47,7 @@ void Project::relinkClip(const common::Uuid& id, std::filesystem::path file) {
                 *at = std::move(relinked);
                 setClips(std::move(clips));
             }
+            enrichAssetsAsync(old.id);
             // A reversed clip renders anew from its new file.
             if (old.isReversed) renderReversedAsync(old.id);
             raiseCompositionToken();

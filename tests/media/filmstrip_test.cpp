@@ -131,6 +131,19 @@ TEST(Filmstrip, TimesPastTheEndOfTheVideoAreSkipped) {
                 media::kFilmstripToleranceSeconds);
 }
 
+TEST(Filmstrip, EachFrameCarriesTheTimeItWasAskedFor) {
+    const auto whole = media::generateFilmstripFrames(numbered("numbered_7.5s.mp4", 7.5), 7.5);
+    std::vector<double> times;
+    for (const auto& frame : whole) times.push_back(frame.seconds);
+    EXPECT_EQ(times, filmstripTimes(7.5));
+
+    // Only the first time of six lies within a 2-second clip asked as if 10 s long.
+    const auto cut = media::generateFilmstripFrames(numbered("numbered_2s.mp4", 2), 10);
+    ASSERT_EQ(cut.size(), 1u);
+    EXPECT_EQ(cut[0].seconds, filmstripTimes(10)[0]);
+    EXPECT_TRUE(cut[0].image);
+}
+
 TEST(Filmstrip, FramesFitInsideTheBoxKeepingTheirShape) {
     for (const auto& frame : generateFilmstrip(samples::h264Mp4(), 1)) {
         ASSERT_TRUE(frame);

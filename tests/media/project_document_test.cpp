@@ -11,6 +11,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -72,6 +73,18 @@ class FakeMedia final : public model::MediaServices {
     // No clip in these tests plays backward.
     std::optional<fs::path> renderReversed(const fs::path&, double, double) override {
         return std::nullopt;
+    }
+
+    // Enrichment gives one frame and flat peaks for every file, so that its quiet writes
+    // land on every opened clip.
+    std::vector<model::Image> generateFilmstrip(const fs::path&, double) override {
+        return {std::make_shared<const model::ImageData>()};
+    }
+    std::optional<std::vector<float>> extractPeaks(const fs::path&, int count) override {
+        return std::vector<float>(static_cast<std::size_t>(count), 0.5f);
+    }
+    model::Image drawWaveform(const std::vector<float>&) override {
+        return std::make_shared<const model::ImageData>();
     }
 
   private:
@@ -182,11 +195,14 @@ TEST_F(ProjectDocumentTest, SaveThenOpenBringsBackClipsAndSettings) {
     EXPECT_EQ(reopened->file(), dir / "cut.vantrell");
 
     executor.drain();
-    EXPECT_FALSE(reopened->isModified()) << "the end of hydration is not an edit either";
+    EXPECT_FALSE(reopened->isModified())
+        << "neither the end of hydration nor enrichment is an edit";
     ASSERT_EQ(q.clips().size(), 2u);
     for (std::size_t i = 0; i < 2; ++i) {
         const Clip& c = q.clips()[i];
         EXPECT_FALSE(c.isMissing);
+        EXPECT_EQ(c.filmstrip.size(), 1u);
+        EXPECT_TRUE(c.waveformPeaks);
         EXPECT_EQ(c.id, saved[i].id);
         EXPECT_EQ(c.url, saved[i].url);
         EXPECT_EQ(c.bookmark, saved[i].bookmark);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <filesystem>
 #include <map>
@@ -12,6 +13,7 @@
 #include <gtest/gtest.h>
 
 #include "common/thread_pool_executor.h"
+#include "fake_pasteboard.h"
 #include "model/media_services.h"
 #include "model/project.h"
 
@@ -20,15 +22,25 @@ namespace model_test {
 // A media layer for model tests. The probe serves clips from a table keyed by path and
 // fails for any other path; it can be held so that its answers wait until released. The
 // reverse render answers a configured file, or none. Bookmarks are the path's text.
+// Enrichment serves made-up results for the files in the table: kFilmstripFrames new frames
+// for a file with video, the asked number of kPeakLevel peaks for one with audio, and a new
+// image for the waveform; filmstrips and peaks can each be held like the probe.
 // Called from the executor's workers, so every member takes the lock.
 class FakeMediaServices final : public model::MediaServices {
   public:
     static constexpr const char* kProbeFailure = "The file can't be opened as media.";
+    static constexpr std::size_t kFilmstripFrames = 3;
+    static constexpr float kPeakLevel = 0.5f;
 
     struct RenderCall {
         std::filesystem::path url;
         double fromSeconds = 0;
         double toSeconds = 0;
+    };
+
+    struct PeaksCall {
+        std::filesystem::path url;
+        int targetPeakCount = 0;
     };
 
     // Makes `path` probe as a file of `seconds` with the given streams.
@@ -123,16 +135,98 @@ class FakeMediaServices final : public model::MediaServices {
         return renderResult_;
     }
 
+    // Filmstrips or peaks started from now on wait inside the background until
+    // releaseEnrichment().
+    void holdFilmstrips() {
+        std::lock_guard lock(mutex_);
+        filmstripsHeld_ = true;
+    }
+    void holdPeaks() {
+        std::lock_guard lock(mutex_);
+        peaksHeld_ = true;
+    }
+    void releaseEnrichment() {
+        {
+            std::lock_guard lock(mutex_);
+            filmstripsHeld_ = false;
+            peaksHeld_ = false;
+        }
+        released_.notify_all();
+    }
+    // Block until `count` filmstrips or peak extractions have started in all, held ones
+    // included; false if that doesn't happen within a few seconds.
+    bool waitForFilmstripCalls(std::size_t count) {
+        std::unique_lock lock(mutex_);
+        return enrichmentStarted_.wait_for(lock, kPatience,
+                                           [&] { return filmstripCalls_.size() >= count; });
+    }
+    bool waitForPeakCalls(std::size_t count) {
+        std::unique_lock lock(mutex_);
+        return enrichmentStarted_.wait_for(lock, kPatience,
+                                           [&] { return peakCalls_.size() >= count; });
+    }
+    std::vector<std::filesystem::path> filmstripCalls() {
+        std::lock_guard lock(mutex_);
+        return filmstripCalls_;
+    }
+    std::vector<PeaksCall> peakCalls() {
+        std::lock_guard lock(mutex_);
+        return peakCalls_;
+    }
+    // drawWaveform answers null from now on, as when there is no surface to draw on.
+    void failWaveformImages() {
+        std::lock_guard lock(mutex_);
+        waveformImagesFail_ = true;
+    }
+
+    std::vector<model::Image> generateFilmstrip(const std::filesystem::path& url, double) override {
+        std::unique_lock lock(mutex_);
+        filmstripCalls_.push_back(url);
+        enrichmentStarted_.notify_all();
+        released_.wait(lock, [&] { return !filmstripsHeld_; });
+        auto it = files_.find(url);
+        if (it == files_.end() || !it->second.hasVideo) return {};
+        std::vector<model::Image> frames;
+        for (std::size_t i = 0; i < kFilmstripFrames; ++i)
+            frames.push_back(std::make_shared<const model::ImageData>());
+        return frames;
+    }
+
+    std::optional<std::vector<float>> extractPeaks(const std::filesystem::path& url,
+                                                   int targetPeakCount) override {
+        std::unique_lock lock(mutex_);
+        peakCalls_.push_back({url, targetPeakCount});
+        enrichmentStarted_.notify_all();
+        released_.wait(lock, [&] { return !peaksHeld_; });
+        auto it = files_.find(url);
+        if (it == files_.end() || !it->second.hasAudio) return std::nullopt;
+        return std::vector<float>(static_cast<std::size_t>(targetPeakCount), kPeakLevel);
+    }
+
+    model::Image drawWaveform(const std::vector<float>&) override {
+        std::lock_guard lock(mutex_);
+        if (waveformImagesFail_) return nullptr;
+        return std::make_shared<const model::ImageData>();
+    }
+
     static model::Bytes bookmarkFor(const std::filesystem::path& path) {
         std::string s = path.string();
         return model::Bytes(s.begin(), s.end());
     }
 
   private:
+    static constexpr std::chrono::seconds kPatience{10};
+
     std::mutex mutex_;
     std::condition_variable released_;
     std::condition_variable probeStarted_;
+    std::condition_variable enrichmentStarted_;
     bool held_ = false;
+    bool filmstripsHeld_ = false;
+    bool peaksHeld_ = false;
+    bool waveformImagesFail_ = false;
+    std::vector<std::filesystem::path> filmstripCalls_;
+    std::vector<PeaksCall> peakCalls_;
     int probeCount_ = 0;
     std::map<std::filesystem::path, model::Clip> files_;
     std::optional<std::filesystem::path> renderResult_;
@@ -142,8 +236,11 @@ class FakeMediaServices final : public model::MediaServices {
 // A project wired to the fake media layer and a real pool; drain() finishes its work.
 class MediaProjectTest : public testing::Test {
   protected:
-    // Held probes would keep the pool's workers from joining.
-    ~MediaProjectTest() override { media->releaseProbes(); }
+    // Held work would keep the pool's workers from joining.
+    ~MediaProjectTest() override {
+        media->releaseProbes();
+        media->releaseEnrichment();
+    }
 
     // A live clip of a `seconds`-long file at `path`, as the probe makes it, placed at
     // `start`; the file stays known to the probe.
@@ -164,8 +261,9 @@ class MediaProjectTest : public testing::Test {
     }
 
     std::shared_ptr<FakeMediaServices> media = std::make_shared<FakeMediaServices>();
+    std::shared_ptr<FakePasteboard> pasteboard = std::make_shared<FakePasteboard>();
     common::ThreadPoolExecutor executor{2};
-    model::Project project{{&executor, media}};
+    model::Project project{{&executor, media, pasteboard}};
 };
 
 }  // namespace model_test

@@ -92,6 +92,16 @@ class FakeMedia final : public model::MediaServices {
         return std::nullopt;
     }
 
+    // Enrichment finds nothing, as for files it can't decode; the enrichment tests use the
+    // shared fake.
+    std::vector<model::Image> generateFilmstrip(const std::filesystem::path&, double) override {
+        return {};
+    }
+    std::optional<std::vector<float>> extractPeaks(const std::filesystem::path&, int) override {
+        return std::nullopt;
+    }
+    model::Image drawWaveform(const std::vector<float>&) override { return nullptr; }
+
     static model::Bytes bookmarkFor(const std::filesystem::path& path) {
         std::string s = path.string();
         return model::Bytes(s.begin(), s.end());

@@ -1,0 +1,67 @@
+#include "media/file_pasteboard.h"
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include "support/media_fixtures.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using media::FilePasteboard;
+using model::Bytes;
+using testing_support::freshDir;
+
+constexpr std::string_view kClips = model::PasteboardType::vantrellClips;
+
+Bytes bytes(std::string_view text) {
+    return Bytes(text.begin(), text.end());
+}
+
+TEST(FilePasteboard, WhatOneWritesAnotherOnTheSameFileReadsUnderTheSameType) {
+    auto file = freshDir("pasteboard-share") / "clipboard";
+    // Line breaks and any byte value in the data survive.
+    const Bytes payload = bytes(std::string_view("[1,\n2]\0\xff", 8));
+    ASSERT_TRUE(FilePasteboard(file).setContents(kClips, payload).ok());
+
+    FilePasteboard reader(file);
+    EXPECT_EQ(reader.data(kClips), payload);
+    EXPECT_FALSE(reader.data("public.utf8-plain-text")) << "another type is not there";
+}
+
+TEST(FilePasteboard, AWriteReplacesWhateverWasThere) {
+    auto file = freshDir("pasteboard-replace") / "clipboard";
+    FilePasteboard pasteboard(file);
+    ASSERT_TRUE(pasteboard.setContents("public.utf8-plain-text", bytes("hello")).ok());
+    ASSERT_TRUE(pasteboard.setContents(kClips, bytes("[]")).ok());
+    EXPECT_FALSE(pasteboard.data("public.utf8-plain-text"));
+    EXPECT_EQ(pasteboard.data(kClips), bytes("[]"));
+    EXPECT_EQ(fs::file_size(file), kClips.size() + 3);
+}
+
+TEST(FilePasteboard, AMissingOrShapelessFileIsAnEmptyPasteboard) {
+    auto dir = freshDir("pasteboard-empty");
+    EXPECT_FALSE(FilePasteboard(dir / "none").data(kClips));
+    std::ofstream(dir / "one-line") << kClips;
+    EXPECT_FALSE(FilePasteboard(dir / "one-line").data(kClips)) << "no line ends the type";
+    EXPECT_FALSE(FilePasteboard(dir).data(kClips)) << "a folder";
+}
+
+TEST(FilePasteboard, AFailedWriteSaysWhichFileAndIsRemembered) {
+    auto file = freshDir("pasteboard-fail") / "no-such-folder" / "clipboard";
+    FilePasteboard pasteboard(file);
+    auto written = pasteboard.setContents(kClips, bytes("[]"));
+    ASSERT_FALSE(written.ok());
+    EXPECT_NE(written.error().message.find(file.string()), std::string::npos);
+    ASSERT_TRUE(pasteboard.lastWriteFailure());
+    EXPECT_EQ(pasteboard.lastWriteFailure()->message, written.error().message);
+
+    fs::create_directories(file.parent_path());
+    ASSERT_TRUE(pasteboard.setContents(kClips, bytes("[]")).ok());
+    EXPECT_FALSE(pasteboard.lastWriteFailure());
+}
+
+}  // namespace
