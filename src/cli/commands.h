@@ -15,6 +15,9 @@ int infoCommand(const Arguments& args);
 int editCommand(const Arguments& args);
 int exportCommand(const Arguments& args);
 int frameCommand(const Arguments& args);
+int peaksCommand(const Arguments& args);
+int filmstripCommand(const Arguments& args);
+int waveformCommand(const Arguments& args);
 
 // True if `args` asks for help; prints `usage` to standard output then.
 bool wantsHelp(const Arguments& args, const char* usage);

@@ -5,6 +5,7 @@
 #include <fstream>
 #include <functional>
 #include <iostream>
+#include <memory>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -13,6 +14,7 @@
 #include "cli/commands.h"
 #include "cli/session.h"
 #include "export/export_planning.h"
+#include "media/file_pasteboard.h"
 #include "media/project_document.h"
 
 namespace cli {
@@ -20,7 +22,8 @@ namespace cli {
 namespace {
 
 constexpr const char* kUsage =
-    "usage: vantrell-cli edit PROJECT.vantrell [--dry-run] [--ops FILE] [OP...]\n"
+    "usage: vantrell-cli edit PROJECT.vantrell [--dry-run] [--pasteboard FILE] [--ops FILE]\n"
+    "                         [OP...]\n"
     "\n"
     "Applies the operations in order, as the window's commands do, and saves the project.\n"
     "Each OP is one argument; --ops FILE reads one operation per line (# starts a comment).\n"
@@ -34,6 +37,11 @@ constexpr const char* kUsage =
     "  retime RATE                 reverse                    relink CLIP FILE\n"
     "  crop TOP LEADING TRAILING BOTTOM (fractions)           zoom FACTOR\n"
     "  undo                        redo\n"
+    "  copy                        paste\n"
+    "\n"
+    "copy puts the selected clips on the pasteboard; paste puts them back as new clips with\n"
+    "the earliest at the playhead. --pasteboard FILE names the file that stands in for the\n"
+    "clipboard, so that clips copied in one project paste into another.\n"
     "\n"
     "Prints the menu's undo text of each step that enters history, then the status line.\n"
     "--dry-run saves nothing. An unknown operation or a bad argument stops before anything\n"
@@ -102,6 +110,8 @@ const std::vector<Shape>& shapes() {
         {"zoom", {"FACTOR"}},
         {"undo", {}},
         {"redo", {}},
+        {"copy", {}},
+        {"paste", {}},
     };
     return all;
 }
@@ -147,8 +157,30 @@ common::Uuid resolveClip(const model::Project& p, const std::string& ref) {
     throw UsageError{"'" + ref + "' is neither a clip index nor a clip id"};
 }
 
+bool usesPasteboard(const Operation& op) {
+    return op.words[0] == "copy" || op.words[0] == "paste";
+}
+
+// The project says nothing of a failed copy, so the pasteboard is asked instead.
+void copySelection(model::Project& p, media::FilePasteboard& pasteboard) {
+    auto chosen = std::count_if(p.clips().begin(), p.clips().end(), [&](const model::Clip& c) {
+        return p.selectedClipIDs().contains(c.id);
+    });
+    p.copySelection();
+    if (const auto& failure = pasteboard.lastWriteFailure()) {
+        std::string message = failure->message;
+        if (message.ends_with('.')) message.pop_back();
+        throw UsageError{message};
+    }
+    if (chosen == 0)
+        std::cout << "Nothing copied: no clip is selected.\n";
+    else
+        std::cout << "Copied " << chosen << (chosen == 1 ? " clip" : " clips") << " to "
+                  << pasteboard.file().string() << "\n";
+}
+
 // Runs one operation against the project as the window's command would.
-void apply(model::Project& p, const Operation& op) {
+void apply(model::Project& p, const Operation& op, media::FilePasteboard* pasteboard) {
     const auto& w = op.words;
     const std::string& name = w[0];
     auto number = [&](std::size_t i) { return *parseNumber(w[i]); };
@@ -216,6 +248,10 @@ void apply(model::Project& p, const Operation& op) {
         p.undo();
     } else if (name == "redo") {
         p.redo();
+    } else if (name == "copy") {
+        copySelection(p, *pasteboard);
+    } else if (name == "paste") {
+        p.pasteAtPlayhead();
     }
 }
 
@@ -225,12 +261,16 @@ int editCommand(const Arguments& args) {
     if (wantsHelp(args, kUsage)) return 0;
     bool dryRun = false;
     std::optional<std::filesystem::path> file;
+    std::optional<std::filesystem::path> pasteboardFile;
     std::vector<Operation> ops;
     try {
         for (std::size_t i = 0; i < args.size(); ++i) {
             const auto& a = args[i];
             if (a == "--dry-run") {
                 dryRun = true;
+            } else if (a == "--pasteboard") {
+                if (++i == args.size()) throw UsageError{"--pasteboard needs a file"};
+                pasteboardFile = std::filesystem::absolute(args[i]);
             } else if (a == "--ops") {
                 if (++i == args.size()) throw UsageError{"--ops needs a file"};
                 std::ifstream in(args[i]);
@@ -245,6 +285,8 @@ int editCommand(const Arguments& args) {
                 ops.push_back(parseOperation(a));
             }
         }
+        if (!pasteboardFile && std::any_of(ops.begin(), ops.end(), usesPasteboard))
+            throw UsageError{"copy and paste need --pasteboard FILE"};
     } catch (const UsageError& e) {
         return fail(e.message + "; nothing was changed.");
     }
@@ -254,7 +296,13 @@ int editCommand(const Arguments& args) {
     }
 
     Session session;
-    auto opened = media::ProjectDocument::open(*file, session.context());
+    auto context = session.context();
+    std::shared_ptr<media::FilePasteboard> pasteboard;
+    if (pasteboardFile) {
+        pasteboard = std::make_shared<media::FilePasteboard>(*pasteboardFile);
+        context.pasteboard = pasteboard;
+    }
+    auto opened = media::ProjectDocument::open(*file, context);
     if (!opened) return fail(opened.error().message);
     auto& document = **opened;
     auto& project = document.project();
@@ -267,7 +315,7 @@ int editCommand(const Arguments& args) {
     try {
         for (const auto& op : ops) {
             historyNotices = 0;
-            apply(project, op);
+            apply(project, op, pasteboard.get());
             session.drain();
             bool stepped = op.words[0] == "undo" || op.words[0] == "redo";
             if (stepped && historyNotices > 0) {
@@ -278,6 +326,8 @@ int editCommand(const Arguments& args) {
                           << "\n";
             } else if (historyNotices > 0 && project.undoName()) {
                 std::cout << "Undo " << *project.undoName() << "\n";
+            } else if (op.words[0] == "paste") {
+                std::cout << "Nothing pasted: " << pasteboardFile->string() << " holds no clips.\n";
             }
         }
     } catch (const UsageError& e) {

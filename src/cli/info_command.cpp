@@ -17,7 +17,8 @@ constexpr const char* kUsage =
     "\n"
     "Opens the project as the window does (lost media become placeholders) and prints\n"
     "its clips, length, selection, playhead, zoom and framing. --json prints one JSON\n"
-    "object.\n";
+    "object, which also counts each clip's filmstrip frames and peaks, made from the\n"
+    "media as the window makes them.\n";
 
 std::string seconds(double s) {
     char buffer[32];
@@ -74,7 +75,8 @@ int infoCommand(const Arguments& args) {
         std::cerr << kUsage;
         return 2;
     }
-    Session session;
+    // --json shows each clip's pictures, so they are made as the window makes them.
+    Session session(asJson ? Session::Pictures::make : Session::Pictures::skip);
     auto document = media::ProjectDocument::open(*file, session.context());
     if (!document) return fail(document.error().message);
     session.drain();

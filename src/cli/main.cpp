@@ -19,6 +19,9 @@ constexpr const char* kUsage =
     "  edit PROJECT.vantrell OP...        apply editing operations and save\n"
     "  export PROJECT.vantrell -o OUT     export to mp4, mov, m4a or wav\n"
     "  frame PROJECT.vantrell --at S -o F the picture at a time, as PNG\n"
+    "  peaks FILE [--count N]             the audio levels of a media file, as JSON\n"
+    "  filmstrip FILE -o DIR              the timeline's frames of a media file, as PNGs\n"
+    "  waveform FILE -o OUT.png           the timeline's picture of a file's audio\n"
     "\n"
     "Run 'vantrell-cli COMMAND --help' for a command's options.\n";
 
@@ -28,8 +31,11 @@ struct Command {
 };
 
 constexpr Command kCommands[] = {
-    {"probe", cli::probeCommand}, {"new", cli::newCommand},       {"info", cli::infoCommand},
-    {"edit", cli::editCommand},   {"export", cli::exportCommand}, {"frame", cli::frameCommand},
+    {"probe", cli::probeCommand},       {"new", cli::newCommand},
+    {"info", cli::infoCommand},         {"edit", cli::editCommand},
+    {"export", cli::exportCommand},     {"frame", cli::frameCommand},
+    {"peaks", cli::peaksCommand},       {"filmstrip", cli::filmstripCommand},
+    {"waveform", cli::waveformCommand},
 };
 
 }  // namespace

@@ -102,6 +102,9 @@ json clipJson(const model::Clip& c) {
         {"startOnTimeline", c.startOnTimeline},
         {"fingerprint", c.fingerprint},
         {"rotationDegrees", c.rotationDegrees},
+        {"filmstripFrames", c.filmstrip.size()},
+        {"waveform", imageSize(c.waveform)},
+        {"waveformPeakCount", c.waveformPeaks ? json(c.waveformPeaks->size()) : json(nullptr)},
     };
 }
 

@@ -10,7 +10,7 @@ namespace cli {
 // What `probe` prints for one file.
 nlohmann::json probeJson(const model::Clip& clip);
 
-// Every clip field but the images; absent values are null.
+// Every clip field; the images and peaks by their sizes and counts. Absent values are null.
 nlohmann::json clipJson(const model::Clip& clip);
 
 // What `info --json` prints: always an object at the top.

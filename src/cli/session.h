@@ -11,7 +11,11 @@ namespace cli {
 // executor and drains it, so asynchronous work always finishes before the next step.
 class Session {
   public:
-    Session();
+    // Whether clips get their filmstrips, peaks and waveforms. Only a command that shows
+    // them needs them; any other would wait for decoding whose result nothing reads.
+    enum class Pictures { skip = 1, make };
+
+    explicit Session(Pictures pictures = Pictures::skip);
     model::ProjectContext context() { return {&executor_, media_}; }
     void drain() { executor_.drain(); }
     common::Executor& executor() { return executor_; }

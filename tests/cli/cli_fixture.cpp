@@ -27,6 +27,17 @@ std::vector<json> jsonLines(const std::string& text) {
     return lines;
 }
 
+std::string probeStreams(const fs::path& file, const fs::path& dir) {
+    auto out = dir / "probe.txt";
+    testing_support::run(std::string(VANTRELL_FFPROBE) +
+                         " -v error -show_entries stream=codec_name,width,height -of csv=p=0 " +
+                         quote(file.string()) + " >" + quote(out.string()));
+    std::ifstream in(out);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
 void CliTest::SetUp() {
     dir = freshDir(::testing::UnitTest::GetInstance()->current_test_info()->name());
     movie = makeMedia("cli-movie.mp4",

@@ -30,6 +30,10 @@ CliRun cli(const std::string& args, const fs::path& workDir);
 
 std::vector<json> jsonLines(const std::string& text);
 
+// What the ffprobe tool sees in `file`: one line "codec,width,height" per stream (just
+// "codec" for audio), written through a scratch file in `dir`.
+std::string probeStreams(const fs::path& file, const fs::path& dir);
+
 // A fresh folder per test and two small generated media files.
 class CliTest : public ::testing::Test {
   protected:

@@ -139,7 +139,7 @@ TEST_F(CliTest, InfoRejectsAFileThatIsNotAProject) {
 }
 
 TEST_F(CliTest, EveryCommandExplainsItselfAndUnknownOnesFail) {
-    for (const char* command : {"probe", "new", "info"}) {
+    for (const char* command : {"probe", "new", "info", "peaks", "filmstrip", "waveform"}) {
         auto r = cli(std::string(command) + " --help", dir);
         EXPECT_EQ(r.status, 0) << command;
         EXPECT_NE(r.out.find("usage: vantrell-cli"), std::string::npos) << command;

@@ -1,23 +1,11 @@
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <string>
 
 #include "cli_fixture.h"
 
 namespace cli_testing {
 namespace {
-
-std::string probeStreams(const fs::path& file, const fs::path& dir) {
-    auto out = dir / "probe.txt";
-    testing_support::run(std::string(VANTRELL_FFPROBE) +
-                         " -v error -show_entries stream=codec_name,width,height -of csv=p=0 " +
-                         quote(file.string()) + " >" + quote(out.string()));
-    std::ifstream in(out);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
-}
 
 class ExportTest : public CliTest {
   protected:
