@@ -1,5 +1,6 @@
 #include "media/media_input.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdint>
 #include <mutex>
@@ -85,6 +86,30 @@ std::string sourceName(const AVFormatContext& input) {
     std::string_view url = input.url ? input.url : "";
     if (url.starts_with(kFileProtocol)) url.remove_prefix(kFileProtocol.size());
     return std::string(url);
+}
+
+double fileDurationSeconds(const AVFormatContext& input) {
+    const double container =
+        input.duration != AV_NOPTS_VALUE ? static_cast<double>(input.duration) / AV_TIME_BASE : 0;
+    double longest = 0;
+    bool anyTrack = false;
+    for (unsigned i = 0; i < input.nb_streams; ++i) {
+        const AVStream* stream = input.streams[i];
+        if (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) continue;
+        anyTrack = true;
+        const double seconds = stream->duration != AV_NOPTS_VALUE && stream->duration > 0
+                                   ? stream->duration * av_q2d(stream->time_base)
+                                   : container;
+        longest = std::max(longest, seconds);
+    }
+    return anyTrack ? longest : container;
+}
+
+double nominalFrameRate(const AVStream& stream) {
+    AVRational rate = stream.avg_frame_rate;
+    if (rate.num <= 0 || rate.den <= 0) rate = stream.r_frame_rate;
+    if (rate.num <= 0 || rate.den <= 0) return 0;
+    return static_cast<float>(av_q2d(rate));
 }
 
 }  // namespace media

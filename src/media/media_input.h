@@ -25,6 +25,15 @@ common::Result<CodecContextPtr> openDecoder(const AVFormatContext& input, const 
 // clockwise. Flips in the display matrix are ignored.
 int displayRotationDegrees(const AVStream& stream);
 
+// The longest track, as a clip's full duration is measured. Matroska and WebM seldom
+// store per-track lengths, so a track without one counts as the whole file. 0 when no
+// length is known.
+double fileDurationSeconds(const AVFormatContext& input);
+
+// Frames per second as a 32-bit float widened to double, which is how a clip's nominal
+// rate is reported; 0 when the stream gives none.
+double nominalFrameRate(const AVStream& stream);
+
 // The path `input` was opened from, for messages.
 std::string sourceName(const AVFormatContext& input);
 

@@ -86,33 +86,6 @@ class RenderRegistry {
     std::vector<fs::path> files_;  // guarded by mutex_
 };
 
-// The file's length as the probe measures a clip (its longest track), so that the clamp
-// agrees with the clip's full duration. 0 when no length is known.
-double durationSeconds(const AVFormatContext& input) {
-    const double container =
-        input.duration != AV_NOPTS_VALUE ? static_cast<double>(input.duration) / AV_TIME_BASE : 0;
-    double longest = 0;
-    bool anyTrack = false;
-    for (unsigned i = 0; i < input.nb_streams; ++i) {
-        const AVStream* stream = input.streams[i];
-        if (stream->disposition & AV_DISPOSITION_ATTACHED_PIC) continue;
-        anyTrack = true;
-        const double seconds = stream->duration != AV_NOPTS_VALUE && stream->duration > 0
-                                   ? stream->duration * av_q2d(stream->time_base)
-                                   : container;
-        longest = std::max(longest, seconds);
-    }
-    return anyTrack ? longest : container;
-}
-
-// As the probe reports a clip's frame rate: a 32-bit float widened to double; 0 if unknown.
-double nominalFrameRate(const AVStream& stream) {
-    AVRational rate = stream.avg_frame_rate;
-    if (rate.num <= 0 || rate.den <= 0) rate = stream.r_frame_rate;
-    if (rate.num <= 0 || rate.den <= 0) return 0;
-    return static_cast<float>(av_q2d(rate));
-}
-
 // The source's format when libx264 takes it, so most frames reach the encoder untouched.
 AVPixelFormat encoderPixelFormat(const AVCodec& codec, int sourceFormat) {
     for (const AVPixelFormat* format = codec.pix_fmts; format && *format != AV_PIX_FMT_NONE;
@@ -478,7 +451,7 @@ std::optional<fs::path> renderReversedMedia(const fs::path& url, double fromSeco
     }
     AVFormatContext& input = *opened.value();
 
-    const double total = durationSeconds(input);
+    const double total = fileDurationSeconds(input);
     const double start = std::max(std::min(total, fromSeconds), 0.0);
     const double end = std::min(total, toSeconds);
     if (!(std::max(start, end) - start > 0)) {
