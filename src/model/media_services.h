@@ -8,6 +8,7 @@
 #include "common/uuid.h"
 #include "model/clip.h"
 #include "model/image.h"
+#include "model/snapshot.h"
 
 namespace model {
 
@@ -55,5 +56,15 @@ class MediaServices {
     // The picture of `peaks` for the audio row; null if it can't be drawn.
     virtual Image drawWaveform(const std::vector<float>& peaks) = 0;
 };
+
+// Where a saved or copied record's file is now: where its bookmark leads, else its url.
+inline std::filesystem::path currentLocation(
+    MediaServices& media, const VantrellSnapshotClip& record,
+    const std::optional<std::filesystem::path>& projectFolder) {
+    if (record.bookmark)
+        if (auto resolved = media.resolveBookmark(*record.bookmark, projectFolder))
+            return *resolved;
+    return record.url;
+}
 
 }  // namespace model

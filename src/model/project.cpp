@@ -319,10 +319,7 @@ void Project::hydrateNext(std::shared_ptr<std::vector<Clip>> done, std::size_t i
         auto record = (*hydrating_)[index];
         runMediaTask(
             [media = context_.media, record, folder = fileFolder_] {
-                auto url = record.url;
-                if (record.bookmark)
-                    if (auto resolved = media->resolveBookmark(*record.bookmark, folder))
-                        url = *resolved;
+                auto url = currentLocation(*media, record, folder);
                 return std::pair(url, media->probe(url, record.bookmark, record.id));
             },
             [this, done, index, record](std::pair<std::filesystem::path, common::Result<Clip>> r) {

@@ -120,10 +120,7 @@ void Project::pasteNext(std::shared_ptr<PasteRun> run, std::size_t index) {
     VantrellSnapshotClip record = run->records[index];
     runMediaTask(
         [media = context_.media, record, folder = fileFolder_] {
-            auto url = record.url;
-            if (record.bookmark)
-                if (auto resolved = media->resolveBookmark(*record.bookmark, folder))
-                    url = *resolved;
+            const auto url = currentLocation(*media, record, folder);
             // A new id, so pasted clips never clash with the ones they were copied from.
             return media->probe(url, record.bookmark, common::Uuid::random());
         },
