@@ -21,10 +21,12 @@ namespace model_test {
 
 // A media layer for model tests. The probe serves clips from a table keyed by path and
 // fails for any other path; it can be held so that its answers wait until released. The
-// reverse render answers a configured file, or none. Bookmarks are the path's text.
+// reverse render answers a configured file, or none. Bookmarks are the path's text, and a
+// bookmark can be pointed at a new place to stand for a moved file.
 // Enrichment serves made-up results for the files in the table: kFilmstripFrames new frames
 // for a file with video, the asked number of kPeakLevel peaks for one with audio, and a new
-// image for the waveform; filmstrips and peaks can each be held like the probe.
+// image for the waveform; filmstrips and peaks can each be held like the probe, or made to
+// find nothing.
 // Called from the executor's workers, so every member takes the lock.
 class FakeMediaServices final : public model::MediaServices {
   public:
@@ -63,6 +65,15 @@ class FakeMediaServices final : public model::MediaServices {
     void remove(const std::filesystem::path& path) {
         std::lock_guard lock(mutex_);
         files_.erase(path);
+    }
+
+    void moveBookmarkTarget(const model::Bytes& bookmark, const std::filesystem::path& to) {
+        std::lock_guard lock(mutex_);
+        moved_[bookmark] = to;
+    }
+    std::optional<std::filesystem::path> lastProjectFolder() {
+        std::lock_guard lock(mutex_);
+        return lastProjectFolder_;
     }
 
     // Probes started from now on wait inside the background until releaseProbes().
@@ -120,8 +131,11 @@ class FakeMediaServices final : public model::MediaServices {
     }
 
     std::optional<std::filesystem::path> resolveBookmark(
-        const model::Bytes& bookmark, const std::optional<std::filesystem::path>&) override {
+        const model::Bytes& bookmark,
+        const std::optional<std::filesystem::path>& projectFolder) override {
         std::lock_guard lock(mutex_);
+        lastProjectFolder_ = projectFolder;
+        if (auto it = moved_.find(bookmark); it != moved_.end()) return it->second;
         std::filesystem::path path(std::string(bookmark.begin(), bookmark.end()));
         if (files_.contains(path)) return path;
         return std::nullopt;
@@ -173,6 +187,11 @@ class FakeMediaServices final : public model::MediaServices {
         std::lock_guard lock(mutex_);
         return peakCalls_;
     }
+    // Filmstrips and peaks find nothing from now on, as for files that can't be decoded.
+    void findNoEnrichment() {
+        std::lock_guard lock(mutex_);
+        enrichmentFindsNothing_ = true;
+    }
     // drawWaveform answers null from now on, as when there is no surface to draw on.
     void failWaveformImages() {
         std::lock_guard lock(mutex_);
@@ -185,7 +204,7 @@ class FakeMediaServices final : public model::MediaServices {
         enrichmentStarted_.notify_all();
         released_.wait(lock, [&] { return !filmstripsHeld_; });
         auto it = files_.find(url);
-        if (it == files_.end() || !it->second.hasVideo) return {};
+        if (enrichmentFindsNothing_ || it == files_.end() || !it->second.hasVideo) return {};
         std::vector<model::Image> frames;
         for (std::size_t i = 0; i < kFilmstripFrames; ++i)
             frames.push_back(std::make_shared<const model::ImageData>());
@@ -199,7 +218,8 @@ class FakeMediaServices final : public model::MediaServices {
         enrichmentStarted_.notify_all();
         released_.wait(lock, [&] { return !peaksHeld_; });
         auto it = files_.find(url);
-        if (it == files_.end() || !it->second.hasAudio) return std::nullopt;
+        if (enrichmentFindsNothing_ || it == files_.end() || !it->second.hasAudio)
+            return std::nullopt;
         return std::vector<float>(static_cast<std::size_t>(targetPeakCount), kPeakLevel);
     }
 
@@ -225,12 +245,15 @@ class FakeMediaServices final : public model::MediaServices {
     bool filmstripsHeld_ = false;
     bool peaksHeld_ = false;
     bool waveformImagesFail_ = false;
+    bool enrichmentFindsNothing_ = false;
     std::vector<std::filesystem::path> filmstripCalls_;
     std::vector<PeaksCall> peakCalls_;
     int probeCount_ = 0;
     std::map<std::filesystem::path, model::Clip> files_;
     std::optional<std::filesystem::path> renderResult_;
     std::vector<RenderCall> renderCalls_;
+    std::map<model::Bytes, std::filesystem::path> moved_;
+    std::optional<std::filesystem::path> lastProjectFolder_;
 };
 
 // A project wired to the fake media layer and a real pool; drain() finishes its work.

@@ -128,18 +128,7 @@ TEST(Links, WithoutAVideoOnlyMemberTheFirstMemberDecides) {
     EXPECT_EQ(p.clips()[0].startOnTimeline, 3);
 }
 
-TEST(Links, RelinkMovesASelectedAudioHalfToTheMergedClip) {
-    Project p;
-    Uuid group = Uuid::random();
-    Clip video = half(0, 2, StreamMask::videoOnly, group);
-    Clip audio = half(0, 2, StreamMask::audioOnly, group);
-    p.setClips({video, audio});
-    p.setSelectedClipID(audio.id);
-    p.toggleLinkAV(audio.id);
-    EXPECT_EQ(p.selectedClipIDs(), std::unordered_set<Uuid>{video.id});
-}
-
-TEST(Links, RelinkLeavesASelectionOutsideThePairAlone) {
+TEST(Links, RelinkMovesASelectedHalfToTheMergedClipAndLeavesOtherSelectionsAlone) {
     Project p;
     Uuid group = Uuid::random();
     Clip video = half(0, 2, StreamMask::videoOnly, group);
@@ -151,6 +140,11 @@ TEST(Links, RelinkLeavesASelectionOutsideThePairAlone) {
     p.toggleSelection(audio.id);
     p.toggleLinkAV(video.id);
     EXPECT_EQ(p.selectedClipIDs(), std::unordered_set<Uuid>{other.id});
+
+    p.undo();
+    p.setSelectedClipID(audio.id);
+    p.toggleLinkAV(audio.id);
+    EXPECT_EQ(p.selectedClipIDs(), std::unordered_set<Uuid>{video.id});
 }
 
 TEST(Links, AGroupOfOneOrThreeIsNotRelinkedAndRecordsNothing) {
@@ -170,7 +164,17 @@ TEST(Links, AGroupOfOneOrThreeIsNotRelinkedAndRecordsNothing) {
 
 // Unlink: the audio half is a new record that the probe makes.
 
-class LinksTest : public model_test::MediaProjectTest {};
+class LinksTest : public model_test::MediaProjectTest {
+  protected:
+    // Puts `c` alone on the timeline and unlinks it; the audio half's id.
+    Uuid unlinkedAt(const Clip& c) {
+        project.setClips({c});
+        project.toggleLinkAV(c.id);
+        executor.drain();
+        EXPECT_EQ(project.clips().size(), 2u);
+        return project.clips().at(1).id;
+    }
+};
 
 TEST_F(LinksTest, UnlinkSplitsTheClipIntoAVideoHalfAndAnAudioHalfJustAboveIt) {
     Clip c = liveClip("/m/a.mov", 10, 3);
@@ -256,10 +260,7 @@ TEST_F(LinksTest, UnlinkingAPlaceholderEndsWithNothingButAnEntry) {
 
 TEST_F(LinksTest, UndoOfAnUnlinkGivesBackOneLinkedRecord) {
     Clip c = liveClip("/m/a.mov", 10, 0);
-    project.setClips({c});
-    project.toggleLinkAV(c.id);
-    executor.drain();
-    ASSERT_EQ(project.clips().size(), 2u);
+    unlinkedAt(c);
     project.undo();
     EXPECT_EQ(project.clips(), std::vector<Clip>{c});
     EXPECT_EQ(project.clips()[0].linkGroupID, std::nullopt);
@@ -267,11 +268,7 @@ TEST_F(LinksTest, UndoOfAnUnlinkGivesBackOneLinkedRecord) {
 
 TEST_F(LinksTest, AfterMovingTheSoundARelinkPutsItBackInStepWithThePicture) {
     Clip c = liveClip("/m/a.mov", 10, 1);
-    project.setClips({c});
-    project.toggleLinkAV(c.id);
-    executor.drain();
-    ASSERT_EQ(project.clips().size(), 2u);
-    Uuid audioID = project.clips()[1].id;
+    Uuid audioID = unlinkedAt(c);
     project.moveClip(audioID, 7);
     project.setOut(audioID, 3);
     project.toggleLinkAV(audioID);
@@ -283,10 +280,7 @@ TEST_F(LinksTest, AfterMovingTheSoundARelinkPutsItBackInStepWithThePicture) {
 
 TEST_F(LinksTest, AfterDeletingThePictureTheSoundCannotBeRelinked) {
     Clip c = liveClip("/m/a.mov", 10, 0);
-    project.setClips({c});
-    project.toggleLinkAV(c.id);
-    executor.drain();
-    Uuid audioID = project.clips()[1].id;
+    Uuid audioID = unlinkedAt(c);
     project.setSelectedClipID(c.id);
     project.deleteSelected();
     auto entries = project.undoCount();

@@ -25,6 +25,19 @@ class RelinkTest : public model_test::MediaProjectTest {
                                          FakeMediaServices::bookmarkFor("/gone/a.mov"), in, out,
                                          start});
     }
+
+    // A placeholder reversed over 2..6 of its file, relinked to a 12-second file.
+    Clip relinkReversed() {
+        media->add("/m/found.mov", 12);
+        VantrellSnapshotClip record{Uuid::random(), "/gone/a.mov", {}, 2, 6, 0};
+        record.isReversed = true;
+        record.forwardInSeconds = 2;
+        record.forwardOutSeconds = 6;
+        Clip old = Clip::missingPlaceholder(record);
+        project.setClips({old});
+        project.relinkClip(old.id, "/m/found.mov");
+        return old;
+    }
 };
 
 TEST_F(RelinkTest, TheClipKeepsItsIdentityPlaceAndSpeedAndTakesTheNewFile) {
@@ -61,46 +74,32 @@ TEST_F(RelinkTest, TheClipKeepsItsIdentityPlaceAndSpeedAndTakesTheNewFile) {
     EXPECT_TRUE(media->renderCalls().empty());
 }
 
-TEST_F(RelinkTest, AShorterFileShortensTheTrim) {
-    media->add("/m/short.mov", 5);
-    Clip a = placeholder(2, 8);
-    project.setClips({a});
-    project.relinkClip(a.id, "/m/short.mov");
-    executor.drain();
-    EXPECT_EQ(project.clip(a.id)->inSeconds, 2);
-    EXPECT_EQ(project.clip(a.id)->outSeconds, 5);
-}
-
-TEST_F(RelinkTest, AnInPointPastTheNewFileLeavesAClipOfLengthZero) {
-    media->add("/m/short.mov", 5);
-    Clip a = placeholder(7, 8);
-    project.setClips({a});
-    project.relinkClip(a.id, "/m/short.mov");
-    executor.drain();
-    EXPECT_EQ(project.clip(a.id)->inSeconds, 5);
-    EXPECT_EQ(project.clip(a.id)->outSeconds, 5);
-    EXPECT_EQ(project.clip(a.id)->timelineLength(), 0);
-}
-
-TEST_F(RelinkTest, ANegativeInPointIsLimitedToZero) {
-    media->add("/m/long.mov", 30);
-    Clip a = placeholder(-1, 3);
-    project.setClips({a});
-    project.relinkClip(a.id, "/m/long.mov");
-    executor.drain();
-    EXPECT_EQ(project.clip(a.id)->inSeconds, 0);
-    EXPECT_EQ(project.clip(a.id)->outSeconds, 3);
+TEST_F(RelinkTest, TheTrimIsHeldInsideTheNewFile) {
+    struct Case {
+        const char* name;
+        double in, out, fileSeconds;
+        double expectedIn, expectedOut;
+    };
+    const std::vector<Case> cases = {
+        {"a shorter file shortens the trim", 2, 8, 5, 2, 5},
+        {"an in point past the new file leaves length zero", 7, 8, 5, 5, 5},
+        {"a negative in point is limited to zero", -1, 3, 30, 0, 3},
+    };
+    for (const Case& k : cases) {
+        SCOPED_TRACE(k.name);
+        const std::string file = std::string("/m/") + k.name + ".mov";
+        media->add(file, k.fileSeconds);
+        Clip a = placeholder(k.in, k.out);
+        project.setClips({a});
+        project.relinkClip(a.id, file);
+        executor.drain();
+        EXPECT_EQ(project.clip(a.id)->inSeconds, k.expectedIn);
+        EXPECT_EQ(project.clip(a.id)->outSeconds, k.expectedOut);
+    }
 }
 
 TEST_F(RelinkTest, AReversedPlaceholderKeepsItsStretchAndRendersAnew) {
-    media->add("/m/found.mov", 12);
-    VantrellSnapshotClip record{Uuid::random(), "/gone/a.mov", {}, 2, 6, 0};
-    record.isReversed = true;
-    record.forwardInSeconds = 2;
-    record.forwardOutSeconds = 6;
-    Clip old = Clip::missingPlaceholder(record);
-    project.setClips({old});
-    project.relinkClip(old.id, "/m/found.mov");
+    Clip old = relinkReversed();
     std::string log = drainCapturingLog();
 
     const Clip& now = *project.clip(old.id);
@@ -118,15 +117,8 @@ TEST_F(RelinkTest, AReversedPlaceholderKeepsItsStretchAndRendersAnew) {
 }
 
 TEST_F(RelinkTest, AReversedPlaceholderGetsItsRenderWhenItLands) {
-    media->add("/m/found.mov", 12);
     media->setRenderResult("/tmp/vantrell-reversed-1.mov");
-    VantrellSnapshotClip record{Uuid::random(), "/gone/a.mov", {}, 2, 6, 0};
-    record.isReversed = true;
-    record.forwardInSeconds = 2;
-    record.forwardOutSeconds = 6;
-    Clip old = Clip::missingPlaceholder(record);
-    project.setClips({old});
-    project.relinkClip(old.id, "/m/found.mov");
+    Clip old = relinkReversed();
     drainCapturingLog();
     EXPECT_EQ(project.clip(old.id)->reversedURL,
               std::filesystem::path("/tmp/vantrell-reversed-1.mov"));

@@ -1,3 +1,4 @@
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -17,13 +18,23 @@ using model::Project;
 using model::VantrellSnapshotClip;
 using model_test::clipAt;
 
+// Runs `f` with its log lines swallowed.
+void quietly(const std::function<void()>& f) {
+    testing::internal::CaptureStderr();
+    f();
+    testing::internal::GetCapturedStderr();
+}
+
 // Retime.
 
-TEST(RetimeReverse, ARateIsHeldBetweenATenthAndTen) {
+TEST(RetimeReverse, ARetimeRecordsEvenToThePresentRateAndIsHeldBetweenATenthAndTen) {
     Project p;
     Clip c = clipAt(0, 4);
     p.setClips({c});
     p.setSelectedClipID(c.id);
+    p.retimeSelected(1);
+    EXPECT_EQ(p.undoName(), "Retime Clip");
+    EXPECT_EQ(p.compositionToken(), 1);
     p.retimeSelected(50);
     EXPECT_EQ(p.clip(c.id)->rateMultiplier, 10.0);
     p.retimeSelected(0.01);
@@ -51,22 +62,15 @@ TEST(RetimeReverse, RetimeWritesOnlyTheRateOfEachSelectedClip) {
     EXPECT_EQ(p.compositionToken(), 1);
 }
 
-TEST(RetimeReverse, ARetimeToThePresentRateStillRecords) {
+TEST(RetimeReverse, WithoutASelectedClipRetimeRecordsNothingAndNoRateIsCommon) {
     Project p;
-    Clip c = clipAt(0, 4);
-    p.setClips({c});
-    p.setSelectedClipID(c.id);
-    p.retimeSelected(1);
-    EXPECT_EQ(p.undoName(), "Retime Clip");
-    EXPECT_EQ(p.compositionToken(), 1);
-}
-
-TEST(RetimeReverse, RetimeOnAnEmptySelectionRecordsNothing) {
-    Project p;
-    p.setClips({clipAt(0, 4)});
+    p.setClips({clipAt(0, 1)});
+    EXPECT_EQ(p.commonRateOfSelection(), std::nullopt);
     p.retimeSelected(2);
     EXPECT_FALSE(p.canUndo());
     EXPECT_EQ(p.compositionToken(), 0);
+    p.setSelectedClipID(Uuid::random());
+    EXPECT_EQ(p.commonRateOfSelection(), std::nullopt);
 }
 
 TEST(RetimeReverse, AFasterClipLeavesAGapAndThePlayheadIsClamped) {
@@ -97,14 +101,6 @@ TEST(RetimeReverse, TheCommonRateToleratesLessThanATenThousandth) {
     p.updateClip(b.id, [](Clip& c) { c.rateMultiplier = 1.0002; });
     EXPECT_EQ(p.commonRateOfSelection(), std::nullopt);
     p.updateClip(b.id, [](Clip& c) { c.rateMultiplier = 0.9998; });
-    EXPECT_EQ(p.commonRateOfSelection(), std::nullopt);
-}
-
-TEST(RetimeReverse, NoCommonRateWithoutASelectedClip) {
-    Project p;
-    p.setClips({clipAt(0, 1)});
-    EXPECT_EQ(p.commonRateOfSelection(), std::nullopt);
-    p.setSelectedClipID(Uuid::random());
     EXPECT_EQ(p.commonRateOfSelection(), std::nullopt);
 }
 
@@ -145,9 +141,7 @@ TEST(RetimeReverse, TurningARenderedClipForwardRestoresItsStretchAndStartsNothin
     p.setClips({c});
     p.setSelectedClipID(c.id);
     p.setPlayheadGlobal(50);
-    testing::internal::CaptureStderr();
-    p.reverseSelected();
-    testing::internal::GetCapturedStderr();
+    quietly([&] { p.reverseSelected(); });
 
     const Clip& now = *p.clip(c.id);
     EXPECT_FALSE(now.isReversed);
@@ -174,9 +168,7 @@ TEST(RetimeReverse, AReversedRightHalfTurnsForwardWithTheSameNumbers) {
     c.outSeconds = 3;
     p.setClips({c});
     p.setSelectedClipID(c.id);
-    testing::internal::CaptureStderr();
-    p.reverseSelected();
-    testing::internal::GetCapturedStderr();
+    quietly([&] { p.reverseSelected(); });
     const Clip& now = *p.clip(c.id);
     EXPECT_FALSE(now.isReversed);
     EXPECT_EQ(now.inSeconds, 1);
@@ -188,19 +180,26 @@ TEST(RetimeReverse, AReversedRightHalfTurnsForwardWithTheSameNumbers) {
 
 class RetimeReverseTest : public model_test::MediaProjectTest {
   protected:
+    RetimeReverseTest() { media->setRenderResult("/tmp/vantrell-reversed-1.mov"); }
+
     Clip forwardClip() {
         Clip c = liveClip("/m/walk.mov", 10, 2);
         c.inSeconds = 1;
         c.outSeconds = 5;
         return c;
     }
+
+    // A forward clip, alone on the timeline and selected.
+    Clip selectedForwardClip() {
+        Clip c = forwardClip();
+        project.setClips({c});
+        project.setSelectedClipID(c.id);
+        return c;
+    }
 };
 
 TEST_F(RetimeReverseTest, TurningAClipBackwardKeepsItsStretchUntilTheRenderLands) {
-    media->setRenderResult("/tmp/vantrell-reversed-1.mov");
-    Clip c = forwardClip();
-    project.setClips({c});
-    project.setSelectedClipID(c.id);
+    Clip c = selectedForwardClip();
     testing::internal::CaptureStderr();
     project.reverseSelected();
     std::string log = testing::internal::GetCapturedStderr();
@@ -237,9 +236,8 @@ TEST_F(RetimeReverseTest, TurningAClipBackwardKeepsItsStretchUntilTheRenderLands
 }
 
 TEST_F(RetimeReverseTest, AFailedRenderLeavesTheClipReversedOnItsForwardMedia) {
-    Clip c = forwardClip();
-    project.setClips({c});
-    project.setSelectedClipID(c.id);
+    media->setRenderResult(std::nullopt);
+    Clip c = selectedForwardClip();
     // One capture for both: the render may answer before reverseSelected returns.
     testing::internal::CaptureStderr();
     project.reverseSelected();
@@ -259,14 +257,11 @@ TEST_F(RetimeReverseTest, AFailedRenderLeavesTheClipReversedOnItsForwardMedia) {
 }
 
 TEST_F(RetimeReverseTest, ReversingTwiceBeforeTheRenderLandsGivesTheForwardClipBack) {
-    media->setRenderResult("/tmp/vantrell-reversed-1.mov");
-    Clip c = forwardClip();
-    project.setClips({c});
-    project.setSelectedClipID(c.id);
-    testing::internal::CaptureStderr();
-    project.reverseSelected();
-    project.reverseSelected();
-    testing::internal::GetCapturedStderr();
+    Clip c = selectedForwardClip();
+    quietly([&] {
+        project.reverseSelected();
+        project.reverseSelected();
+    });
     auto token = project.compositionToken();
     executor.drain();
     EXPECT_EQ(*project.clip(c.id), c) << "the late render is dropped";
@@ -276,26 +271,16 @@ TEST_F(RetimeReverseTest, ReversingTwiceBeforeTheRenderLandsGivesTheForwardClipB
 }
 
 TEST_F(RetimeReverseTest, UndoingAReverseBeforeItsRenderLandsDropsTheRender) {
-    media->setRenderResult("/tmp/vantrell-reversed-1.mov");
-    Clip c = forwardClip();
-    project.setClips({c});
-    project.setSelectedClipID(c.id);
-    testing::internal::CaptureStderr();
-    project.reverseSelected();
-    testing::internal::GetCapturedStderr();
+    Clip c = selectedForwardClip();
+    quietly([&] { project.reverseSelected(); });
     project.undo();
     executor.drain();
     EXPECT_EQ(*project.clip(c.id), c);
 }
 
 TEST_F(RetimeReverseTest, ARenderLandsOnAClipReversedAgainOverTheSameStretch) {
-    media->setRenderResult("/tmp/vantrell-reversed-1.mov");
-    Clip c = forwardClip();
-    project.setClips({c});
-    project.setSelectedClipID(c.id);
-    testing::internal::CaptureStderr();
-    project.reverseSelected();
-    testing::internal::GetCapturedStderr();
+    Clip c = selectedForwardClip();
+    quietly([&] { project.reverseSelected(); });
     project.undo();
     project.redo();
     executor.drain();
@@ -305,13 +290,8 @@ TEST_F(RetimeReverseTest, ARenderLandsOnAClipReversedAgainOverTheSameStretch) {
 }
 
 TEST_F(RetimeReverseTest, ATrimWhileTheRenderRunsIsReplacedByTheWholeStretch) {
-    media->setRenderResult("/tmp/vantrell-reversed-1.mov");
-    Clip c = forwardClip();
-    project.setClips({c});
-    project.setSelectedClipID(c.id);
-    testing::internal::CaptureStderr();
-    project.reverseSelected();
-    testing::internal::GetCapturedStderr();
+    Clip c = selectedForwardClip();
+    quietly([&] { project.reverseSelected(); });
     project.setOut(c.id, 3);
     executor.drain();
     EXPECT_EQ(project.clip(c.id)->inSeconds, 0);
@@ -319,13 +299,8 @@ TEST_F(RetimeReverseTest, ATrimWhileTheRenderRunsIsReplacedByTheWholeStretch) {
 }
 
 TEST_F(RetimeReverseTest, AClipDeletedDuringItsRenderIsNotBroughtBack) {
-    media->setRenderResult("/tmp/vantrell-reversed-1.mov");
-    Clip c = forwardClip();
-    project.setClips({c});
-    project.setSelectedClipID(c.id);
-    testing::internal::CaptureStderr();
-    project.reverseSelected();
-    testing::internal::GetCapturedStderr();
+    Clip c = selectedForwardClip();
+    quietly([&] { project.reverseSelected(); });
     project.deleteSelected();
     auto token = project.compositionToken();
     executor.drain();
@@ -335,7 +310,6 @@ TEST_F(RetimeReverseTest, AClipDeletedDuringItsRenderIsNotBroughtBack) {
 }
 
 TEST_F(RetimeReverseTest, AMixedSelectionFlipsEachClipAndRendersOnlyTheNewlyReversed) {
-    media->setRenderResult("/tmp/vantrell-reversed-1.mov");
     Clip forward = forwardClip();
     Clip reversed = liveClip("/m/run.mov", 10, 20);
     reversed.isReversed = true;
@@ -347,9 +321,7 @@ TEST_F(RetimeReverseTest, AMixedSelectionFlipsEachClipAndRendersOnlyTheNewlyReve
     project.toggleSelection(forward.id);
     project.toggleSelection(reversed.id);
     EXPECT_FALSE(project.allSelectedReversed());
-    testing::internal::CaptureStderr();
-    project.reverseSelected();
-    testing::internal::GetCapturedStderr();
+    quietly([&] { project.reverseSelected(); });
     EXPECT_EQ(project.undoName(), "Reverse Clips");
     EXPECT_TRUE(project.clip(forward.id)->isReversed);
     EXPECT_FALSE(project.clip(reversed.id)->isReversed);
@@ -362,13 +334,10 @@ TEST_F(RetimeReverseTest, AMixedSelectionFlipsEachClipAndRendersOnlyTheNewlyReve
 }
 
 TEST_F(RetimeReverseTest, WithoutAForwardStretchTheRenderTakesTheInAndOutPoints) {
-    media->setRenderResult("/tmp/vantrell-reversed-1.mov");
     Clip c = forwardClip();
     c.isReversed = true;  // as a right half split off before its render landed
     project.setClips({c});
-    testing::internal::CaptureStderr();
-    project.renderReversedAsync(c.id);
-    testing::internal::GetCapturedStderr();
+    quietly([&] { project.renderReversedAsync(c.id); });
     executor.drain();
     auto calls = media->renderCalls();
     ASSERT_EQ(calls.size(), 1u);
@@ -378,13 +347,10 @@ TEST_F(RetimeReverseTest, WithoutAForwardStretchTheRenderTakesTheInAndOutPoints)
 }
 
 TEST_F(RetimeReverseTest, WithoutAForwardStretchATrimMeanwhileDropsTheRender) {
-    media->setRenderResult("/tmp/vantrell-reversed-1.mov");
     Clip c = forwardClip();
     c.isReversed = true;
     project.setClips({c});
-    testing::internal::CaptureStderr();
-    project.renderReversedAsync(c.id);
-    testing::internal::GetCapturedStderr();
+    quietly([&] { project.renderReversedAsync(c.id); });
     project.setIn(c.id, 2);
     executor.drain();
     EXPECT_EQ(project.clip(c.id)->reversedURL, std::nullopt);
@@ -392,15 +358,12 @@ TEST_F(RetimeReverseTest, WithoutAForwardStretchATrimMeanwhileDropsTheRender) {
 }
 
 TEST_F(RetimeReverseTest, AnEmptyStretchLandsWithLengthZero) {
-    media->setRenderResult("/tmp/vantrell-reversed-1.mov");
     Clip c = forwardClip();
     c.isReversed = true;
     c.forwardInSeconds = 6;
     c.forwardOutSeconds = 4;
     project.setClips({c});
-    testing::internal::CaptureStderr();
-    project.renderReversedAsync(c.id);
-    testing::internal::GetCapturedStderr();
+    quietly([&] { project.renderReversedAsync(c.id); });
     executor.drain();
     EXPECT_EQ(project.clip(c.id)->outSeconds, 0);
 }
@@ -408,7 +371,6 @@ TEST_F(RetimeReverseTest, AnEmptyStretchLandsWithLengthZero) {
 TEST_F(RetimeReverseTest, HydrationRendersEachLiveReversedClipButNoPlaceholder) {
     media->add("/m/walk.mov", 10);
     media->add("/m/run.mov", 10);
-    media->setRenderResult("/tmp/vantrell-reversed-1.mov");
     VantrellSnapshotClip reversed{Uuid::random(), "/m/walk.mov", {}, 2, 6, 0};
     reversed.isReversed = true;
     reversed.forwardInSeconds = 2;
@@ -440,9 +402,7 @@ TEST(RetimeReverseLifetime, ARenderLandingAfterItsProjectIsGoneIsDropped) {
         Clip c = clipAt(0, 4);
         c.isReversed = true;
         p.setClips({c});
-        testing::internal::CaptureStderr();
-        p.renderReversedAsync(c.id);
-        testing::internal::GetCapturedStderr();
+        quietly([&] { p.renderReversedAsync(c.id); });
     }
     executor.drain();
     EXPECT_EQ(media->renderCalls().size(), 1u);

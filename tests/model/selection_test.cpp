@@ -80,86 +80,65 @@ TEST(Selection, AClickOnALoneClipSelectsItAndAClickAgainChangesNothing) {
     EXPECT_TRUE(r.fields.empty());
 }
 
-TEST(Selection, ClicksOnAStackWalkDownFromTheTopAndWrap) {
-    Project p;
-    Clip a = clipAt(0, 4);
-    Clip b = clipAt(0, 4);
-    Clip c = clipAt(0, 4);
-    p.setClips({a, b, c});
-    p.cycleSelection(a.id, false);
-    EXPECT_EQ(p.selectedClipID(), c.id) << "the first click takes the top, whatever was hit";
-    p.cycleSelection(c.id, false);
-    EXPECT_EQ(p.selectedClipID(), b.id);
-    p.cycleSelection(b.id, false);
-    EXPECT_EQ(p.selectedClipID(), a.id);
-    p.cycleSelection(b.id, false);
-    EXPECT_EQ(p.selectedClipID(), c.id);
+Clip masked(Clip c, StreamMask mask) {
+    c.streamMask = mask;
+    return c;
 }
 
-TEST(Selection, TheWalkStartsFromTheSelectionNotFromThePointer) {
-    Project p;
-    Clip a = clipAt(0, 4);
-    Clip b = clipAt(1, 4);
-    Clip c = clipAt(2, 4);
-    p.setClips({a, b, c});
-    p.setSelectedClipID(b.id);
-    p.cycleSelection(c.id, false);
-    EXPECT_EQ(p.selectedClipID(), a.id);
-}
-
-TEST(Selection, ASelectionOutsideTheStackGoesToItsTop) {
-    Project p;
-    Clip a = clipAt(0, 4);
-    Clip b = clipAt(1, 4);
-    Clip far = clipAt(20, 1);
-    p.setClips({a, b, far});
-    p.setSelectedClipID(far.id);
-    p.cycleSelection(a.id, false);
-    EXPECT_EQ(p.selectedClipID(), b.id);
-}
-
-TEST(Selection, ClipsThatOnlyTouchFormNoStack) {
-    Project p;
-    Clip a = clipAt(0, 2);
-    Clip b = clipAt(2, 2);
-    p.setClips({a, b});
-    p.cycleSelection(a.id, false);
-    EXPECT_EQ(p.selectedClipID(), a.id);
-    p.cycleSelection(b.id, false);
-    EXPECT_EQ(p.selectedClipID(), b.id);
-}
-
-TEST(Selection, AStackIsJudgedPerRow) {
-    Project p;
-    Clip video = clipAt(0, 4);
-    video.streamMask = StreamMask::videoOnly;
-    Clip audio = clipAt(0, 4);
-    audio.streamMask = StreamMask::audioOnly;
-    p.setClips({video, audio});
-    p.cycleSelection(video.id, false);
-    EXPECT_EQ(p.selectedClipID(), video.id);
-    p.cycleSelection(audio.id, true);
-    EXPECT_EQ(p.selectedClipID(), audio.id);
-    p.cycleSelection(audio.id, true);
-    EXPECT_EQ(p.selectedClipID(), audio.id);
-}
-
-TEST(Selection, ClipsWithBothStreamsStackOnTheAudioRowToo) {
-    Project p;
-    Clip a = clipAt(0, 4);
-    Clip b = clipAt(1, 4);
-    p.setClips({a, b});
-    p.cycleSelection(a.id, true);
-    EXPECT_EQ(p.selectedClipID(), b.id);
-}
-
-TEST(Selection, AClickOnAZeroLengthClipAloneSelectsIt) {
-    Project p;
-    Clip empty = clipAt(3, 2);
-    empty.inSeconds = 2;
-    p.setClips({empty});
-    p.cycleSelection(empty.id, false);
-    EXPECT_EQ(p.selectedClipID(), empty.id);
+// Clicks through stacks, each case from no selection unless it names one: clips by index,
+// and each click as the clip hit, whether on the audio row, and the clip then selected.
+TEST(Selection, ClicksWalkDownAStackOfOverlappingClipsOnTheClickedRow) {
+    struct Click {
+        std::size_t hit;
+        bool audioRow;
+        std::size_t selected;
+    };
+    struct Case {
+        const char* name;
+        std::vector<Clip> clips;
+        std::optional<std::size_t> selected;
+        std::vector<Click> clicks;
+    };
+    Clip zeroLength = clipAt(3, 2);
+    zeroLength.inSeconds = 2;
+    const std::vector<Case> cases = {
+        {"from the top whatever was hit, then down, wrapping",
+         {clipAt(0, 4), clipAt(0, 4), clipAt(0, 4)},
+         std::nullopt,
+         {{0, false, 2}, {2, false, 1}, {1, false, 0}, {1, false, 2}}},
+        {"from the selection, not the pointer",
+         {clipAt(0, 4), clipAt(1, 4), clipAt(2, 4)},
+         1,
+         {{2, false, 0}}},
+        {"a selection outside the stack goes to its top",
+         {clipAt(0, 4), clipAt(1, 4), clipAt(20, 1)},
+         2,
+         {{0, false, 1}}},
+        {"clips that only touch form no stack",
+         {clipAt(0, 2), clipAt(2, 2)},
+         std::nullopt,
+         {{0, false, 0}, {1, false, 1}}},
+        {"a stack is judged per row",
+         {masked(clipAt(0, 4), StreamMask::videoOnly), masked(clipAt(0, 4), StreamMask::audioOnly)},
+         std::nullopt,
+         {{0, false, 0}, {1, true, 1}, {1, true, 1}}},
+        {"clips with both streams stack on the audio row too",
+         {clipAt(0, 4), clipAt(1, 4)},
+         std::nullopt,
+         {{0, true, 1}}},
+        {"a zero-length clip alone", {zeroLength}, std::nullopt, {{0, false, 0}}},
+    };
+    for (const Case& k : cases) {
+        SCOPED_TRACE(k.name);
+        Project p;
+        p.setClips(k.clips);
+        if (k.selected) p.setSelectedClipID(k.clips[*k.selected].id);
+        for (const Click& click : k.clicks) {
+            p.cycleSelection(k.clips[click.hit].id, click.audioRow);
+            EXPECT_EQ(p.selectedClipID(), k.clips[click.selected].id)
+                << "after a click on clip " << click.hit;
+        }
+    }
 }
 
 TEST(Selection, AClickCollapsesAMultiSelectionToOneClip) {

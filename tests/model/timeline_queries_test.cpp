@@ -97,44 +97,40 @@ TEST(TimelineQueries, ClipIDAtLooksAtNeitherRowNorMask) {
 
 // Gaps and overlaps.
 
-TEST(TimelineQueries, ClipsHalfAThousandthApartFormNoGapAndNoOverlap) {
-    Project p;
-    p.setClips({clipAt(0, 2), clipAt(2.0005, 2)});
-    EXPECT_TRUE(p.gaps(false).empty());
-    EXPECT_FALSE(p.hasOverlap());
-}
-
-TEST(TimelineQueries, ClipsTwoThousandthsApartFormAGapBetweenTheirEdges) {
-    Project p;
-    p.setClips({clipAt(2.002, 2), clipAt(0, 2)});
-    auto gaps = p.gaps(false);
-    ASSERT_EQ(gaps.size(), 1u);
-    EXPECT_EQ(gaps[0], (GapSelection{false, 2, 2.002}));
-    EXPECT_FALSE(p.hasOverlap());
-}
-
-TEST(TimelineQueries, ClipsOverlappingByTwoThousandthsOverlap) {
-    Project p;
-    p.setClips({clipAt(0, 2), clipAt(1.998, 2)});
-    EXPECT_TRUE(p.hasOverlap());
-    EXPECT_TRUE(p.gaps(false).empty());
-}
-
-TEST(TimelineQueries, ALongClipUnderTwoShortOnesHidesTheSpaceBetweenThem) {
-    Project p;
-    p.setClips({clipAt(0, 10), clipAt(1, 1), clipAt(5, 1), clipAt(12, 1)});
-    auto gaps = p.gaps(false);
-    ASSERT_EQ(gaps.size(), 1u);
-    EXPECT_EQ(gaps[0], (GapSelection{false, 10, 12}));
-}
-
-TEST(TimelineQueries, GapsLieBetweenClipsOnlyInTimeOrder) {
-    Project p;
-    p.setClips({clipAt(10, 1), clipAt(3, 1), clipAt(6, 2)});
-    EXPECT_EQ(p.gaps(false), (std::vector<GapSelection>{{false, 4, 6}, {false, 8, 10}}))
-        << "nothing before the first clip or after the last";
-    p.setClips({clipAt(5, 1)});
-    EXPECT_TRUE(p.gaps(false).empty()) << "a row with one clip has no gap";
+TEST(TimelineQueries, GapsAndOverlapsOnOneRow) {
+    struct Case {
+        const char* name;
+        std::vector<Clip> clips;
+        std::vector<GapSelection> gaps;
+        bool overlap;
+    };
+    const std::vector<Case> cases = {
+        {"half a thousandth apart: no gap, no overlap",
+         {clipAt(0, 2), clipAt(2.0005, 2)},
+         {},
+         false},
+        {"two thousandths apart: a gap between the edges",
+         {clipAt(2.002, 2), clipAt(0, 2)},
+         {{false, 2, 2.002}},
+         false},
+        {"overlapping by two thousandths", {clipAt(0, 2), clipAt(1.998, 2)}, {}, true},
+        {"a long clip under two short ones hides the space between them",
+         {clipAt(0, 10), clipAt(1, 1), clipAt(5, 1), clipAt(12, 1)},
+         {{false, 10, 12}},
+         true},
+        {"gaps only between clips, in time order",
+         {clipAt(10, 1), clipAt(3, 1), clipAt(6, 2)},
+         {{false, 4, 6}, {false, 8, 10}},
+         false},
+        {"one clip has no gap", {clipAt(5, 1)}, {}, false},
+    };
+    for (const Case& k : cases) {
+        SCOPED_TRACE(k.name);
+        Project p;
+        p.setClips(k.clips);
+        EXPECT_EQ(p.gaps(false), k.gaps);
+        EXPECT_EQ(p.hasOverlap(), k.overlap);
+    }
 }
 
 TEST(TimelineQueries, EachRowHasItsOwnGaps) {
@@ -171,32 +167,24 @@ TEST(TimelineQueries, OverlapReadsTheTimelineLengthAtEachRate) {
 
 // Video content, sizes and rates.
 
-TEST(TimelineQueries, AnAudioOnlyMaskCountsForNoVideoQuery) {
-    Project p;
-    Clip c = sized(clipAt(0, 4), 1920, 1080);
-    c.streamMask = StreamMask::audioOnly;
-    c.frameRate = 24;
-    p.setClips({c});
-    p.setPlayheadGlobal(1);
-    EXPECT_FALSE(p.hasVideoContent());
-    EXPECT_FALSE(p.videoAtPlayhead());
-    EXPECT_EQ(p.videoNaturalSize(), std::nullopt);
-    EXPECT_EQ(p.naturalSizeAtPlayhead(), std::nullopt);
-    EXPECT_EQ(p.largestVideoSize(), std::nullopt);
-    EXPECT_EQ(p.frameRateAtPlayhead(), 30.0);
-}
-
-TEST(TimelineQueries, APlaceholderCountsAsVideoButForNoSize) {
-    Project p;
+TEST(TimelineQueries, AnAudioOnlyMaskCountsForNoVideoQueryAndAPlaceholderForNoSize) {
+    Clip audioOnly = sized(clipAt(0, 4), 1920, 1080);
+    audioOnly.streamMask = StreamMask::audioOnly;
+    audioOnly.frameRate = 24;
     Clip placeholder = Clip::missingPlaceholder({Uuid::random(), "/gone.mov", {}, 0, 4, 0});
-    p.setClips({placeholder});
-    p.setPlayheadGlobal(1);
-    EXPECT_TRUE(p.hasVideoContent());
-    EXPECT_TRUE(p.videoAtPlayhead());
-    EXPECT_EQ(p.videoNaturalSize(), std::nullopt);
-    EXPECT_EQ(p.naturalSizeAtPlayhead(), std::nullopt);
-    EXPECT_EQ(p.largestVideoSize(), std::nullopt);
-    EXPECT_EQ(p.frameRateAtPlayhead(), 30.0);
+    for (const auto& [clip, isVideo] :
+         {std::pair{audioOnly, false}, std::pair{placeholder, true}}) {
+        SCOPED_TRACE(isVideo ? "placeholder" : "audio-only mask");
+        Project p;
+        p.setClips({clip});
+        p.setPlayheadGlobal(1);
+        EXPECT_EQ(p.hasVideoContent(), isVideo);
+        EXPECT_EQ(p.videoAtPlayhead(), isVideo);
+        EXPECT_EQ(p.videoNaturalSize(), std::nullopt);
+        EXPECT_EQ(p.naturalSizeAtPlayhead(), std::nullopt);
+        EXPECT_EQ(p.largestVideoSize(), std::nullopt);
+        EXPECT_EQ(p.frameRateAtPlayhead(), 30.0);
+    }
 }
 
 TEST(TimelineQueries, VideoAtPlayheadCountsTheStartButNotTheEnd) {

@@ -30,75 +30,55 @@ Clip trimmedClip(double start, double in, double out, double full = 20) {
 
 // Live trims and moves.
 
-TEST(TrimSplitMove, AnInPointPastTheOutPointStopsTheSmallestLengthBeforeIt) {
-    Project p;
-    Clip c = trimmedClip(0, 1, 5);
-    p.setClips({c});
-    p.setIn(c.id, 9);
-    EXPECT_DOUBLE_EQ(p.clip(c.id)->inSeconds, 4.95);
-    EXPECT_DOUBLE_EQ(p.clip(c.id)->startOnTimeline, 3.95);
+struct LiveTrim {
+    const char* name;
+    Clip clip;
+    bool in;  // which edge the trim moves
+    double to;
+    double expectedIn, expectedOut, expectedStart, expectedEnd;
+};
+
+Clip atRate(Clip c, double rate) {
+    c.rateMultiplier = rate;
+    return c;
 }
 
-TEST(TrimSplitMove, AnInPointBelowZeroLandsOnZero) {
-    Project p;
-    Clip c = trimmedClip(4, 2, 5);
-    p.setClips({c});
-    p.setIn(c.id, -3);
-    EXPECT_EQ(p.clip(c.id)->inSeconds, 0);
-    EXPECT_EQ(p.clip(c.id)->startOnTimeline, 2);
-}
-
-TEST(TrimSplitMove, TrimmingTheInPointKeepsTheRightEdge) {
-    Project p;
-    Clip c = trimmedClip(1, 2, 10);
-    p.setClips({c});
-    p.setIn(c.id, 5);
-    EXPECT_EQ(p.clip(c.id)->startOnTimeline, 4);
-    EXPECT_EQ(p.clip(c.id)->timelineEnd(), 9);
-}
-
-TEST(TrimSplitMove, AnInPointMovedBackPastTheTimelineStartPinsTheClipAtZero) {
-    Project p;
-    Clip c = trimmedClip(1, 5, 10);
-    p.setClips({c});
-    p.setIn(c.id, 2);
-    EXPECT_EQ(p.clip(c.id)->inSeconds, 2);
-    EXPECT_EQ(p.clip(c.id)->startOnTimeline, 0);
-    EXPECT_EQ(p.clip(c.id)->timelineEnd(), 8) << "the right edge moves right by 2";
-}
-
-TEST(TrimSplitMove, AtDoubleSpeedAnInTrimMovesTheStartByHalfAndKeepsTheRightEdge) {
-    Project p;
-    Clip c = trimmedClip(1, 2, 10);
-    c.rateMultiplier = 2;
-    p.setClips({c});
-    ASSERT_EQ(c.timelineEnd(), 5);
-    p.setIn(c.id, 4);
-    EXPECT_EQ(p.clip(c.id)->startOnTimeline, 2);
-    EXPECT_EQ(p.clip(c.id)->timelineEnd(), 5);
-}
-
-TEST(TrimSplitMove, AnOutPointBelowTheInPointStopsTheSmallestLengthAfterIt) {
-    Project p;
-    Clip c = trimmedClip(3, 2, 8);
-    p.setClips({c});
-    p.setOut(c.id, 1);
-    EXPECT_DOUBLE_EQ(p.clip(c.id)->outSeconds, 2.05);
-    EXPECT_EQ(p.clip(c.id)->startOnTimeline, 3);
+TEST(TrimSplitMove, ALiveTrimHoldsItsEdgeInsideTheFileAndKeepsTheOtherEdge) {
+    const std::vector<LiveTrim> cases = {
+        {"in past the out point stops the smallest length before it", trimmedClip(0, 1, 5), true, 9,
+         4.95, 5, 3.95, 4},
+        {"in below zero lands on zero", trimmedClip(4, 2, 5), true, -3, 0, 5, 2, 7},
+        {"in keeps the right edge", trimmedClip(1, 2, 10), true, 5, 5, 10, 4, 9},
+        {"in moved back past the timeline start pins the clip at zero, moving the right edge",
+         trimmedClip(1, 5, 10), true, 2, 2, 10, 0, 8},
+        {"at double speed in moves the start by half", atRate(trimmedClip(1, 2, 10), 2), true, 4, 4,
+         10, 2, 5},
+        {"out below the in point stops the smallest length after it", trimmedClip(3, 2, 8), false,
+         1, 2, 2.05, 3, 3.05},
+        {"out past the file lands on its end", trimmedClip(0, 2, 8, 10), false, 30, 2, 10, 0, 8},
+    };
+    for (const LiveTrim& k : cases) {
+        SCOPED_TRACE(k.name);
+        Project p;
+        p.setClips({k.clip});
+        if (k.in)
+            p.setIn(k.clip.id, k.to);
+        else
+            p.setOut(k.clip.id, k.to);
+        const Clip& now = *p.clip(k.clip.id);
+        EXPECT_DOUBLE_EQ(now.inSeconds, k.expectedIn);
+        EXPECT_DOUBLE_EQ(now.outSeconds, k.expectedOut);
+        EXPECT_DOUBLE_EQ(now.startOnTimeline, k.expectedStart);
+        EXPECT_DOUBLE_EQ(now.timelineEnd(), k.expectedEnd);
+    }
 }
 
 TEST(TrimSplitMove, AnOutPointPastTheFileLandsOnItsEndAlsoWhenReversed) {
     Project p;
-    Clip c = trimmedClip(0, 2, 8, 10);
+    Clip c = trimmedClip(0, 0, 4, 10);
+    c.isReversed = true;
+    c.reversedURL = "/tmp/r.mov";
     p.setClips({c});
-    p.setOut(c.id, 30);
-    EXPECT_EQ(p.clip(c.id)->outSeconds, 10);
-    p.updateClip(c.id, [](Clip& w) {
-        w.isReversed = true;
-        w.reversedURL = "/tmp/r.mov";
-        w.inSeconds = 0;
-        w.outSeconds = 4;
-    });
     p.setOut(c.id, 30);
     EXPECT_EQ(p.clip(c.id)->outSeconds, 10);
 }
@@ -143,40 +123,39 @@ TEST(TrimSplitMove, LiveWritesToAnUnknownClipDoNothing) {
 
 // In and out at the playhead.
 
-TEST(TrimSplitMove, SetInAtPlayheadTrimsRecordsAndCommits) {
-    Project p;
-    Clip c = trimmedClip(2, 1, 9);
-    p.setClips({c});
-    p.setSelectedClipID(c.id);
-    p.setPlayheadGlobal(5);
-    p.setInAtPlayhead();
-    EXPECT_EQ(p.clip(c.id)->inSeconds, 4);
-    EXPECT_EQ(p.clip(c.id)->startOnTimeline, 5);
-    EXPECT_EQ(p.undoName(), "Set In");
-    EXPECT_EQ(p.compositionToken(), 1);
-}
-
-TEST(TrimSplitMove, SetOutAtPlayheadOnTheClipsExactEndRuns) {
-    Project p;
-    Clip c = trimmedClip(2, 1, 5);
-    p.setClips({c});
-    p.setSelectedClipID(c.id);
-    p.setPlayheadGlobal(6);
-    p.setOutAtPlayhead();
-    EXPECT_EQ(p.undoName(), "Set Out");
-    EXPECT_EQ(p.clip(c.id)->outSeconds, 5);
-    EXPECT_DOUBLE_EQ(p.playheadGlobal(), 5.999) << "commitEdit clamps";
-}
-
-TEST(TrimSplitMove, SetInAtPlayheadOnTheClipsExactStartRuns) {
-    Project p;
-    Clip c = trimmedClip(2, 1, 5);
-    p.setClips({c});
-    p.setSelectedClipID(c.id);
-    p.setPlayheadGlobal(2);
-    p.setInAtPlayhead();
-    EXPECT_EQ(p.undoName(), "Set In");
-    EXPECT_EQ(*p.clip(c.id), c);
+TEST(TrimSplitMove, InAndOutAtPlayheadTrimRecordAndCommitAlsoOnTheClipsExactEdges) {
+    struct Case {
+        const char* name;
+        double out;
+        double playhead;
+        bool in;
+        double expectedIn, expectedOut, expectedStart, expectedPlayhead;
+    };
+    const std::vector<Case> cases = {
+        {"in inside the clip", 9, 5, true, 4, 9, 5, 5},
+        {"in on the exact start", 5, 2, true, 1, 5, 2, 2},
+        {"out on the exact end, where commitEdit clamps", 5, 6, false, 1, 5, 2, 5.999},
+    };
+    for (const Case& k : cases) {
+        SCOPED_TRACE(k.name);
+        Project p;
+        Clip c = trimmedClip(2, 1, k.out);
+        p.setClips({c});
+        p.setSelectedClipID(c.id);
+        p.setPlayheadGlobal(k.playhead);
+        if (k.in)
+            p.setInAtPlayhead();
+        else
+            p.setOutAtPlayhead();
+        EXPECT_EQ(p.undoName(), k.in ? "Set In" : "Set Out");
+        EXPECT_EQ(p.compositionToken(), 1);
+        Clip expected = c;
+        expected.inSeconds = k.expectedIn;
+        expected.outSeconds = k.expectedOut;
+        expected.startOnTimeline = k.expectedStart;
+        EXPECT_EQ(*p.clip(c.id), expected);
+        EXPECT_DOUBLE_EQ(p.playheadGlobal(), k.expectedPlayhead);
+    }
 }
 
 TEST(TrimSplitMove, AtDoubleSpeedInAndOutAtPlayheadUseTheMappedSourceTime) {
@@ -213,16 +192,11 @@ TEST(TrimSplitMove, InAndOutAtPlayheadNeedASelectedClipUnderThePlayheadAndNoShee
     p.setInAtPlayhead();
     p.setOutAtPlayhead();
     EXPECT_FALSE(p.canUndo()) << "a sheet is open";
-    EXPECT_EQ(p.compositionToken(), 0);
-}
 
-TEST(TrimSplitMove, InAtPlayheadOnASelectionNamingNoClipDoesNothing) {
-    Project p;
-    p.setClips({clipAt(0, 4)});
+    p.setShowCropSheet(false);
     p.setSelectedClipID(Uuid::random());
-    p.setPlayheadGlobal(0);
     p.setInAtPlayhead();
-    EXPECT_FALSE(p.canUndo());
+    EXPECT_FALSE(p.canUndo()) << "the selection names no clip";
     EXPECT_EQ(p.compositionToken(), 0);
 }
 
@@ -328,16 +302,7 @@ TEST(TrimSplitMove, APlayheadNudgeStepsByTheFrameRateAtThePlayhead) {
 
 // Playback and zoom.
 
-TEST(TrimSplitMove, PlayingFromWithinAHundredthOfTheEndRewindsFirst) {
-    Project p;
-    p.setClips({clipAt(0, 4)});
-    p.setPlayheadGlobal(3.995);
-    p.togglePlayback();
-    EXPECT_TRUE(p.isPlaying());
-    EXPECT_EQ(p.playheadGlobal(), 0);
-}
-
-TEST(TrimSplitMove, PlayingFromInsideKeepsThePlayheadAndPausingNeverRewinds) {
+TEST(TrimSplitMove, PlayingRewindsOnlyFromWithinAHundredthOfTheEnd) {
     Project p;
     p.setClips({clipAt(0, 4)});
     p.setPlayheadGlobal(3.98);
@@ -347,7 +312,11 @@ TEST(TrimSplitMove, PlayingFromInsideKeepsThePlayheadAndPausingNeverRewinds) {
     p.setPlayheadGlobal(4);
     p.togglePlayback();
     EXPECT_FALSE(p.isPlaying());
-    EXPECT_EQ(p.playheadGlobal(), 4);
+    EXPECT_EQ(p.playheadGlobal(), 4) << "pausing never rewinds";
+    p.setPlayheadGlobal(3.995);
+    p.togglePlayback();
+    EXPECT_TRUE(p.isPlaying());
+    EXPECT_EQ(p.playheadGlobal(), 0);
 }
 
 TEST(TrimSplitMove, PlaybackNeedsClipsAndNoSheet) {
