@@ -122,16 +122,9 @@ common::Status applyEdits(Mp4Box& moov, std::uint32_t movieTimescale,
         if (auto set = setMp4Duration(*tkhd, duration); !set) return set;
         movieDuration = std::max(movieDuration, duration);
     }
-    for (const auto& track : tracks) {
-        const bool found = std::any_of(moov.children.begin(), moov.children.end(), [&](auto& t) {
-            const Mp4Box* mdia =
-                t.type == fourCC("trak") ? findMp4Child(t, fourCC("mdia")) : nullptr;
-            const Mp4Box* hdlr = mdia ? findMp4Child(*mdia, fourCC("hdlr")) : nullptr;
-            auto handler = hdlr ? mp4HandlerType(*hdlr) : common::Result<FourCC>(FourCC{0});
-            return handler && *handler == track.handler;
-        });
-        if (!found) return common::Error{"The movie lacks a track it should have."};
-    }
+    for (const auto& track : tracks)
+        if (!findMp4Track(moov, track.handler))
+            return common::Error{"The movie lacks a track it should have."};
     if (auto set = setMp4Timescale(*mvhd, movieTimescale); !set) return set;
     return setMp4Duration(*mvhd, movieDuration);
 }
@@ -181,8 +174,9 @@ common::Status shiftUp(int fd, std::uint64_t from, std::uint64_t end, std::uint6
 
 }  // namespace
 
-common::Status finishMovieFile(const fs::path& path, std::uint32_t movieTimescale,
-                               std::span<const MovieTrackEdits> tracks, MovieBoxMove move) {
+common::Status moveMovieBoxToFront(const fs::path& path,
+                                   const std::function<common::Status(Mp4Box& moov)>& edit,
+                                   MovieBoxMove move) {
     FileDescriptor file{::open(path.c_str(), O_RDWR | O_CLOEXEC)};
     if (file.get() < 0) return systemError("Cannot open", path);
     struct stat info {};
@@ -206,10 +200,7 @@ common::Status finishMovieFile(const fs::path& path, std::uint32_t movieTimescal
         return common::Error{"The movie box of " + path.string() + " is broken. " +
                              parsed.error().message};
     Mp4Box moov = std::move(parsed->front());
-    if (auto edited = applyEdits(moov, movieTimescale, tracks); !edited) {
-        return common::Error{"Cannot set the edit lists of " + path.string() + ". " +
-                             edited.error().message};
-    }
+    if (auto edited = edit(moov); !edited) return edited;
 
     // Preferred layout: a hole of whole file-system blocks opens at the start; it takes the
     // file type box, the movie box and a free box that runs up to the old media data,
@@ -246,6 +237,20 @@ common::Status finishMovieFile(const fs::path& path, std::uint32_t movieTimescal
     if (::ftruncate(file.get(), static_cast<off_t>(moovAtEnd.offset + shift)) != 0)
         return systemError("Cannot shorten", path);
     return common::success();
+}
+
+common::Status finishMovieFile(const fs::path& path, std::uint32_t movieTimescale,
+                               std::span<const MovieTrackEdits> tracks, MovieBoxMove move) {
+    return moveMovieBoxToFront(
+        path,
+        [&](Mp4Box& moov) -> common::Status {
+            if (auto edited = applyEdits(moov, movieTimescale, tracks); !edited) {
+                return common::Error{"Cannot set the edit lists of " + path.string() + ". " +
+                                     edited.error().message};
+            }
+            return common::success();
+        },
+        move);
 }
 
 }  // namespace exporting

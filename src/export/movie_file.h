@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <span>
 #include <vector>
 
@@ -20,6 +21,14 @@ struct MovieTrackEdits {
 // How the movie box gets in front of the media data. Inserting a range moves no data but
 // needs a file system that can (ext4, XFS); copying shifts every byte and works anywhere.
 enum class MovieBoxMove { insertRangeOrCopy = 1, copy };
+
+// Moves the movie box of an MP4/QuickTime/M4A file that libavformat wrote with its movie box
+// last in front of the media data, with every chunk offset shifted to match, once `edit`
+// has changed what it wants in it. Leaves the file as it was on errors found before any
+// byte is written, `edit`'s among them.
+common::Status moveMovieBoxToFront(const std::filesystem::path& path,
+                                   const std::function<common::Status(Mp4Box& moov)>& edit,
+                                   MovieBoxMove move);
 
 // Finishes an MP4/QuickTime/M4A file that libavformat wrote with its movie box last: each
 // track gets its edit list, the movie gets `movieTimescale`, the track and movie durations

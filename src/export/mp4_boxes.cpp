@@ -307,6 +307,17 @@ common::Result<FourCC> mp4HandlerType(const Mp4Box& hdlr) {
     return static_cast<FourCC>(readBig(hdlr.payload, 8, 4));
 }
 
+Mp4Box* findMp4Track(Mp4Box& moov, FourCC handler) {
+    for (auto& trak : moov.children) {
+        const Mp4Box* mdia =
+            trak.type == fourCC("trak") ? findMp4Child(trak, fourCC("mdia")) : nullptr;
+        const Mp4Box* hdlr = mdia ? findMp4Child(*mdia, fourCC("hdlr")) : nullptr;
+        const auto type = hdlr ? mp4HandlerType(*hdlr) : common::Result<FourCC>(FourCC{0});
+        if (type && *type == handler) return &trak;
+    }
+    return nullptr;
+}
+
 common::Result<std::vector<std::uint64_t>> readMp4ChunkOffsets(const Mp4Box& stbl) {
     for (const auto& child : stbl.children)
         if (child.type == fourCC("stco") || child.type == fourCC("co64")) return readOffsets(child);
@@ -318,6 +329,64 @@ common::Status shiftMp4ChunkOffsets(Mp4Box& moov, std::uint64_t shift) {
         if (child.type != fourCC("trak")) continue;
         if (auto shifted = shiftTrack(child, shift); !shifted) return shifted;
     }
+    return common::success();
+}
+
+common::Status setMp4CleanAperture(Mp4Box& trak, std::uint32_t width, std::uint32_t height) {
+    Mp4Box* tkhd = findMp4Child(trak, fourCC("tkhd"));
+    if (!tkhd) return malformed(trak.type, "it has no track header");
+    if (auto layout = headerLayout(*tkhd); !layout) return layout.error();
+    // The display size closes the track header, two 16.16 fixed-point numbers.
+    const std::size_t sizeAt = tkhd->payload.size() - 8;
+    writeBig(tkhd->payload, sizeAt, std::uint64_t{width} << 16, 4);
+    writeBig(tkhd->payload, sizeAt + 4, std::uint64_t{height} << 16, 4);
+
+    Mp4Box* mdia = findMp4Child(trak, fourCC("mdia"));
+    Mp4Box* minf = mdia ? findMp4Child(*mdia, fourCC("minf")) : nullptr;
+    Mp4Box* stbl = minf ? findMp4Child(*minf, fourCC("stbl")) : nullptr;
+    Mp4Box* stsd = stbl ? findMp4Child(*stbl, fourCC("stsd")) : nullptr;
+    if (!stsd) return malformed(trak.type, "it has no sample descriptions");
+    // Version and flags, an entry count, then the first entry: its size and type, the
+    // sample entry's 8 bytes, 16 reserved ones, the coded width and height, 54 more bytes of
+    // a visual sample entry, and its child boxes.
+    constexpr std::size_t kEntryAt = 8;
+    constexpr std::size_t kCodedSizeAt = kEntryAt + 32;
+    constexpr std::size_t kChildrenAt = kEntryAt + 86;
+    std::vector<std::uint8_t>& payload = stsd->payload;
+    if (payload.size() < kChildrenAt || readBig(payload, 4, 4) == 0)
+        return malformed(stsd->type, "it describes no pictures");
+    const std::uint64_t entrySize = readBig(payload, kEntryAt, 4);
+    if (entrySize < kChildrenAt - kEntryAt || entrySize > payload.size() - kEntryAt)
+        return malformed(stsd->type, "its first entry does not fit");
+    const std::size_t entryEnd = kEntryAt + static_cast<std::size_t>(entrySize);
+    const auto codedWidth = static_cast<std::int64_t>(readBig(payload, kCodedSizeAt, 2));
+    const auto codedHeight = static_cast<std::int64_t>(readBig(payload, kCodedSizeAt + 2, 2));
+    if (width == 0 || height == 0 || width > codedWidth || height > codedHeight)
+        return malformed(stsd->type, "its pictures are smaller than the aperture");
+
+    std::vector<std::uint8_t> entry(payload.begin() + kEntryAt, payload.begin() + kChildrenAt);
+    const std::span<const std::uint8_t> children{payload.data() + kChildrenAt,
+                                                 entryEnd - kChildrenAt};
+    for (std::size_t at = 0; at < children.size();) {
+        const auto header = parseMp4BoxHeader(children.subspan(at), children.size() - at);
+        if (!header) return malformed(stsd->type, "a box in its first entry is broken");
+        const auto box = children.subspan(at, static_cast<std::size_t>(header->size));
+        if (header->type != fourCC("clap")) entry.insert(entry.end(), box.begin(), box.end());
+        at += box.size();
+    }
+    // The aperture's centre lies (coded - shown) / 2 pixels left of and above the picture's.
+    appendMp4BoxHeader(entry, fourCC("clap"), 32);
+    for (std::int64_t value :
+         {std::int64_t{width}, std::int64_t{1}, std::int64_t{height}, std::int64_t{1},
+          width - codedWidth, std::int64_t{2}, height - codedHeight, std::int64_t{2}})
+        appendBig(entry, static_cast<std::uint32_t>(value), 4);
+    writeBig(entry, 0, entry.size(), 4);
+
+    std::vector<std::uint8_t> rewritten(payload.begin(), payload.begin() + kEntryAt);
+    rewritten.insert(rewritten.end(), entry.begin(), entry.end());
+    rewritten.insert(rewritten.end(), payload.begin() + static_cast<std::ptrdiff_t>(entryEnd),
+                     payload.end());
+    payload = std::move(rewritten);
     return common::success();
 }
 

@@ -93,11 +93,19 @@ common::Status setMp4Timescale(Mp4Box& header, std::uint32_t timescale);
 // The handler type of an hdlr box ('vide', 'soun', ...).
 common::Result<FourCC> mp4HandlerType(const Mp4Box& hdlr);
 
+// The first track of `moov` whose handler is `handler`, or null.
+Mp4Box* findMp4Track(Mp4Box& moov, FourCC handler);
+
 // The chunk offsets of an stbl box, from its stco or co64.
 common::Result<std::vector<std::uint64_t>> readMp4ChunkOffsets(const Mp4Box& stbl);
 
 // Adds `shift` to every chunk offset in the stbl boxes of every track of `moov`; a track
 // whose offsets no longer fit 32 bits gets a co64 in place of its stco.
 common::Status shiftMp4ChunkOffsets(Mp4Box& moov, std::uint64_t shift);
+
+// Has players show only the top-left `width` x `height` of the pictures of the video track
+// `trak`, which are coded larger: the track header's display size becomes that, and the
+// first sample entry gets a clean aperture box over that corner in place of any it had.
+common::Status setMp4CleanAperture(Mp4Box& trak, std::uint32_t width, std::uint32_t height);
 
 }  // namespace exporting

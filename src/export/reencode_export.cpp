@@ -13,6 +13,7 @@
 #include "composition/crop_frame.h"
 #include "composition/picture_converter.h"
 #include "composition/video_renderer.h"
+#include "export/movie_file.h"
 #include "export/partial_file.h"
 #include "media/av_error.h"
 #include "media/ff_ptr.h"
@@ -171,9 +172,11 @@ class Reencoder {
     common::Status encodeAudioUntil(std::int64_t sample);
     common::Status encodeVideoFrame(std::int64_t index);
     common::Status paintBlack();
+    void fillCodedMargin();
     common::Status place(const AVFrame& picture, const Window& window);
     media::FramePtr directFrame(composition::RenderedFrame& rendered, const Window& window);
     common::Status finish();
+    common::Status cutToShownSize(Mp4Box& moov) const;
     void report();
 
     const composition::Composition& composition_;
@@ -195,6 +198,7 @@ class Reencoder {
     AVRational frameTimeBase_{1, 30};  // one output frame
     std::int64_t frameCount_ = 0;
     media::FramePtr canvas_;  // the encoder's picture, reused while the encoder lets go of it
+    Rect shown_;              // the part of the canvas that players show: the render size
     std::optional<CanvasContent> canvasContent_;
     media::SwsPtr scaler_;
     ScalerKey scalerKey_;
@@ -224,12 +228,12 @@ common::Status Reencoder::addVideo(const composition::OutputFrame& frame, AVRati
     if (!codec)
         return common::Error{"There is no H.264 encoder (libx264) to make the video of " + name() +
                              "."};
-    const int width = static_cast<int>(frame.renderWidth);
-    const int height = static_cast<int>(frame.renderHeight);
-    // H.264 crops 4:2:0 pictures in steps of two pixels only; 4:4:4 crops single pixels,
-    // so an odd side keeps its exact size there.
-    const bool odd = width % 2 != 0 || height % 2 != 0;
-    const AVPixelFormat pixelFormat = odd ? AV_PIX_FMT_YUV444P : AV_PIX_FMT_YUV420P;
+    // H.264 crops 4:2:0 pictures in steps of two pixels only, so an odd side is coded one
+    // pixel longer and the movie's clean aperture cuts that pixel off again.
+    shown_ = Rect{0, 0, static_cast<int>(frame.renderWidth), static_cast<int>(frame.renderHeight)};
+    const int width = shown_.width + shown_.width % 2;
+    const int height = shown_.height + shown_.height % 2;
+    constexpr AVPixelFormat pixelFormat = AV_PIX_FMT_YUV420P;
 
     Output out;
     out.encoder.reset(avcodec_alloc_context3(codec));
@@ -250,8 +254,7 @@ common::Status Reencoder::addVideo(const composition::OutputFrame& frame, AVRati
     const std::string lookahead = std::to_string(kX264Lookahead);
     for (const auto& [key, value] :
          {std::pair{"preset", preset.c_str()}, std::pair{"crf", crf.c_str()},
-          std::pair{"rc-lookahead", lookahead.c_str()},
-          std::pair{"profile", odd ? "high444" : "high"}}) {
+          std::pair{"rc-lookahead", lookahead.c_str()}, std::pair{"profile", "high"}}) {
         if (int rc = av_opt_set(encoder.priv_data, key, value, 0); rc < 0)
             return media::avError(
                 rc, "Cannot set the H.264 " + std::string(key) + " " + value + " for " + name());
@@ -341,11 +344,17 @@ common::Status Reencoder::writeHeader() {
         partial_.emplace(destination_);
     }
     AVDictionary* raw = nullptr;
-    if (container_.movieFamily) av_dict_set(&raw, "movflags", "+faststart", 0);
     const int rc = avformat_write_header(output_.get(), &raw);
     av_dict_free(&raw);
     if (rc < 0) return media::avError(rc, "Cannot start writing " + name());
     return common::success();
+}
+
+common::Status Reencoder::cutToShownSize(Mp4Box& moov) const {
+    Mp4Box* trak = findMp4Track(moov, fourCC("vide"));
+    if (!trak) return common::Error{"The movie has no video track."};
+    return setMp4CleanAperture(*trak, static_cast<std::uint32_t>(shown_.width),
+                               static_cast<std::uint32_t>(shown_.height));
 }
 
 void Reencoder::report() {
@@ -480,8 +489,7 @@ common::Status Reencoder::place(const AVFrame& picture, const Window& window) {
 
     if (int rc = av_frame_make_writable(canvas_.get()); rc < 0)
         return media::avError(rc, "Cannot place a picture in " + name());
-    const Rect whole{0, 0, canvas_->width, canvas_->height};
-    if (!(window.target == whole)) {
+    if (!(window.target == shown_)) {
         canvasContent_.reset();
         if (auto painted = paintBlack(); !painted) return painted;
     }
@@ -500,7 +508,23 @@ common::Status Reencoder::place(const AVFrame& picture, const Window& window) {
                   canvas_->linesize) != window.target.height)
         return common::Error{"Cannot scale a " + sizeText(view->width, view->height) +
                              " picture into " + name() + "."};
+    fillCodedMargin();
     return common::success();
+}
+
+// Repeats the last shown column and row of brightness into the coded pixel beyond them, so
+// that a player that ignores the clean aperture shows an edge rather than a line. The
+// chroma planes already cover that pixel: the scaler writes a 4:2:0 picture of odd size
+// with its chroma rounded up.
+void Reencoder::fillCodedMargin() {
+    std::uint8_t* luma = canvas_->data[0];
+    const std::ptrdiff_t stride = canvas_->linesize[0];
+    if (shown_.width < canvas_->width)
+        for (int y = 0; y < shown_.height; ++y)
+            luma[y * stride + shown_.width] = luma[y * stride + shown_.width - 1];
+    if (shown_.height < canvas_->height)
+        std::copy_n(luma + (shown_.height - 1) * stride, canvas_->width,
+                    luma + shown_.height * stride);
 }
 
 // The rendered picture itself, when it already is what the encoder wants: no copy at all.
@@ -508,9 +532,9 @@ common::Status Reencoder::place(const AVFrame& picture, const Window& window) {
 media::FramePtr Reencoder::directFrame(composition::RenderedFrame& rendered, const Window& window) {
     const AVFrame& picture = *rendered.picture;
     const Rect whole{0, 0, canvas_->width, canvas_->height};
-    if (picture.format != canvas_->format || picture.width != canvas_->width ||
-        picture.height != canvas_->height || !(window.source == whole) ||
-        !(window.target == whole) || isFullRange(picture))
+    if (!(shown_ == whole) || picture.format != canvas_->format ||
+        picture.width != canvas_->width || picture.height != canvas_->height ||
+        !(window.source == whole) || !(window.target == whole) || isFullRange(picture))
         return nullptr;
     return std::move(rendered.picture);
 }
@@ -525,9 +549,8 @@ common::Status Reencoder::encodeVideoFrame(std::int64_t index) {
     } else {
         const AVFrame& picture = *rendered->picture;
         const auto placement = composition::placeFrame(frame_, picture.width, picture.height);
-        const Rect canvas{0, 0, canvas_->width, canvas_->height};
         const Window window =
-            windowFor(placement, picture.width, picture.height, canvas,
+            windowFor(placement, picture.width, picture.height, shown_,
                       *av_pix_fmt_desc_get(static_cast<AVPixelFormat>(canvas_->format)));
         direct = directFrame(rendered.value(), window);
         if (direct) {
@@ -561,6 +584,15 @@ common::Status Reencoder::finish() {
     if (!(output_->oformat->flags & AVFMT_NOFILE))
         if (int rc = avio_closep(&output_->pb); rc < 0)
             return media::avError(rc, "Cannot finish writing " + name());
+    if (container_.movieFamily) {
+        // Done here rather than by the muxer's faststart, which copies the whole file again.
+        const bool cut = video_ && !(shown_ == Rect{0, 0, canvas_->width, canvas_->height});
+        auto moved = moveMovieBoxToFront(
+            destination_,
+            [&](Mp4Box& moov) { return cut ? cutToShownSize(moov) : common::success(); },
+            MovieBoxMove::insertRangeOrCopy);
+        if (!moved) return common::Error{"Cannot finish " + name() + ". " + moved.error().message};
+    }
     if (progress_ && reported_ < 1.0) progress_(1.0);
     if (partial_) partial_->keep();
     return common::success();

@@ -29,9 +29,10 @@ inline constexpr int kX264Lookahead = 15;
 // constant settings.framesPerSecond: output frame k shows the composition at k / rate,
 // upright, each source frame of the largest size copied (cropped on the crop road), any
 // other size fitted whole on black, black where the track shows nothing; frames run to
-// the last one that starts before the composition's end. Even sizes are 4:2:0 (High
-// profile); a size with an odd side is 4:4:4 (High 4:4:4 Predictive), since H.264 cannot
-// cut a single pixel off a 4:2:0 picture. The audio stream, made when the composition has
+// the last one that starts before the composition's end, 4:2:0 in the High profile.
+// H.264 cannot cut a single pixel off a 4:2:0 picture, so an odd side is coded one pixel
+// longer (that pixel repeating its neighbour) and the movie's track header and clean
+// aperture give the exact size. The audio stream, made when the composition has
 // audio tracks or the format holds audio only, is the mix at 48 kHz stereo (AAC at 256
 // kb/s, or 16-bit PCM in WAV), exactly the composition's duration long. An empty
 // composition, or a crop into mp4 or mov with no picture to crop, is an error.

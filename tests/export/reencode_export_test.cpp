@@ -160,6 +160,31 @@ std::pair<int, int> trackHeaderSize(const fs::path& file) {
     return {0, 0};
 }
 
+// The eight numbers of the clean aperture box of the video track's first sample entry:
+// width, height and the two offsets, each as numerator and denominator. Empty if none.
+std::vector<std::int32_t> cleanAperture(const fs::path& file) {
+    for (auto& top : boxesOf(file)) {
+        if (top.type != exporting::fourCC("moov")) continue;
+        const auto* trak = exporting::findMp4Track(top, exporting::fourCC("vide"));
+        const auto* stbl =
+            trak ? exporting::findMp4Child(*trak, exporting::fourCC("mdia")) : nullptr;
+        for (const char* step : {"minf", "stbl", "stsd"})
+            stbl = stbl ? exporting::findMp4Child(*stbl, exporting::fourCC(step)) : nullptr;
+        if (!stbl) return {};
+        const auto& bytes = stbl->payload;
+        const auto clap =
+            std::search(bytes.begin(), bytes.end(), std::begin("clap"), std::end("clap") - 1);
+        std::vector<std::int32_t> values;
+        for (auto at = clap + 4; clap != bytes.end() && values.size() < 8 && bytes.end() - at >= 4;
+             at += 4)
+            values.push_back(static_cast<std::int32_t>(std::uint32_t(at[0]) << 24 |
+                                                       std::uint32_t(at[1]) << 16 |
+                                                       std::uint32_t(at[2]) << 8 | at[3]));
+        return values;
+    }
+    return {};
+}
+
 // A segment of `file`'s audio stream played at `rate`, appended to the first audio track.
 void appendScaledAudio(composition::Composition& c, const fs::path& file, std::int64_t in,
                        std::int64_t out, double rate) {
@@ -223,10 +248,17 @@ TEST_P(ReencodeFormat, WritesTheFormatsOwnContainerStreamsAndLength) {
 
     const auto container = probe(file, "v", "format=format_name,duration:format_tags=major_brand");
     EXPECT_NEAR(number(container, "duration"), 2.0, 1.0 / 30);
-    if (expected.format == ExportFormat::wav)
+    if (expected.format == ExportFormat::wav) {
         EXPECT_EQ(container.at("format_name"), expected.brand);
-    else
+    } else {
         EXPECT_EQ(container.at("TAG:major_brand"), expected.brand);
+        // The movie box comes first, so a player can start before the whole file is there.
+        std::vector<exporting::FourCC> order;
+        for (const auto& box : boxesOf(file))
+            if (box.type == exporting::fourCC("moov") || box.type == exporting::fourCC("mdat"))
+                order.push_back(box.type);
+        EXPECT_EQ(order, (std::vector{exporting::fourCC("moov"), exporting::fourCC("mdat")}));
+    }
 
     ASSERT_FALSE(reports.empty());
     EXPECT_TRUE(std::is_sorted(reports.begin(), reports.end()));
@@ -327,19 +359,22 @@ TEST(ReencodeExport, CropToAnOddSizeKeepsThatExactSizeAndShowsTheCroppedPart) {
     const auto c = CompositionBuilder().video(source, 0, kSecond).build();
     ASSERT_TRUE(exportTo(c, file, ExportFormat::mp4, {frame, Framing::crop, 30}));
 
+    // 4:2:0 is cut in steps of two pixels only: the stream is coded a pixel wider and
+    // taller, and the movie says which 101 x 57 pixels to show.
     const auto video =
         probe(file, "v:0", "stream=width,height,profile,pix_fmt,r_frame_rate,nb_read_frames");
-    EXPECT_EQ(video.at("width"), "101");
-    EXPECT_EQ(video.at("height"), "57");
-    // 4:2:0 can only be cut in steps of two pixels; 4:4:4 keeps the odd size exact.
-    EXPECT_EQ(video.at("profile"), "High 4:4:4 Predictive");
-    EXPECT_EQ(video.at("pix_fmt"), "yuv444p");
+    EXPECT_EQ(video.at("width"), "102");
+    EXPECT_EQ(video.at("height"), "58");
+    EXPECT_EQ(video.at("profile"), "High");
+    EXPECT_EQ(video.at("pix_fmt"), "yuv420p");
     EXPECT_EQ(video.at("r_frame_rate"), "30/1");
     EXPECT_EQ(video.at("nb_read_frames"), "30");
     EXPECT_EQ(trackHeaderSize(file), (std::pair{101, 57}));
+    EXPECT_EQ(cleanAperture(file), (std::vector<std::int32_t>{101, 1, 57, 1, -1, 2, -1, 2}));
 
-    // Source column 80 and row 60, where the quarters meet, land at 64 and 48.
-    const Picture picture = pictureAt(file, 0.5, 101, 57);
+    // Source column 80 and row 60, where the quarters meet, land at 64 and 48; the coded
+    // pixel beyond the last shown column and row repeats its neighbour.
+    const Picture picture = pictureAt(file, 0.5, 102, 58);
     ASSERT_FALSE(picture.rgb.empty());
     expectColour(picture, 4, 4, 255, 0, 0);
     expectColour(picture, 59, 43, 255, 0, 0);
@@ -349,6 +384,9 @@ TEST(ReencodeExport, CropToAnOddSizeKeepsThatExactSizeAndShowsTheCroppedPart) {
     expectColour(picture, 59, 52, 0, 0, 255);
     expectColour(picture, 69, 53, 255, 255, 255);
     expectColour(picture, 97, 53, 255, 255, 255);
+    expectColour(picture, 101, 4, 0, 128, 0);
+    expectColour(picture, 4, 57, 0, 0, 255);
+    expectColour(picture, 101, 57, 255, 255, 255);
 }
 
 TEST(ReencodeExport, CropOfAnEvenSizeStaysHighProfile) {
@@ -367,6 +405,7 @@ TEST(ReencodeExport, CropOfAnEvenSizeStaysHighProfile) {
     EXPECT_EQ(video.at("height"), "90");
     EXPECT_EQ(video.at("profile"), "High");
     EXPECT_EQ(video.at("pix_fmt"), "yuv420p");
+    EXPECT_TRUE(cleanAperture(file).empty());
     // Only the bottom-right quarter's white and the corners of the others remain.
     const Picture picture = pictureAt(file, 0.5, 120, 90);
     expectColour(picture, 10, 10, 255, 0, 0);
