@@ -83,7 +83,7 @@ int bestLag(const std::vector<float>& signal, std::size_t signalFrom,
     return best;
 }
 
-TEST(AudioRenderer, ToneAfterAGapStartsAtItsRoundedSample) {
+TEST(AudioRenderer, ToneAfterAGapStartsAtItsRoundedSampleAtAnyRate) {
     const auto wav = decodeAllAudio(render_test::toneWav());
     ASSERT_EQ(wav.size(), 96000u);
     // In at 1/600 s, the tone's sample 80, which is far from 0.
@@ -92,16 +92,16 @@ TEST(AudioRenderer, ToneAfterAGapStartsAtItsRoundedSample) {
     ASSERT_NE(wav[80], 0.0f);
     for (std::size_t i = 0; i < 71920; ++i) ASSERT_EQ(out[48000 + i], wav[80 + i]) << i;
     EXPECT_TRUE(silent(out, 48000 + 71920, out.size()));
+
+    // Resampled to 44.1 kHz stereo, both channels the same.
+    const auto resampled =
+        render({clipOf(render_test::toneWav(), 1.0, 0.25, 1.5)}, 88200, {44100, 2});
+    EXPECT_TRUE(silent(resampled, 0, 2 * 44100));
+    EXPECT_GT(peak(resampled, 2 * 44100, 2 * 44100 + 2 * 100), 0.05f);
+    for (std::size_t i = 0; i < resampled.size(); i += 2) ASSERT_EQ(resampled[i], resampled[i + 1]);
 }
 
-TEST(AudioRenderer, ResampledToneStartsAtItsRoundedSampleToo) {
-    const auto out = render({clipOf(render_test::toneWav(), 1.0, 0.25, 1.5)}, 88200, {44100, 2});
-    EXPECT_TRUE(silent(out, 0, 2 * 44100));
-    EXPECT_GT(peak(out, 2 * 44100, 2 * 44100 + 2 * 100), 0.05f);
-    for (std::size_t i = 0; i < out.size(); i += 2) ASSERT_EQ(out[i], out[i + 1]);
-}
-
-TEST(AudioRenderer, LanesAreSummed) {
+TEST(AudioRenderer, LanesAreSummedAndTheSumIsClipped) {
     const auto wav = decodeAllAudio(render_test::toneWav());
     const auto out =
         render({clipOf(render_test::toneWav(), 0, 0, 1), clipOf(render_test::toneWav(), 0.5, 0, 1)},
@@ -109,13 +109,11 @@ TEST(AudioRenderer, LanesAreSummed) {
     for (std::size_t i = 0; i < 24000; ++i) ASSERT_EQ(out[i], wav[i]) << i;
     for (std::size_t i = 24000; i < 48000; ++i) ASSERT_EQ(out[i], wav[i] + wav[i - 24000]) << i;
     for (std::size_t i = 48000; i < 72000; ++i) ASSERT_EQ(out[i], wav[i - 24000]) << i;
-}
 
-TEST(AudioRenderer, SumIsClipped) {
     std::vector<model::Clip> loud;
     for (int lane = 0; lane < 12; ++lane) loud.push_back(clipOf(render_test::toneWav(), 0, 0, 1));
-    const auto out = render(loud, 48000);
-    EXPECT_EQ(peak(out, 0, out.size()), 1.0f);
+    const auto clipped = render(loud, 48000);
+    EXPECT_EQ(peak(clipped, 0, clipped.size()), 1.0f);
 }
 
 TEST(AudioRenderer, RetimedSoundKeepsItsPitchAndFillsItsTimeExactly) {

@@ -57,10 +57,6 @@ model::Clip clip(const std::string& file, double startOnTimeline, double inSecon
     return c;
 }
 
-MediaTime ticks(std::int64_t count) {
-    return MediaTime{count};
-}
-
 MediaTime seconds(double value) {
     return MediaTime::fromSeconds(value);
 }
@@ -99,14 +95,12 @@ Piece hole(std::int64_t start, std::int64_t duration) {
     return {start, duration, ""};
 }
 
-TEST(CompositionAssembly, NoClipsGiveNoTracks) {
-    const Composition composition = buildComposition({}, fakeLookup());
-    EXPECT_FALSE(composition.video);
-    EXPECT_TRUE(composition.audio.empty());
-    EXPECT_EQ(composition.duration(), MediaTime{});
-}
+TEST(CompositionAssembly, NoClipsGiveNoTracksAndSoundAloneNoVideoTrack) {
+    const Composition empty = buildComposition({}, fakeLookup());
+    EXPECT_FALSE(empty.video);
+    EXPECT_TRUE(empty.audio.empty());
+    EXPECT_EQ(empty.duration(), MediaTime{});
 
-TEST(CompositionAssembly, AudioOnlyProjectHasNoVideoTrack) {
     const auto composition = buildComposition(
         {clip("tone.wav", 0, 0, 2, false), clip("tone.wav", 1, 0, 2, false)}, fakeLookup());
     EXPECT_FALSE(composition.video);
@@ -140,18 +134,7 @@ TEST(CompositionAssembly, GapIsAnEmptyRangeOfExactlyTheDifference) {
     EXPECT_EQ(segments[2].source->streamIndex, 1);
 }
 
-TEST(CompositionAssembly, RateWithinATenThousandthIsNotScaled) {
-    auto nearlyOne = clip("a.mov", 0, 0, 10);
-    nearlyOne.rateMultiplier = 1.00005;
-    const auto composition = buildComposition({nearlyOne}, fakeLookup());
-    ASSERT_TRUE(composition.video);
-    const Segment& segment = composition.video->segments.at(0);
-    EXPECT_EQ(segment.duration, seconds(10));
-    EXPECT_EQ(segment.source->rate, 1.0);
-    EXPECT_EQ(composition.audio.at(0).segments.at(0).duration, seconds(10));
-}
-
-TEST(CompositionAssembly, DoubleRateFillsHalfTheSourceDuration) {
+TEST(CompositionAssembly, DoubleRateFillsHalfTheSourceDurationButARateWithinATenThousandthIsOne) {
     auto fast = clip("a.mov", 0, 0, 10);
     fast.rateMultiplier = 2;
     const auto composition = buildComposition({fast, clip("b.mov", 5, 0, 1)}, fakeLookup());
@@ -160,6 +143,14 @@ TEST(CompositionAssembly, DoubleRateFillsHalfTheSourceDuration) {
               (std::vector<Piece>{{0, 3000, "a.mov", 0, 6000}, {3000, 600, "b.mov", 0, 600}}));
     EXPECT_EQ(composition.video->segments[0].source->rate, 2.0);
     EXPECT_EQ(composition.audio.at(0).segments.at(0).duration, seconds(5));
+
+    auto nearlyOne = clip("a.mov", 0, 0, 10);
+    nearlyOne.rateMultiplier = 1.00005;
+    const auto unscaled = buildComposition({nearlyOne}, fakeLookup());
+    ASSERT_TRUE(unscaled.video);
+    EXPECT_EQ(unscaled.video->segments.at(0).duration, seconds(10));
+    EXPECT_EQ(unscaled.video->segments.at(0).source->rate, 1.0);
+    EXPECT_EQ(unscaled.audio.at(0).segments.at(0).duration, seconds(10));
 }
 
 TEST(CompositionAssembly, EachLaneIsATrackFromTimeZero) {
@@ -173,7 +164,7 @@ TEST(CompositionAssembly, EachLaneIsATrackFromTimeZero) {
               (std::vector<Piece>{hole(0, 3000), {3000, 6000, "b.mov", 0, 6000}}));
 }
 
-TEST(CompositionAssembly, VanishedFileCostsOnlyItsOwnSlice) {
+TEST(CompositionAssembly, VanishedFileOrMissingTrackKindCostsOnlyItsOwnSliceOnThatTrack) {
     const auto composition = buildComposition(
         {clip("a.mov", 0, 0, 2), clip("gone.mov", 2, 0, 1), clip("b.mov", 3, 0, 1)}, fakeLookup());
     ASSERT_TRUE(composition.video);
@@ -186,43 +177,36 @@ TEST(CompositionAssembly, VanishedFileCostsOnlyItsOwnSlice) {
     ASSERT_TRUE(firstGone.video);
     EXPECT_EQ(pieces(firstGone.video->segments),
               (std::vector<Piece>{hole(0, 1800), {1800, 600, "b.mov", 0, 600}}));
-}
 
-TEST(CompositionAssembly, FileWithoutTheTrackKindIsSkippedForThatTrackOnly) {
-    const auto composition =
+    const auto silent =
         buildComposition({clip("silent.mp4", 0, 0, 1), clip("a.mov", 1, 0, 1)}, fakeLookup());
-    ASSERT_TRUE(composition.video);
-    EXPECT_EQ(composition.video->segments.size(), 2u);
-    ASSERT_EQ(composition.audio.size(), 1u);
-    EXPECT_EQ(pieces(composition.audio[0].segments),
+    ASSERT_TRUE(silent.video);
+    EXPECT_EQ(silent.video->segments.size(), 2u);
+    ASSERT_EQ(silent.audio.size(), 1u);
+    EXPECT_EQ(pieces(silent.audio[0].segments),
               (std::vector<Piece>{hole(0, 600), {600, 600, "a.mov", 0, 600}}));
 }
 
-TEST(CompositionAssembly, CursorLeadingTheNextSliceLeavesATinyHole) {
-    // The scaled length, 857.4 ticks, rounds down while the next clip's start, 857.8
-    // ticks, rounds up.
-    const double rate = 600.0 / 857.4;
-    auto slow = clip("a.mov", 0.4 / 600, 0, 1);
-    slow.rateMultiplier = rate;
-    const auto next = clip("b.mov", slow.timelineEnd(), 0, 1);
-    const auto composition = buildComposition({slow, next}, fakeLookup());
-    ASSERT_TRUE(composition.video);
-    EXPECT_EQ(
-        pieces(composition.video->segments),
-        (std::vector<Piece>{{0, 857, "a.mov", 0, 600}, hole(857, 1), {858, 600, "b.mov", 0, 600}}));
+// A slow clip whose start and scaled length round by `startTicks` and `lengthTicks`, and
+// a clip where it ends, as a composition.
+std::vector<Piece> afterASlowClip(double startTicks, double lengthTicks) {
+    auto slow = clip("a.mov", startTicks / 600, 0, 1);
+    slow.rateMultiplier = 600.0 / lengthTicks;
+    const auto composition =
+        buildComposition({slow, clip("b.mov", slow.timelineEnd(), 0, 1)}, fakeLookup());
+    EXPECT_TRUE(composition.video);
+    return composition.video ? pieces(composition.video->segments) : std::vector<Piece>{};
 }
 
-TEST(CompositionAssembly, CursorLaggingTheNextSliceShiftsIt) {
-    // Start and scaled length both round up (0.6 and 857.6 ticks), their sum down (858.2).
-    const double rate = 600.0 / 857.6;
-    auto slow = clip("a.mov", 0.6 / 600, 0, 1);
-    slow.rateMultiplier = rate;
-    const auto next = clip("b.mov", slow.timelineEnd(), 0, 1);
-    ASSERT_EQ(seconds(next.startOnTimeline), ticks(858));
-    const auto composition = buildComposition({slow, next}, fakeLookup());
-    ASSERT_TRUE(composition.video);
+TEST(CompositionAssembly, CursorLeadingTheNextSliceLeavesATinyHoleAndLaggingShiftsIt) {
+    // The scaled length, 857.4 ticks, rounds down while the next clip's start, 857.8
+    // ticks, rounds up.
     EXPECT_EQ(
-        pieces(composition.video->segments),
+        afterASlowClip(0.4, 857.4),
+        (std::vector<Piece>{{0, 857, "a.mov", 0, 600}, hole(857, 1), {858, 600, "b.mov", 0, 600}}));
+    // Start and scaled length both round up (0.6 and 857.6 ticks), their sum down (858.2).
+    EXPECT_EQ(
+        afterASlowClip(0.6, 857.6),
         (std::vector<Piece>{hole(0, 1), {1, 858, "a.mov", 0, 600}, {859, 600, "b.mov", 0, 600}}));
 }
 

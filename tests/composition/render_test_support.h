@@ -38,12 +38,12 @@ inline std::filesystem::path h264() {
 }
 // The same stream in MPEG-TS, whose clock starts well above 0.
 inline std::filesystem::path h264Ts() {
-    return makeMedia("render_h264.ts", "-i " + quote(h264().string()) + " -c copy");
+    return testing_support::makeMediaFrom("render_h264.ts", h264(), "-c copy");
 }
 // Without an edit list the B-frame delay shows: the clock starts two frames above 0.
 inline std::filesystem::path h264WithoutEditList() {
-    return makeMedia("render_h264_no_edits.mp4",
-                     "-i " + quote(h264().string()) + " -c copy -use_editlist 0");
+    return testing_support::makeMediaFrom("render_h264_no_edits.mp4", h264(),
+                                          "-c copy -use_editlist 0");
 }
 inline std::filesystem::path mpeg4Avi() {
     return makeMedia("render_mpeg4.avi",
@@ -63,26 +63,16 @@ inline std::filesystem::path variableRateMp4() {
                          "-fps_mode passthrough -c:v libx264 -preset veryfast -bf 2 "
                          "-g 12 -pix_fmt yuv420p");
 }
-// ffmpeg 5.1 turns a "rotate" tag of R into R degrees counter-clockwise.
-inline std::filesystem::path turnedClockwise90() {
-    return makeMedia("render_cw90.mp4",
-                     "-i " + quote(h264().string()) + " -c copy -metadata:s:v:0 rotate=270");
-}
-inline std::filesystem::path turnedClockwise270() {
-    return makeMedia("render_cw270.mp4",
-                     "-i " + quote(h264().string()) + " -c copy -metadata:s:v:0 rotate=90");
-}
-inline std::filesystem::path turnedHalf() {
-    return makeMedia("render_180.mp4",
-                     "-i " + quote(h264().string()) + " -c copy -metadata:s:v:0 rotate=180");
+inline std::filesystem::path turnedClockwise(int degrees) {
+    return testing_support::turnedCopy("render_cw" + std::to_string(degrees) + ".mp4", h264(),
+                                       degrees);
 }
 // 4:2:2 can't be turned by a quarter as it is.
 inline std::filesystem::path turnedFourTwoTwo() {
     const auto upright = makeMedia("render_422.mp4", kPicture +
                                                          "-t 1 -c:v libx264 -preset veryfast "
                                                          "-pix_fmt yuv422p");
-    return makeMedia("render_422_cw90.mp4",
-                     "-i " + quote(upright.string()) + " -c copy -metadata:s:v:0 rotate=270");
+    return testing_support::turnedCopy("render_422_cw90.mp4", upright, 90);
 }
 inline std::filesystem::path solid(const std::string& colour) {
     return makeMedia("render_" + colour + ".mp4",
@@ -135,32 +125,25 @@ struct PlainVideo {
     std::vector<PlainFrame> frames;
 };
 
-// Every frame of the first video stream, decoded on one thread from the start.
-inline PlainVideo decodeAllVideo(const std::filesystem::path& file) {
-    PlainVideo result;
+// Hands every frame of the first stream of `type` in `file` to `take` with that stream,
+// decoded on one thread from the start.
+template <typename Take>
+void decodeAll(const std::filesystem::path& file, AVMediaType type, Take take) {
     auto input = media::openInput(file);
     EXPECT_TRUE(input);
-    if (!input) return result;
-    const AVStream* stream = media::firstStream(*input.value(), AVMEDIA_TYPE_VIDEO);
+    if (!input) return;
+    const AVStream* stream = media::firstStream(*input.value(), type);
     EXPECT_TRUE(stream);
-    if (!stream) return result;
+    if (!stream) return;
     auto decoder = media::openDecoder(*input.value(), *stream, 1);
     EXPECT_TRUE(decoder);
-    if (!decoder) return result;
-    result.timeBase = stream->time_base;
-    const std::int64_t start = stream->start_time != AV_NOPTS_VALUE ? stream->start_time : 0;
+    if (!decoder) return;
     media::PacketPtr packet{av_packet_alloc()};
     const auto receive = [&] {
         for (;;) {
             media::FramePtr frame{av_frame_alloc()};
             if (avcodec_receive_frame(decoder.value().get(), frame.get()) < 0) return;
-            // A frame without a time follows the one before by one unit.
-            const std::int64_t time = frame->best_effort_timestamp;
-            const std::int64_t timestamp =
-                time != AV_NOPTS_VALUE
-                    ? time - start
-                    : (result.frames.empty() ? 0 : result.frames.back().timestamp + 1);
-            result.frames.push_back({timestamp, std::move(frame)});
+            take(*stream, std::move(frame));
         }
     };
     while (av_read_frame(input.value().get(), packet.get()) >= 0) {
@@ -171,6 +154,22 @@ inline PlainVideo decodeAllVideo(const std::filesystem::path& file) {
     }
     avcodec_send_packet(decoder.value().get(), nullptr);
     receive();
+}
+
+// Every frame of the first video stream.
+inline PlainVideo decodeAllVideo(const std::filesystem::path& file) {
+    PlainVideo result;
+    decodeAll(file, AVMEDIA_TYPE_VIDEO, [&](const AVStream& stream, media::FramePtr frame) {
+        result.timeBase = stream.time_base;
+        const std::int64_t start = stream.start_time != AV_NOPTS_VALUE ? stream.start_time : 0;
+        // A frame without a time follows the one before by one unit.
+        const std::int64_t time = frame->best_effort_timestamp;
+        const std::int64_t timestamp =
+            time != AV_NOPTS_VALUE
+                ? time - start
+                : (result.frames.empty() ? 0 : result.frames.back().timestamp + 1);
+        result.frames.push_back({timestamp, std::move(frame)});
+    });
     return result;
 }
 
@@ -217,53 +216,27 @@ inline std::size_t expectedFrame(const PlainVideo& video, const composition::Seg
     return shown;
 }
 
-}  // namespace render_test
-
-namespace render_test {
-
 // Every sample of the first audio stream from its first real one, as 32-bit floats at the
 // stream's own rate and channel count, interleaved.
 inline std::vector<float> decodeAllAudio(const std::filesystem::path& file) {
     std::vector<float> samples;
-    auto input = media::openInput(file);
-    EXPECT_TRUE(input);
-    if (!input) return samples;
-    const AVStream* stream = media::firstStream(*input.value(), AVMEDIA_TYPE_AUDIO);
-    EXPECT_TRUE(stream);
-    if (!stream) return samples;
-    auto decoder = media::openDecoder(*input.value(), *stream, 1);
-    EXPECT_TRUE(decoder);
-    if (!decoder) return samples;
-    media::PacketPtr packet{av_packet_alloc()};
     media::SwrPtr converter;
-    const auto receive = [&] {
-        for (;;) {
-            media::FramePtr frame{av_frame_alloc()};
-            if (avcodec_receive_frame(decoder.value().get(), frame.get()) < 0) return;
-            if (!converter) {
-                SwrContext* made = nullptr;
-                swr_alloc_set_opts2(&made, &frame->ch_layout, AV_SAMPLE_FMT_FLT, frame->sample_rate,
-                                    &frame->ch_layout, static_cast<AVSampleFormat>(frame->format),
-                                    frame->sample_rate, 0, nullptr);
-                converter.reset(made);
-                swr_init(converter.get());
-            }
-            const std::size_t at = samples.size();
-            samples.resize(at + static_cast<std::size_t>(frame->nb_samples) *
-                                    frame->ch_layout.nb_channels);
-            std::uint8_t* out[1] = {reinterpret_cast<std::uint8_t*>(samples.data() + at)};
-            swr_convert(converter.get(), out, frame->nb_samples,
-                        const_cast<const std::uint8_t**>(frame->extended_data), frame->nb_samples);
+    decodeAll(file, AVMEDIA_TYPE_AUDIO, [&](const AVStream&, media::FramePtr frame) {
+        if (!converter) {
+            SwrContext* made = nullptr;
+            swr_alloc_set_opts2(&made, &frame->ch_layout, AV_SAMPLE_FMT_FLT, frame->sample_rate,
+                                &frame->ch_layout, static_cast<AVSampleFormat>(frame->format),
+                                frame->sample_rate, 0, nullptr);
+            converter.reset(made);
+            swr_init(converter.get());
         }
-    };
-    while (av_read_frame(input.value().get(), packet.get()) >= 0) {
-        if (packet->stream_index == stream->index)
-            avcodec_send_packet(decoder.value().get(), packet.get());
-        av_packet_unref(packet.get());
-        receive();
-    }
-    avcodec_send_packet(decoder.value().get(), nullptr);
-    receive();
+        const std::size_t at = samples.size();
+        samples.resize(at +
+                       static_cast<std::size_t>(frame->nb_samples) * frame->ch_layout.nb_channels);
+        std::uint8_t* out[1] = {reinterpret_cast<std::uint8_t*>(samples.data() + at)};
+        swr_convert(converter.get(), out, frame->nb_samples,
+                    const_cast<const std::uint8_t**>(frame->extended_data), frame->nb_samples);
+    });
     return samples;
 }
 

@@ -12,40 +12,32 @@ using composition::MediaKind;
 using testing_support::makeMedia;
 using testing_support::quote;
 
-TEST(MediaStreamLookup, AnswersTheFirstStreamOfEachKind) {
-    const auto lookup = composition::mediaStreamLookup();
-    const auto both = render_test::h264WithTone();
-    EXPECT_EQ(lookup(both, MediaKind::video), 0);
-    EXPECT_EQ(lookup(both, MediaKind::audio), 1);
-    EXPECT_EQ(lookup(render_test::toneWav(), MediaKind::video), std::nullopt);
-    EXPECT_EQ(lookup(render_test::toneWav(), MediaKind::audio), 0);
-}
-
-TEST(MediaStreamLookup, OnlyTheFirstOfSeveralVideoStreamsIsUsed) {
-    const auto file = makeMedia("render_two_pictures.mkv",
-                                render_test::kTone + "-i " + quote(render_test::h264().string()) +
-                                    " -i " + quote(render_test::vp9Webm().string()) +
-                                    " -map 0 -map 1 -map 2 -t 1 -c copy");
-    const auto lookup = composition::mediaStreamLookup();
-    EXPECT_EQ(lookup(file, MediaKind::audio), 0);
-    EXPECT_EQ(lookup(file, MediaKind::video), 1);
-}
-
-TEST(MediaStreamLookup, CoverArtIsNoPicture) {
-    const auto file = makeMedia(
+TEST(MediaStreamLookup, AnswersTheFirstStreamOfEachKindButNoCoverArt) {
+    const auto twoPictures = makeMedia(
+        "render_two_pictures.mkv",
+        render_test::kTone + "-i " + quote(render_test::h264().string()) + " -i " +
+            quote(render_test::vp9Webm().string()) + " -map 0 -map 1 -map 2 -t 1 -c copy");
+    const auto cover = makeMedia(
         "render_cover.mp3", render_test::kTone +
                                 "-f lavfi -i color=c=red:size=64x64 -map 0 -map 1 -t 1 "
                                 "-frames:v 1 -c:a libmp3lame -c:v png -disposition:v attached_pic");
     const auto lookup = composition::mediaStreamLookup();
-    EXPECT_EQ(lookup(file, MediaKind::video), std::nullopt);
-    EXPECT_EQ(lookup(file, MediaKind::audio), 0);
-}
-
-TEST(MediaStreamLookup, FileThatIsGoneHasNoStreams) {
-    const auto lookup = composition::mediaStreamLookup();
-    const auto gone = testing_support::scratchDir() / "render_no_such_file.mp4";
-    EXPECT_EQ(lookup(gone, MediaKind::video), std::nullopt);
-    EXPECT_EQ(lookup(gone, MediaKind::audio), std::nullopt);
+    struct Streams {
+        std::filesystem::path file;
+        std::optional<int> video;
+        std::optional<int> audio;
+    };
+    for (const auto& [file, video, audio] : {
+             Streams{render_test::h264WithTone(), 0, 1},
+             Streams{render_test::toneWav(), std::nullopt, 0},
+             Streams{twoPictures, 1, 0},
+             Streams{cover, std::nullopt, 0},
+             Streams{testing_support::scratchDir() / "render_no_such_file.mp4", std::nullopt,
+                     std::nullopt},
+         }) {
+        EXPECT_EQ(lookup(file, MediaKind::video), video) << file;
+        EXPECT_EQ(lookup(file, MediaKind::audio), audio) << file;
+    }
 }
 
 TEST(MediaStreamLookup, BuildsACompositionWithHolesForVanishedFiles) {

@@ -104,19 +104,6 @@ INSTANTIATE_TEST_SUITE_P(Sources, VideoRendererExactness,
                                          &render_test::vp9Webm, &render_test::variableRateMp4),
                          sourceName);
 
-TEST(VideoRenderer, StreamWhoseClockStartsAboveZeroShowsItsFirstFrameAtSourceZero) {
-    const PlainVideo mp4 = decodeAllVideo(render_test::h264());
-    ASSERT_GT(mp4.frames.size(), 31u);
-    VideoRenderer renderer{composition::buildComposition({clipOf(render_test::h264Ts(), 0, 0, 2)})};
-    auto first = renderer.uprightFrameAt(MediaTime{0});
-    ASSERT_TRUE(first && first.value().picture);
-    EXPECT_TRUE(samePicture(*first.value().picture, *mp4.frames[0].frame));
-    EXPECT_EQ(first.value().origin->sourceTimestamp, 0);
-    auto second = renderer.uprightFrameAt(MediaTime::fromSeconds(1.0));
-    ASSERT_TRUE(second && second.value().picture);
-    EXPECT_TRUE(samePicture(*second.value().picture, *mp4.frames[30].frame));
-}
-
 TEST(VideoRenderer, DoubleRateShowsEverySecondFrame) {
     const auto file = render_test::h264();
     const PlainVideo plain = decodeAllVideo(file);
@@ -131,32 +118,7 @@ TEST(VideoRenderer, DoubleRateShowsEverySecondFrame) {
     }
 }
 
-TEST(VideoRenderer, TopClipWinsWhereClipsOverlap) {
-    const auto red = clipOf(render_test::solid("red"), 0, 0, 2);
-    const auto blue = clipOf(render_test::solid("blue"), 0.5, 0, 0.5);
-    VideoRenderer renderer{composition::buildComposition({red, blue})};
-    const PictureFormat rgba{AV_PIX_FMT_RGBA, 16, 12};
-    const auto centre = [](const AVFrame& frame) {
-        const std::uint8_t* p = frame.data[0] + 6 * frame.linesize[0] + 8 * 4;
-        return std::vector<int>{p[0], p[1], p[2]};
-    };
-    auto under = renderer.frameAt(MediaTime::fromSeconds(0.25), rgba);
-    ASSERT_TRUE(under && under.value().picture);
-    EXPECT_EQ(under.value().origin->clipID, red.id);
-    EXPECT_GT(centre(*under.value().picture)[0], 200);
-
-    auto top = renderer.frameAt(MediaTime::fromSeconds(0.75), rgba);
-    ASSERT_TRUE(top && top.value().picture);
-    EXPECT_EQ(top.value().origin->clipID, blue.id);
-    EXPECT_GT(centre(*top.value().picture)[2], 200);
-    EXPECT_LT(centre(*top.value().picture)[0], 60);
-
-    auto after = renderer.frameAt(MediaTime::fromSeconds(1.0), rgba);
-    ASSERT_TRUE(after && after.value().picture);
-    EXPECT_EQ(after.value().origin->clipID, red.id);
-}
-
-TEST(VideoRenderer, GapsAndThePastTheEndAreBlack) {
+TEST(VideoRenderer, GapsThePastTheEndAndSoundAloneAreBlack) {
     const auto file = render_test::h264();
     VideoRenderer renderer{composition::buildComposition({clipOf(file, 1, 0, 1)})};
     const PictureFormat rgba{AV_PIX_FMT_RGBA, 32, 24};
@@ -182,14 +144,11 @@ TEST(VideoRenderer, GapsAndThePastTheEndAreBlack) {
     auto shown = renderer.uprightFrameAt(MediaTime::fromSeconds(1.5));
     ASSERT_TRUE(shown);
     EXPECT_TRUE(shown.value().picture);
-}
 
-TEST(VideoRenderer, NoVideoTrackIsBlack) {
-    VideoRenderer renderer{
-        composition::buildComposition({clipOf(render_test::toneWav(), 0, 0, 1)})};
-    auto rendered = renderer.uprightFrameAt(MediaTime{0});
-    ASSERT_TRUE(rendered);
-    EXPECT_FALSE(rendered.value().picture);
+    VideoRenderer sound{composition::buildComposition({clipOf(render_test::toneWav(), 0, 0, 1)})};
+    auto nothing = sound.uprightFrameAt(MediaTime{0});
+    ASSERT_TRUE(nothing);
+    EXPECT_FALSE(nothing.value().picture);
 }
 
 // The luma of the upright picture at (x, y) is that of the stored one at `stored(x, y)`.
@@ -216,19 +175,19 @@ TEST(VideoRenderer, TurnedSourcesComeOutUprightAtTheirStoredSize) {
         return std::move(rendered.value().picture);
     };
 
-    const auto clockwise = frameOf(render_test::turnedClockwise90());
+    const auto clockwise = frameOf(render_test::turnedClockwise(90));
     ASSERT_TRUE(clockwise);
     EXPECT_EQ(clockwise->width, 120);
     EXPECT_EQ(clockwise->height, 160);
     expectTurned(*clockwise, stored, [&](int x, int y) { return std::pair{y, lastY - x}; });
 
-    const auto counterClockwise = frameOf(render_test::turnedClockwise270());
+    const auto counterClockwise = frameOf(render_test::turnedClockwise(270));
     ASSERT_TRUE(counterClockwise);
     EXPECT_EQ(counterClockwise->width, 120);
     EXPECT_EQ(counterClockwise->height, 160);
     expectTurned(*counterClockwise, stored, [&](int x, int y) { return std::pair{lastX - y, x}; });
 
-    const auto half = frameOf(render_test::turnedHalf());
+    const auto half = frameOf(render_test::turnedClockwise(180));
     ASSERT_TRUE(half);
     EXPECT_EQ(half->width, 160);
     EXPECT_EQ(half->height, 120);
@@ -253,7 +212,7 @@ TEST(VideoRenderer, FourTwoTwoSourceIsWidenedThenTurned) {
 
 TEST(VideoRenderer, ConvertedPicturesHaveTheFormatAndSizeAskedFor) {
     VideoRenderer renderer{
-        composition::buildComposition({clipOf(render_test::turnedClockwise90(), 0, 0, 1)})};
+        composition::buildComposition({clipOf(render_test::turnedClockwise(90), 0, 0, 1)})};
     for (const PictureFormat format :
          {PictureFormat{AV_PIX_FMT_YUV420P, 90, 160}, PictureFormat{AV_PIX_FMT_RGBA, 120, 160},
           PictureFormat{AV_PIX_FMT_NV12, 64, 48}}) {

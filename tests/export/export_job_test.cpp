@@ -113,16 +113,15 @@ TEST_F(ExportJobTest, ARefusedCopyFallsBackToReencodingAndSaysSo) {
     EXPECT_TRUE(saidReencoding);
 }
 
-TEST_F(ExportJobTest, ACropTakesTheCropRoadWithoutFallback) {
+TEST_F(ExportJobTest, InsetsTakeTheCropRoadWithoutFallbackUnlessThereIsNoPicture) {
     job.passthroughEligible = true;
     job.cropTop = 0.1;
     ASSERT_TRUE(run());
     EXPECT_EQ(scripted.taken, std::vector<std::string>{"crop"});
-}
 
-TEST_F(ExportJobTest, InsetsWithoutPictureAreNoCrop) {
+    scripted.taken.clear();
+    job.passthroughEligible = false;
     job.clips[0].naturalSize = {0, 0};
-    job.cropTop = 0.1;
     ASSERT_TRUE(run());
     EXPECT_EQ(scripted.taken, std::vector<std::string>{"reencode"});
 }

@@ -7,11 +7,10 @@
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <memory>
+#include <functional>
 #include <optional>
 #include <sstream>
+#include <stop_token>
 #include <string>
 #include <vector>
 
@@ -19,6 +18,7 @@
 
 #include "common/media_time.h"
 #include "composition/composition.h"
+#include "export/export_progress.h"
 #include "export/mp4_boxes.h"
 #include "support/media_fixtures.h"
 
@@ -29,6 +29,8 @@ namespace export_media {
 
 namespace fs = std::filesystem;
 using testing_support::makeMedia;
+using testing_support::makeMediaFrom;
+using testing_support::outputOf;
 using testing_support::quote;
 
 inline constexpr int kFrameTicks = 20;  // one frame at 30 fps, in 1/600 s
@@ -71,17 +73,16 @@ inline fs::path movieOtherSettings() {
 }
 // movieA turned for display like a phone's portrait clip (90 degrees clockwise).
 inline fs::path movieRotated() {
-    return makeMedia("export_a_cw90.mp4",
-                     "-i " + quote(movieA().string()) + " -c copy -metadata:s:v:0 rotate=270");
+    return testing_support::turnedCopy("export_a_cw90.mp4", movieA(), 90);
 }
 // movieA in an MPEG transport stream: 90 kHz times, sound starting before the picture, and
 // seeking by byte position.
 inline fs::path transportStreamA() {
-    return makeMedia("export_a.ts", "-i " + quote(movieA().string()) + " -c copy");
+    return makeMediaFrom("export_a.ts", movieA(), "-c copy");
 }
 // movieA in Matroska, whose B-frames come without decode times.
 inline fs::path matroskaA() {
-    return makeMedia("export_a.mkv", "-i " + quote(movieA().string()) + " -c copy");
+    return makeMediaFrom("export_a.mkv", movieA(), "-c copy");
 }
 inline fs::path movieWithPcm() {
     return makeMedia("export_pcm.mov",
@@ -107,8 +108,8 @@ class CompositionBuilder {
         return *this;
     }
     CompositionBuilder& audio(const fs::path& file, int streamIndex, std::int64_t inTicks,
-                              std::int64_t outTicks) {
-        append(audioTrack(0), file, streamIndex, inTicks, outTicks, 1.0);
+                              std::int64_t outTicks, double rate = 1.0) {
+        append(audioTrack(0), file, streamIndex, inTicks, outTicks, rate);
         return *this;
     }
     CompositionBuilder& videoGap(std::int64_t durationTicks) {
@@ -161,16 +162,6 @@ class CompositionBuilder {
     composition::Composition composition_;
 };
 
-// The whole standard output of a shell command.
-inline std::string output(const std::string& command) {
-    std::string text;
-    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
-    if (!pipe) return text;
-    char buffer[4096];
-    while (std::size_t n = std::fread(buffer, 1, sizeof buffer, pipe.get())) text.append(buffer, n);
-    return text;
-}
-
 struct Frame {
     double seconds = 0;  // presentation time as the reader reports it
     std::string hash;
@@ -179,10 +170,10 @@ struct Frame {
 
 // framemd5 lines of the first video stream of `file` decoded by the ffmpeg tool.
 inline std::vector<Frame> decodedFrames(const fs::path& file, const std::string& options) {
-    const std::string text = output(std::string(VANTRELL_FFMPEG) + " -nostdin -v error " + options +
-                                    " -i " + quote(file.string()) +
-                                    " -map 0:v:0 -fps_mode passthrough -enc_time_base -1 -f "
-                                    "framemd5 - 2>/dev/null");
+    const std::string text = outputOf(std::string(VANTRELL_FFMPEG) + " -nostdin -v error " +
+                                      options + " -i " + quote(file.string()) +
+                                      " -map 0:v:0 -fps_mode passthrough -enc_time_base -1 -f "
+                                      "framemd5 - 2>/dev/null");
     std::vector<Frame> frames;
     std::istringstream lines(text);
     std::string line;
@@ -224,13 +215,17 @@ inline std::vector<std::string> hashes(const std::vector<Frame>& frames) {
 }
 
 // The first audio stream of `file` decoded by the ffmpeg tool to 16-bit mono samples.
-inline std::vector<std::int16_t> samplesOf(const fs::path& file) {
+inline std::vector<std::int16_t> decodedSamples(const fs::path& file, const std::string& options) {
     const std::string bytes =
-        output(std::string(VANTRELL_FFMPEG) + " -nostdin -v error -i " + quote(file.string()) +
-               " -map 0:a:0 -ac 1 -f s16le - 2>/dev/null");
+        outputOf(std::string(VANTRELL_FFMPEG) + " -nostdin -v error " + options + " -i " +
+                 quote(file.string()) + " -map 0:a:0 -ac 1 -f s16le - 2>/dev/null");
     std::vector<std::int16_t> samples(bytes.size() / 2);
     std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
     return samples;
+}
+
+inline std::vector<std::int16_t> samplesOf(const fs::path& file) {
+    return decodedSamples(file, "");
 }
 
 // Where `window` occurs in `samples` between `from` and `to`, or none.
@@ -247,17 +242,23 @@ inline std::optional<std::int64_t> find(const std::vector<std::int16_t>& samples
     return std::nullopt;
 }
 
-inline std::vector<std::uint8_t> bytesOf(const fs::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 // The top-level boxes of an MP4/QuickTime file.
 inline std::vector<exporting::Mp4Box> boxesOf(const fs::path& file) {
-    const auto bytes = bytesOf(file);
-    auto boxes = exporting::parseMp4Boxes(bytes);
+    const std::string text = testing_support::contentsOf(file);
+    auto boxes = exporting::parseMp4Boxes(std::vector<std::uint8_t>(text.begin(), text.end()));
     EXPECT_TRUE(boxes) << boxes.error().message;
     return boxes ? std::move(boxes).value() : std::vector<exporting::Mp4Box>{};
+}
+
+// The types of the top-level boxes, in order.
+inline std::vector<std::string> topLevelTypes(const fs::path& file) {
+    std::vector<std::string> types;
+    for (const auto& box : boxesOf(file)) {
+        std::string name(4, ' ');
+        for (int i = 0; i < 4; ++i) name[i] = static_cast<char>(box.type >> (24 - 8 * i));
+        types.push_back(name);
+    }
+    return types;
 }
 
 // The major brand in the file type box, such as "isom", "qt  " or "M4A ".
@@ -341,11 +342,7 @@ inline std::vector<Frame> framesByEditList(const fs::path& file) {
 inline std::vector<std::int16_t> samplesByEditList(const fs::path& file) {
     auto info = trackOf(file, "soun");
     if (!info) return {};
-    const std::string bytes =
-        output(std::string(VANTRELL_FFMPEG) + " -nostdin -v error -ignore_editlist 1 -i " +
-               quote(file.string()) + " -map 0:a:0 -ac 1 -f s16le - 2>/dev/null");
-    std::vector<std::int16_t> media(bytes.size() / 2);
-    std::memcpy(media.data(), bytes.data(), media.size() * 2);
+    const auto media = decodedSamples(file, "-ignore_editlist 1");
     std::vector<std::int16_t> shown;
     std::int64_t movieTicks = 0;
     const auto samplesAt = [&](std::int64_t ticks) {
@@ -361,6 +358,45 @@ inline std::vector<std::int16_t> samplesByEditList(const fs::path& file) {
         }
     }
     return shown;
+}
+
+// An export road as the tests drive it.
+using Road = std::function<common::Status(const composition::Composition&, const fs::path&,
+                                          const exporting::ProgressCallback&, std::stop_token)>;
+
+// A road given a composition whose second source is deleted once it is built must fail
+// naming that file and leave nothing behind.
+inline void expectVanishedSourceFails(const std::string& name, const Road& road) {
+    const auto dir = testing_support::freshDir(name);
+    const auto gone = dir / "gone.mp4";
+    fs::copy_file(movieA(), gone);
+    const auto c = CompositionBuilder().clip(movieA(), 0, 600).clip(gone, 0, 600).build();
+    fs::remove(gone);
+    const auto file = dir / "out.mp4";
+    const auto result = road(c, file, {}, {});
+    ASSERT_FALSE(result);
+    EXPECT_NE(result.error().message.find(gone.string()), std::string::npos)
+        << result.error().message;
+    EXPECT_FALSE(fs::exists(file));
+}
+
+// A road stopped at its first report of progress past `stopPast` must say it was
+// cancelled and leave nothing at `file`.
+inline void expectCancellingLeavesNothing(const Road& road, const composition::Composition& c,
+                                          const fs::path& file, double stopPast = 0) {
+    std::stop_source stop;
+    bool reported = false;
+    const auto result = road(
+        c, file,
+        [&](double fraction) {
+            reported = true;
+            if (fraction >= stopPast) stop.request_stop();
+        },
+        stop.get_token());
+    ASSERT_FALSE(result) << file;
+    EXPECT_TRUE(reported);
+    EXPECT_EQ(result.error().message, exporting::exportCancelled().message);
+    EXPECT_FALSE(fs::exists(file));
 }
 
 }  // namespace export_media

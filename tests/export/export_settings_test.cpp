@@ -38,21 +38,16 @@ model::Clip audioClip() {
     return c;
 }
 
-TEST(ExportSettings, NoVideoGivesNoFrameAndThirtyFramesASecond) {
-    const auto settings = reencodeSettings({audioClip()}, SmallClipMode::proportional, {});
-    EXPECT_FALSE(settings.frame);
-    EXPECT_EQ(settings.framing, Framing::whole);
-    EXPECT_EQ(settings.framesPerSecond, 30);
+TEST(ExportSettings, NoVideoGivesNoFrameAndThirtyFramesASecondWhateverTheInsets) {
+    for (const CropInsets& insets : {CropInsets{}, CropInsets{0.1, 0.1, 0.1, 0.1}}) {
+        const auto settings = reencodeSettings({audioClip()}, SmallClipMode::proportional, insets);
+        EXPECT_FALSE(settings.frame);
+        EXPECT_EQ(settings.framing, Framing::whole);
+        EXPECT_EQ(settings.framesPerSecond, 30);
+    }
 }
 
-TEST(ExportSettings, InsetsWithoutVideoDoNotMakeACrop) {
-    const auto settings =
-        reencodeSettings({audioClip()}, SmallClipMode::proportional, {0.1, 0.1, 0.1, 0.1});
-    EXPECT_FALSE(settings.frame);
-    EXPECT_EQ(settings.framing, Framing::whole);
-}
-
-TEST(ExportSettings, LargestStoredAreaGivesTheOutputFrame) {
+TEST(ExportSettings, LargestStoredAreaGivesTheOutputFrameUprightTheEarliestOfEqualAreasWinning) {
     const std::vector<model::Clip> clips{videoClip(640, 480), videoClip(1920, 1080),
                                          videoClip(1280, 720)};
     const auto settings = reencodeSettings(clips, SmallClipMode::proportional, {});
@@ -62,22 +57,13 @@ TEST(ExportSettings, LargestStoredAreaGivesTheOutputFrame) {
     EXPECT_EQ(settings.frame->cropX, 0);
     EXPECT_EQ(settings.frame->cropY, 0);
     EXPECT_EQ(settings.framing, Framing::whole);
-}
 
-TEST(ExportSettings, EarliestOfEqualAreasWins) {
-    const std::vector<model::Clip> clips{videoClip(200, 100), videoClip(100, 200)};
-    const auto size = uprightLargestVideoSize(clips);
-    ASSERT_TRUE(size);
-    EXPECT_EQ(*size, (model::Size{200, 100}));
-}
-
-TEST(ExportSettings, QuarterTurnedLargestClipIsUpright) {
-    const std::vector<model::Clip> clips{videoClip(160, 120, 30, 90), videoClip(100, 100)};
-    EXPECT_EQ(*uprightLargestVideoSize(clips), (model::Size{120, 160}));
-    const std::vector<model::Clip> turnedBack{videoClip(160, 120, 30, 270)};
-    EXPECT_EQ(*uprightLargestVideoSize(turnedBack), (model::Size{120, 160}));
-    const std::vector<model::Clip> halfTurn{videoClip(160, 120, 30, 180)};
-    EXPECT_EQ(*uprightLargestVideoSize(halfTurn), (model::Size{160, 120}));
+    EXPECT_EQ(uprightLargestVideoSize({videoClip(200, 100), videoClip(100, 200)}),
+              (model::Size{200, 100}));
+    EXPECT_EQ(uprightLargestVideoSize({videoClip(160, 120, 30, 90), videoClip(100, 100)}),
+              (model::Size{120, 160}));
+    EXPECT_EQ(uprightLargestVideoSize({videoClip(160, 120, 30, 270)}), (model::Size{120, 160}));
+    EXPECT_EQ(uprightLargestVideoSize({videoClip(160, 120, 30, 180)}), (model::Size{160, 120}));
 }
 
 TEST(ExportSettings, InsetsReferToTheUprightFrame) {
@@ -110,27 +96,23 @@ TEST(ExportSettings, ClipsOffTheVideoRowOrWithoutASizeDoNotCount) {
     EXPECT_EQ(settings.framesPerSecond, 120);
 }
 
-TEST(ExportSettings, HighestNominalRateOfTheVideoRowWins) {
+TEST(ExportSettings, HighestNominalRateOfTheVideoRowWinsOrThirtyWithoutOne) {
     model::Clip soundOnly = videoClip(640, 480, 60);
     soundOnly.streamMask = model::StreamMask::audioOnly;
     const std::vector<model::Clip> clips{videoClip(1920, 1080, 24), soundOnly,
                                          videoClip(640, 480, 30000.0 / 1001), audioClip()};
     EXPECT_DOUBLE_EQ(reencodeSettings(clips, SmallClipMode::proportional, {}).framesPerSecond,
                      30000.0 / 1001);
-}
-
-TEST(ExportSettings, VideoWithoutARateGivesThirty) {
-    const std::vector<model::Clip> clips{videoClip(640, 480, 0)};
-    EXPECT_EQ(reencodeSettings(clips, SmallClipMode::proportional, {}).framesPerSecond, 30);
-}
-
-TEST(ExportSettings, CropRoadRunsAtThirtyWhateverTheClips) {
-    const std::vector<model::Clip> clips{videoClip(1280, 720, 60)};
-    const auto settings = reencodeSettings(clips, SmallClipMode::proportional, {0, 0, 0, 0.5});
-    EXPECT_EQ(settings.framing, Framing::crop);
-    EXPECT_EQ(settings.framesPerSecond, 30);
-    ASSERT_TRUE(settings.frame);
-    EXPECT_EQ(settings.frame->renderHeight, 360);
+    EXPECT_EQ(
+        reencodeSettings({videoClip(640, 480, 0)}, SmallClipMode::proportional, {}).framesPerSecond,
+        30);
+    // The crop road runs at thirty whatever the clips.
+    const auto crop =
+        reencodeSettings({videoClip(1280, 720, 60)}, SmallClipMode::proportional, {0, 0, 0, 0.5});
+    EXPECT_EQ(crop.framing, Framing::crop);
+    EXPECT_EQ(crop.framesPerSecond, 30);
+    ASSERT_TRUE(crop.frame);
+    EXPECT_EQ(crop.frame->renderHeight, 360);
 }
 
 }  // namespace

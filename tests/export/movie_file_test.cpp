@@ -23,16 +23,6 @@ fs::path movieBoxLast() {
                      picture("testsrc2") + kSweep + "-t 2 " + h264() + "-c:a aac -aac_pns 0 -ac 1");
 }
 
-std::vector<std::string> topLevelTypes(const fs::path& file) {
-    std::vector<std::string> types;
-    for (const auto& box : boxesOf(file)) {
-        std::string name(4, ' ');
-        for (int i = 0; i < 4; ++i) name[i] = static_cast<char>(box.type >> (24 - 8 * i));
-        types.push_back(name);
-    }
-    return types;
-}
-
 // The edits libavformat wrote, at 600 ticks a second: presenting by them shows the same.
 std::vector<MovieTrackEdits> sameEditsAt600(const fs::path& file) {
     std::vector<MovieTrackEdits> tracks;
@@ -100,7 +90,7 @@ TEST(MovieFile, LeavesAFileWhoseMovieBoxIsNotLastAlone) {
         MovieBoxMove::insertRangeOrCopy);
     ASSERT_FALSE(result);
     EXPECT_NE(result.error().message.find(file.string()), std::string::npos);
-    EXPECT_EQ(bytesOf(file), bytesOf(faststart));
+    EXPECT_EQ(testing_support::contentsOf(file), testing_support::contentsOf(faststart));
 }
 
 TEST(MovieFile, RefusesATrackWithoutEdits) {
@@ -109,7 +99,7 @@ TEST(MovieFile, RefusesATrackWithoutEdits) {
     const auto result = exporting::finishMovieFile(
         file, 600, std::vector<MovieTrackEdits>{{fourCC("vide"), {{0, 600}}}}, MovieBoxMove::copy);
     EXPECT_FALSE(result);
-    EXPECT_EQ(bytesOf(file), bytesOf(movieBoxLast()));
+    EXPECT_EQ(testing_support::contentsOf(file), testing_support::contentsOf(movieBoxLast()));
 }
 
 TEST(MovieFile, RefusesEditsForATrackTheMovieLacks) {
@@ -122,7 +112,7 @@ TEST(MovieFile, RefusesEditsForATrackTheMovieLacks) {
         std::vector<MovieTrackEdits>{{fourCC("vide"), {{0, 600}}}, {fourCC("soun"), {{0, 600}}}},
         MovieBoxMove::copy);
     EXPECT_FALSE(result);
-    EXPECT_EQ(bytesOf(file), bytesOf(pictureOnly));
+    EXPECT_EQ(testing_support::contentsOf(file), testing_support::contentsOf(pictureOnly));
 }
 
 }  // namespace

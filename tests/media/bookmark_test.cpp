@@ -2,7 +2,10 @@
 
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -32,22 +35,16 @@ struct Library {
     model::Bytes bookmark;
 };
 
-TEST(Bookmark, NoBookmarkForAMissingFileOrAFolder) {
-    auto dir = freshDir("bookmark-none");
-    EXPECT_FALSE(media::makeBookmark(dir / "absent.mov"));
-    EXPECT_FALSE(media::makeBookmark(dir));
-}
-
-TEST(Bookmark, RecordsTheFilesAbsolutePathAndSize) {
+TEST(Bookmark, RecordsTheFilesAbsolutePathAndSizeAndNothingElseDecodes) {
     Library lib("record");
     auto id = media::decodeBookmark(lib.bookmark);
     ASSERT_TRUE(id);
     EXPECT_EQ(id->path, lib.file);
     EXPECT_TRUE(id->path.is_absolute());
     EXPECT_EQ(id->size, std::string("original media bytes").size());
-}
 
-TEST(Bookmark, UndecodableBytesResolveToNothing) {
+    EXPECT_FALSE(media::makeBookmark(lib.root / "absent.mov"));
+    EXPECT_FALSE(media::makeBookmark(lib.root));
     for (std::string junk : {"", "not json", "[1,2]",
                              R"({"path":"relative.mov","device":1,)"
                              R"("inode":2,"size":3,"modified":4})",
@@ -58,88 +55,68 @@ TEST(Bookmark, UndecodableBytesResolveToNothing) {
     }
 }
 
-TEST(Bookmark, AFileLeftInPlaceResolvesToItself) {
-    Library lib("in-place");
+fs::path moveTo(const fs::path& file, const fs::path& destination) {
+    fs::create_directories(destination.parent_path());
+    fs::rename(file, destination);
+    return destination;
+}
+
+// The lookalike keeps the original's name, size and modification time.
+fs::path lookalikeOf(const fs::path& file, const fs::path& copy) {
+    fs::create_directories(copy.parent_path());
+    fs::copy_file(file, copy);
+    fs::last_write_time(copy, fs::last_write_time(file));
+    return copy;
+}
+
+TEST(Bookmark, FindsTheFileLeftInPlaceRenamedOrMovedToASiblingFolder) {
+    Library lib("moves");
     EXPECT_EQ(media::resolveBookmark(lib.bookmark, std::nullopt), lib.file);
-}
-
-TEST(Bookmark, FindsAFileMovedToASiblingFolder) {
-    Library lib("sibling");
-    auto moved = lib.root / "library" / "selects" / "take 1.mov";
-    fs::create_directories(moved.parent_path());
-    fs::rename(lib.file, moved);
-    EXPECT_EQ(media::resolveBookmark(lib.bookmark, std::nullopt), moved);
-}
-
-TEST(Bookmark, FindsAFileRenamedInPlace) {
-    Library lib("renamed");
-    auto renamed = lib.shoot / "best take.mov";
-    fs::rename(lib.file, renamed);
+    const auto renamed = moveTo(lib.file, lib.shoot / "best take.mov");
     EXPECT_EQ(media::resolveBookmark(lib.bookmark, std::nullopt), renamed);
+    const auto sibling = moveTo(renamed, lib.root / "library" / "selects" / "take 1.mov");
+    EXPECT_EQ(media::resolveBookmark(lib.bookmark, std::nullopt), sibling);
+    // The moved file itself wins over a lookalike where the search looks first.
+    lookalikeOf(sibling, lib.shoot / "archive" / "take 1.mov");
+    EXPECT_EQ(media::resolveBookmark(lib.bookmark, std::nullopt), sibling);
 }
 
 TEST(Bookmark, FindsAFileMovedIntoTheProjectFolderOnlyWhenToldWhereThatIs) {
     Library lib("project-folder");
     auto projectFolder = lib.root / "projects" / "film";
-    auto moved = projectFolder / "media" / "take 1.mov";
-    fs::create_directories(moved.parent_path());
-    fs::rename(lib.file, moved);
+    const auto moved = moveTo(lib.file, projectFolder / "media" / "take 1.mov");
     EXPECT_FALSE(media::resolveBookmark(lib.bookmark, std::nullopt));
     EXPECT_EQ(media::resolveBookmark(lib.bookmark, projectFolder), moved);
 }
 
-TEST(Bookmark, ADeletedFileResolvesToNothing) {
-    Library lib("deleted");
-    fs::remove(lib.file);
-    EXPECT_FALSE(media::resolveBookmark(lib.bookmark, lib.root));
-}
-
-// Deleting first lets the file system hand the old inode number to the newcomer.
-TEST(Bookmark, AnotherFileWrittenUnderTheSameNameIsNotTheSameFile) {
-    Library lib("replaced");
-    fs::remove(lib.file);
-    writeFile(lib.file, "other media, other length");
-    EXPECT_FALSE(media::resolveBookmark(lib.bookmark, lib.root));
-}
-
-TEST(Bookmark, ANewFileThatReusesTheInodeOfADeletedOneIsNotTheSameFile) {
-    Library lib("inode-reuse");
-    fs::remove(lib.file);
-    writeFile(lib.shoot / "unrelated.mov", "a different recording");
-    EXPECT_FALSE(media::resolveBookmark(lib.bookmark, lib.root));
-}
-
-TEST(Bookmark, ASameSizedReplacementWithAnotherModificationTimeIsNotTheSameFile) {
-    Library lib("same-size");
-    auto saved = media::decodeBookmark(lib.bookmark);
-    fs::remove(lib.file);
-    writeFile(lib.file, "ORIGINAL MEDIA BYTES");
-    fs::last_write_time(lib.file, fs::last_write_time(lib.file) - std::chrono::hours(1));
-    ASSERT_EQ(fs::file_size(lib.file), saved->size);
-    EXPECT_FALSE(media::resolveBookmark(lib.bookmark, lib.root));
-}
-
 TEST(Bookmark, ACopyWithTheSameNameSizeAndModificationTimeStandsForTheFile) {
     Library lib("lookalike");
-    auto copy = lib.root / "library" / "backup" / "take 1.mov";
-    fs::create_directories(copy.parent_path());
-    fs::copy_file(lib.file, copy);
-    fs::last_write_time(copy, fs::last_write_time(lib.file));
+    const auto copy = lookalikeOf(lib.file, lib.root / "library" / "backup" / "take 1.mov");
     fs::remove(lib.file);
     EXPECT_EQ(media::resolveBookmark(lib.bookmark, std::nullopt), copy);
 }
 
-TEST(Bookmark, TheMovedFileItselfWinsOverALookalikeCopy) {
-    Library lib("prefer-original");
-    auto moved = lib.root / "library" / "selects" / "take 1.mov";
-    fs::create_directories(moved.parent_path());
-    fs::rename(lib.file, moved);
-    // The lookalike sits where the search looks first.
-    auto copy = lib.shoot / "archive" / "take 1.mov";
-    fs::create_directories(copy.parent_path());
-    fs::copy_file(moved, copy);
-    fs::last_write_time(copy, fs::last_write_time(moved));
-    EXPECT_EQ(media::resolveBookmark(lib.bookmark, std::nullopt), moved);
+// Deleting first lets the file system hand the old inode number to a newcomer.
+TEST(Bookmark, ADeletedFileOrAnotherInItsPlaceResolvesToNothing) {
+    const std::vector<std::pair<std::string, std::function<void(const Library&)>>> newcomers{
+        {"deleted", [](const Library&) {}},
+        {"replaced", [](const Library& lib) { writeFile(lib.file, "other media, other length"); }},
+        {"inode-reuse",
+         [](const Library& lib) {
+             writeFile(lib.shoot / "unrelated.mov", "a different recording");
+         }},
+        {"same-size",
+         [](const Library& lib) {
+             writeFile(lib.file, "ORIGINAL MEDIA BYTES");
+             fs::last_write_time(lib.file, fs::last_write_time(lib.file) - std::chrono::hours(1));
+         }},
+    };
+    for (const auto& [name, arrive] : newcomers) {
+        Library lib(name);
+        fs::remove(lib.file);
+        arrive(lib);
+        EXPECT_FALSE(media::resolveBookmark(lib.bookmark, lib.root)) << name;
+    }
 }
 
 }  // namespace

@@ -1,13 +1,17 @@
 #include "media/probe.h"
 
+#include <algorithm>
 #include <filesystem>
-#include <fstream>
+#include <functional>
 #include <string>
-#include <vector>
+#include <utility>
 
 #include <gtest/gtest.h>
 
+#include "media/filmstrip.h"
 #include "media/sample_media.h"
+#include "media/thumbnail.h"
+#include "media/waveform.h"
 #include "support/media_fixtures.h"
 
 namespace {
@@ -16,65 +20,81 @@ using media::probeClip;
 using media::ThumbnailPolicy;
 namespace samples = sample_media;
 
-constexpr double kOneFrame = 1.0 / 30;
-
 common::Uuid someId() {
     return common::Uuid::random();
+}
+
+// The image is as large as a `maxWidth` x `maxHeight` box allows for a picture shown at
+// `width` x `height`, never enlarged, and keeps that shape to within a pixel of rounding.
+void expectFitted(const model::Image& image, double width, double height, int maxWidth,
+                  int maxHeight) {
+    ASSERT_TRUE(image);
+    const double scale = std::min({1.0, maxWidth / width, maxHeight / height});
+    EXPECT_NEAR(image->width, width * scale, 1);
+    EXPECT_NEAR(image->height, height * scale, 1);
+    EXPECT_TRUE(scale == 1 || image->width == maxWidth || image->height == maxHeight);
+    EXPECT_EQ(image->rgba.size(), static_cast<std::size_t>(image->width) * image->height * 4);
 }
 
 TEST(ProbeClip, H264Mp4FillsEveryField) {
     const auto file = samples::h264Mp4();
     const auto id = someId();
     const model::Bytes bookmark{1, 2, 3};
-
     auto probed = probeClip(file, bookmark, id);
     ASSERT_TRUE(probed) << probed.error().message;
-    const model::Clip& clip = *probed;
+    EXPECT_NEAR(probed->fullDurationSeconds, 1.0, 1.0 / 30);
+    ASSERT_TRUE(probed->thumbnail);
+    // The test pattern's leftmost bar is red, and the thumbnail is opaque.
+    const auto left = samples::pixel(*probed->thumbnail, 5, probed->thumbnail->height / 2);
+    EXPECT_TRUE(samples::isRed(left)) << left.r << "," << left.g << "," << left.b;
+    EXPECT_EQ(left.a, 255);
 
-    EXPECT_EQ(clip.id, id);
-    EXPECT_EQ(clip.url, file);
-    EXPECT_EQ(clip.bookmark, bookmark);
-    EXPECT_EQ(clip.displayName, "h264_aac.mp4");
-    EXPECT_TRUE(clip.hasVideo);
-    EXPECT_TRUE(clip.hasAudio);
-    EXPECT_NEAR(clip.fullDurationSeconds, 1.0, kOneFrame);
-    EXPECT_DOUBLE_EQ(clip.frameRate, 30.0);
-    EXPECT_EQ(clip.naturalSize, (model::Size{320, 240}));
-    EXPECT_EQ(clip.inSeconds, 0);
-    EXPECT_EQ(clip.outSeconds, clip.fullDurationSeconds);
-    EXPECT_EQ(clip.streamMask, model::StreamMask::both);
-    EXPECT_FALSE(clip.linkGroupID);
-    EXPECT_EQ(clip.rateMultiplier, 1.0);
-    EXPECT_FALSE(clip.isReversed);
-    EXPECT_FALSE(clip.reversedURL);
-    EXPECT_FALSE(clip.forwardInSeconds);
-    EXPECT_FALSE(clip.forwardOutSeconds);
-    EXPECT_FALSE(clip.isMissing);
-    EXPECT_EQ(clip.startOnTimeline, 0);
-    EXPECT_TRUE(clip.thumbnail);
-    EXPECT_TRUE(clip.filmstrip.empty());
-    EXPECT_FALSE(clip.waveform);
-    EXPECT_FALSE(clip.waveformPeaks);
-    EXPECT_EQ(clip.fingerprint, "v:1635148593:320x240");
-    EXPECT_EQ(clip.rotationDegrees, 0);
+    // Everything else is the untouched default of a fresh clip.
+    model::Clip expected;
+    expected.id = id;
+    expected.url = file;
+    expected.bookmark = bookmark;
+    expected.displayName = "h264_aac.mp4";
+    expected.hasVideo = expected.hasAudio = true;
+    expected.fullDurationSeconds = expected.outSeconds = probed->fullDurationSeconds;
+    expected.frameRate = 30;
+    expected.naturalSize = {320, 240};
+    expected.thumbnail = probed->thumbnail;
+    expected.fingerprint = "v:1635148593:320x240";
+    EXPECT_EQ(*probed, expected);
 }
 
-TEST(ProbeClip, BookmarkMayBeAbsent) {
-    auto probed = probeClip(samples::aacM4a(), std::nullopt, someId());
-    ASSERT_TRUE(probed) << probed.error().message;
-    EXPECT_FALSE(probed->bookmark);
-}
-
-// One file of each kind the import accepts, and what its probe must find.
+// One file of each kind the import accepts, and what the probe and the enrichments find.
 struct Expected {
     std::string label;
-    std::filesystem::path (*make)();
-    bool hasVideo;
-    bool hasAudio;
-    double durationSeconds;
-    double frameRate;
+    std::function<std::filesystem::path()> make;
+    std::string fingerprint;
+    bool hasVideo = false;
+    bool hasAudio = true;
+    double durationSeconds = 1;
+    double frameRate = 0;
     model::Size naturalSize;
+    int rotationDegrees = 0;
 };
+
+// Makes the file only when a test needs it.
+template <typename Make, typename... Args>
+std::function<std::filesystem::path()> later(Make make, Args... args) {
+    return [=] { return make(args...); };
+}
+
+Expected sound(std::string label, std::function<std::filesystem::path()> make,
+               std::string fingerprint, double seconds = 1) {
+    return {std::move(label), std::move(make), std::move(fingerprint), false, true, seconds};
+}
+
+Expected movie(std::string label, std::function<std::filesystem::path()> make,
+               std::string fingerprint, bool hasAudio, double width, double height,
+               double seconds = 1, double rate = 30, int rotation = 0) {
+    return {
+        std::move(label), std::move(make), std::move(fingerprint), true, hasAudio, seconds, rate,
+        {width, height},  rotation};
+}
 
 void PrintTo(const Expected& e, std::ostream* os) {
     *os << e.label;
@@ -82,95 +102,97 @@ void PrintTo(const Expected& e, std::ostream* os) {
 
 class ProbeClipFormatTest : public testing::TestWithParam<Expected> {};
 
-TEST_P(ProbeClipFormatTest, FindsStreamsDurationRateAndSize) {
+TEST_P(ProbeClipFormatTest, FindsStreamsAndFingerprintAndFeedsEveryEnrichment) {
     const Expected& expected = GetParam();
-    auto probed = probeClip(expected.make(), std::nullopt, someId());
+    const auto file = expected.make();
+    auto probed = probeClip(file, std::nullopt, someId());
     ASSERT_TRUE(probed) << probed.error().message;
     const model::Clip& clip = *probed;
 
+    EXPECT_FALSE(clip.bookmark);
     EXPECT_EQ(clip.hasVideo, expected.hasVideo);
     EXPECT_EQ(clip.hasAudio, expected.hasAudio);
+    EXPECT_EQ(clip.isOnVideoRow(), expected.hasVideo);
+    EXPECT_EQ(clip.isOnAudioRow(), expected.hasAudio);
     // Within one frame of the file's own rate: a muxer may close on a frame boundary.
-    const double oneFrame = expected.frameRate > 0 ? 1 / expected.frameRate : kOneFrame;
+    const double oneFrame = 1 / (expected.frameRate > 0 ? expected.frameRate : 30);
     EXPECT_NEAR(clip.fullDurationSeconds, expected.durationSeconds, oneFrame + 1e-9);
     EXPECT_EQ(clip.outSeconds, clip.fullDurationSeconds);
     EXPECT_NEAR(clip.frameRate, expected.frameRate, 0.001);
     EXPECT_EQ(clip.naturalSize, expected.naturalSize);
-    EXPECT_EQ(static_cast<bool>(clip.thumbnail), expected.hasVideo);
-    EXPECT_NE(clip.fingerprint.find(expected.hasVideo ? "v:" : "a:"), std::string::npos);
+    EXPECT_EQ(clip.rotationDegrees, expected.rotationDegrees);
+    EXPECT_EQ(clip.fingerprint, expected.fingerprint);
+
+    const auto filmstrip = media::generateFilmstrip(file, clip.fullDurationSeconds);
+    const auto peaks = media::waveform::extractPeaks(file, 1600);
+    EXPECT_EQ(static_cast<bool>(peaks), expected.hasAudio);
+    if (peaks) {
+        EXPECT_EQ(peaks->size(), 1600u);
+        EXPECT_GT(*std::max_element(peaks->begin(), peaks->end()), 0.1f);
+    }
+    if (!expected.hasVideo) {
+        EXPECT_FALSE(clip.thumbnail);
+        EXPECT_TRUE(filmstrip.empty());
+        return;
+    }
+    // Pictures are fitted in their display shape.
+    const bool quarterTurn = expected.rotationDegrees % 180 != 0;
+    const double width = quarterTurn ? expected.naturalSize.height : expected.naturalSize.width;
+    const double height = quarterTurn ? expected.naturalSize.width : expected.naturalSize.height;
+    expectFitted(clip.thumbnail, width, height, media::kThumbnailMaxWidth,
+                 media::kThumbnailMaxHeight);
+    EXPECT_EQ(filmstrip.size(), media::filmstripTimes(clip.fullDurationSeconds).size());
+    for (const auto& frame : filmstrip)
+        expectFitted(frame, width, height, media::kFilmstripFrameMaxWidth,
+                     media::kFilmstripFrameMaxHeight);
 }
+
+const std::string kAvc1 = "v:1635148593:320x240";
+const std::string kHvc1 = "v:1752589105:320x240";
+const std::string kApch = "v:1634755432:160x120";  // ProRes is named by its profile
+const std::string kAac = "a:1633772320";           // the same in every container
+const std::string kMp3 = "a:778924083";            // ".mp3"
 
 INSTANTIATE_TEST_SUITE_P(
     Containers, ProbeClipFormatTest,
     testing::Values(
-        Expected{"H264InMkv", samples::h264Mkv, true, true, 1.0, 30, {320, 240}},
-        Expected{"HevcInMkv", samples::hevcMkv, true, false, 1.0, 30, {320, 240}},
-        Expected{"HevcInMp4", samples::hevcHvc1Mp4, true, false, 1.0, 30, {320, 240}},
-        Expected{"Mpeg4InAvi", samples::mpeg4Avi, true, true, 1.0, 25, {320, 240}},
-        Expected{"Vp9InWebm", samples::vp9Webm, true, true, 1.0, 30, {160, 120}},
-        Expected{"ProResInMov", samples::proResMov, true, false, 0.2, 30, {160, 120}},
-        Expected{"VideoOnlyMp4", samples::h264VideoOnlyMp4, true, false, 1.0, 30, {320, 240}},
-        Expected{"AacInM4a", samples::aacM4a, false, true, 1.0, 0, {0, 0}},
-        Expected{"Mp3", samples::mp3, false, true, 1.0, 0, {0, 0}},
-        Expected{"PcmInWav", samples::wav, false, true, 1.0, 0, {0, 0}},
-        Expected{"Flac", samples::flac, false, true, 1.0, 0, {0, 0}},
-        Expected{"OpusInOgg", samples::opusOgg, false, true, 1.0, 0, {0, 0}}),
+        movie("H264InMp4", samples::h264Mp4, kAvc1, true, 320, 240),
+        movie("H264InMkv", later(samples::h264WithAac, "mkv"), kAvc1, true, 320, 240),
+        movie("VideoOnlyMp4", samples::h264VideoOnlyMp4, kAvc1, false, 320, 240),
+        movie("SmallH264", samples::h264SmallMp4, "v:1635148593:160x120", false, 160, 120),
+        movie("WideH264", samples::h264WideMp4, "v:1635148593:640x360", false, 640, 360, 0.5),
+        movie("PortraitH264", samples::h264PortraitMp4, "v:1635148593:240x320", false, 240, 320,
+              0.5),
+        // A rotated clip keeps its stored size and reports its clockwise turn.
+        movie("TurnedClockwise", samples::rotatedClockwise90Mp4, kAvc1, false, 320, 240, 1, 30, 90),
+        movie("TurnedCounterClockwise", samples::rotatedClockwise270Mp4, kAvc1, false, 320, 240, 1,
+              30, 270),
+        // A MOV-family file keeps its own sample entry code; others get hvc1.
+        movie("HevcInMkv", samples::hevcMkv, kHvc1, false, 320, 240),
+        movie("HevcHvc1InMp4", later(samples::hevcMp4, "hvc1"), kHvc1, false, 320, 240),
+        movie("HevcHev1InMp4", later(samples::hevcMp4, "hev1"), "v:1751479857:320x240", false, 320,
+              240),
+        movie("Mpeg4InAvi", samples::mpeg4Avi, "v:1836070006:320x240", true, 320, 240, 1, 25),
+        movie("Vp9InWebm", samples::vp9Webm, "v:1987063865:160x120", true, 160, 120),
+        movie("ProResInMov", later(samples::proRes, "mov"), kApch, false, 160, 120, 0.2),
+        movie("ProResInMkv", later(samples::proRes, "mkv"), kApch, false, 160, 120, 0.2),
+        sound("AacInM4a", samples::aacM4a, kAac),
+        sound("AacInMka", later(samples::tone, "mka", "aac"), kAac),
+        // A transport stream measures its length from its packets' times.
+        sound("AacInTs", later(samples::tone, "ts", "aac"), kAac, 0.96),
+        sound("Mp3", later(samples::tone, "mp3", "libmp3lame"), kMp3),
+        sound("PcmInWav", samples::wav, "a:1819304813"),  // lpcm
+        sound("Flac", later(samples::tone, "flac", "flac"), "a:1718378851"),
+        sound("OpusInOgg", later(samples::tone, "ogg", "libopus"), "a:1869641075"),
+        // Cover art is not a video track.
+        sound("Mp3WithCoverArt", samples::mp3WithCoverArt, kMp3),
+        Expected{"SubtitleOnly", samples::subtitleOnlyMkv, "unknown", false, false}),
     [](const testing::TestParamInfo<Expected>& info) { return info.param.label; });
 
-TEST(ProbeClip, CoverArtIsNotAVideoTrack) {
-    auto probed = probeClip(samples::mp3WithCoverArt(), std::nullopt, someId());
-    ASSERT_TRUE(probed) << probed.error().message;
-    EXPECT_FALSE(probed->hasVideo);
-    EXPECT_TRUE(probed->hasAudio);
-    EXPECT_EQ(probed->frameRate, 0);
-    EXPECT_EQ(probed->naturalSize, (model::Size{0, 0}));
-    EXPECT_FALSE(probed->thumbnail);
-    EXPECT_EQ(probed->fingerprint, "a:778924083");  // ".mp3"
-}
-
-TEST(ProbeClip, AudioFileHasNoPictureFields) {
-    auto probed = probeClip(samples::aacM4a(), std::nullopt, someId());
-    ASSERT_TRUE(probed) << probed.error().message;
-    EXPECT_FALSE(probed->hasVideo);
-    EXPECT_EQ(probed->frameRate, 0);
-    EXPECT_EQ(probed->naturalSize, (model::Size{0, 0}));
-    EXPECT_EQ(probed->rotationDegrees, 0);
-    EXPECT_FALSE(probed->thumbnail);
-    EXPECT_TRUE(probed->isOnAudioRow());
-    EXPECT_FALSE(probed->isOnVideoRow());
-}
-
-TEST(ProbeClip, FileWithNeitherStreamIsAClipOnNoRow) {
-    auto probed = probeClip(samples::subtitleOnlyMkv(), std::nullopt, someId());
-    ASSERT_TRUE(probed) << probed.error().message;
-    EXPECT_FALSE(probed->hasVideo);
-    EXPECT_FALSE(probed->hasAudio);
-    EXPECT_EQ(probed->fingerprint, "unknown");
-    EXPECT_EQ(probed->frameRate, 0);
-    EXPECT_EQ(probed->naturalSize, (model::Size{0, 0}));
-    EXPECT_FALSE(probed->thumbnail);
-    EXPECT_FALSE(probed->isOnVideoRow());
-    EXPECT_FALSE(probed->isOnAudioRow());
-}
-
-TEST(ProbeClip, RotatedClipKeepsItsStoredSizeAndReportsClockwiseTurn) {
-    const auto clockwise90 = samples::rotatedClockwise90Mp4();
-    // The sample must carry the display matrix of a phone held upright.
-    ASSERT_EQ(testing_support::run(std::string(VANTRELL_FFPROBE) + " -v error -show_streams " +
-                                   testing_support::quote(clockwise90.string()) +
-                                   " | grep -qx rotation=-90"),
-              0);
-
-    auto turned90 = probeClip(clockwise90, std::nullopt, someId());
-    ASSERT_TRUE(turned90) << turned90.error().message;
-    EXPECT_EQ(turned90->naturalSize, (model::Size{320, 240}));
-    EXPECT_EQ(turned90->rotationDegrees, 90);
-    EXPECT_EQ(turned90->fingerprint, "v:1635148593:320x240");
-
-    auto turned270 = probeClip(samples::rotatedClockwise270Mp4(), std::nullopt, someId());
-    ASSERT_TRUE(turned270) << turned270.error().message;
-    EXPECT_EQ(turned270->naturalSize, (model::Size{320, 240}));
-    EXPECT_EQ(turned270->rotationDegrees, 270);
+TEST(ProbeClip, TurnedSampleCarriesThePhonesDisplayMatrix) {
+    EXPECT_NE(testing_support::ffprobe(samples::rotatedClockwise90Mp4(), "-show_streams")
+                  .find("rotation=-90"),
+              std::string::npos);
 }
 
 TEST(ProbeClip, ProbesOfOneFileDifferOnlyByIdAndThumbnail) {
@@ -191,45 +213,28 @@ TEST(ProbeClip, ProbesOfOneFileDifferOnlyByIdAndThumbnail) {
 // Errors are full sentences that name the file.
 void expectFailureNaming(const common::Result<model::Clip>& probed,
                          const std::filesystem::path& file) {
-    ASSERT_FALSE(probed);
+    ASSERT_FALSE(probed) << file;
     EXPECT_NE(probed.error().message.find(file.string()), std::string::npos)
         << probed.error().message;
     EXPECT_EQ(probed.error().message.back(), '.');
 }
 
-TEST(ProbeClip, MissingFileFailsNamingIt) {
-    const auto file = testing_support::freshDir("probe-missing") / "gone.mp4";
-    expectFailureNaming(probeClip(file, std::nullopt, someId()), file);
-}
-
-TEST(ProbeClip, TextFileFailsNamingIt) {
-    const auto file = testing_support::freshDir("probe-text") / "notes.txt";
-    std::ofstream(file) << "These are notes about the edit, not a movie.\n";
-    expectFailureNaming(probeClip(file, std::nullopt, someId()), file);
-}
-
-std::filesystem::path firstBytesOf(const std::filesystem::path& source,
-                                   const std::filesystem::path& target, std::uintmax_t count) {
-    std::ifstream in(source, std::ios::binary);
-    std::vector<char> bytes(count);
-    in.read(bytes.data(), static_cast<std::streamsize>(count));
-    std::ofstream(target, std::ios::binary).write(bytes.data(), in.gcount());
-    return target;
-}
-
-TEST(ProbeClip, Mp4CutBeforeItsIndexFailsNamingIt) {
+TEST(ProbeClip, MissingTextAndCutFilesFailNamingThem) {
+    const auto dir = testing_support::freshDir("probe-failures");
+    const auto text =
+        testing_support::makeFile("notes.txt", "These are notes about the edit, not a movie.\n");
     // The ffmpeg tool writes the index (moov) after the samples unless asked otherwise.
-    const auto cut =
-        firstBytesOf(samples::h264Mp4(), testing_support::freshDir("probe-cut") / "cut.mp4", 4096);
-    expectFailureNaming(probeClip(cut, std::nullopt, someId()), cut);
+    const auto cut = samples::firstBytes(samples::h264Mp4(), "h264_aac_cut.mp4", 4096);
+    for (const auto& file : {dir / "gone.mp4", text, cut})
+        expectFailureNaming(probeClip(file, std::nullopt, someId()), file);
 }
 
 TEST(ProbeClip, IndexedMp4CutMidwayProbesOrFailsCleanly) {
     const auto whole = testing_support::makeMedia(
         "h264_faststart.mp4", samples::picture(320, 240) + samples::kTone + "-t 1 " +
                                   samples::kH264 + "-c:a aac -movflags +faststart");
-    const auto cut = firstBytesOf(whole, testing_support::freshDir("probe-cut-midway") / "half.mp4",
-                                  std::filesystem::file_size(whole) / 2);
+    const auto cut = samples::firstBytes(whole, "h264_faststart_half.mp4",
+                                         std::filesystem::file_size(whole) / 2);
 
     auto probed = probeClip(cut, std::nullopt, someId());
     if (!probed) {
@@ -237,7 +242,7 @@ TEST(ProbeClip, IndexedMp4CutMidwayProbesOrFailsCleanly) {
         return;
     }
     EXPECT_TRUE(probed->hasVideo);
-    EXPECT_NEAR(probed->fullDurationSeconds, 1.0, kOneFrame);
+    EXPECT_NEAR(probed->fullDurationSeconds, 1.0, 1.0 / 30);
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <limits>
 #include <map>
 #include <memory>
@@ -24,6 +23,7 @@ namespace fs = std::filesystem;
 using common::Uuid;
 using media::ProjectDocument;
 using model::Clip;
+using testing_support::contentsOf;
 
 // Makes clips from a table keyed by path and fails for any other path; real probing is
 // tested elsewhere. Bookmarks are the path's text and resolve while that path is known.
@@ -93,11 +93,6 @@ class FakeMedia final : public model::MediaServices {
     std::optional<fs::path> lastProjectFolder_;
 };
 
-std::string contentsOf(const fs::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
 void writeFile(const fs::path& file, const std::string& text) {
     std::ofstream(file, std::ios::binary) << text;
 }
@@ -125,15 +120,11 @@ class ProjectDocumentTest : public testing::Test {
     }
 };
 
-TEST_F(ProjectDocumentTest, ANewDocumentIsUnmodifiedAndHasNowhereToSaveYet) {
+TEST_F(ProjectDocumentTest, EditsMarkTheDocumentAndSavingClearsTheMark) {
     ProjectDocument doc(context());
     EXPECT_FALSE(doc.isModified());
     EXPECT_FALSE(doc.file());
-    EXPECT_FALSE(doc.save().ok());
-}
-
-TEST_F(ProjectDocumentTest, EditsMarkTheDocumentAndSavingClearsTheMark) {
-    ProjectDocument doc(context());
+    EXPECT_FALSE(doc.save().ok()) << "a new document has nowhere to save yet";
     int told = 0;
     doc.onModified = [&] { ++told; };
 
@@ -150,10 +141,19 @@ TEST_F(ProjectDocumentTest, EditsMarkTheDocumentAndSavingClearsTheMark) {
     EXPECT_FALSE(doc.isModified());
     EXPECT_EQ(doc.file(), dir / "cut.vantrell");
 
+    // Saving elsewhere moves the document there.
+    ASSERT_TRUE(doc.save(dir / "moved.vantrell").ok());
     doc.project().raiseCompositionToken();
+    doc.project().setZoomFactor(5);
     EXPECT_TRUE(doc.isModified());
     ASSERT_TRUE(doc.save().ok());
     EXPECT_FALSE(doc.isModified());
+    auto moved = open(dir / "moved.vantrell");
+    auto left = open(dir / "cut.vantrell");
+    ASSERT_TRUE(moved && left);
+    EXPECT_EQ(moved->project().zoomFactor(), 5);
+    EXPECT_EQ(left->project().zoomFactor(), 2);
+    executor.drain();
 }
 
 TEST_F(ProjectDocumentTest, SaveThenOpenBringsBackClipsAndSettings) {
@@ -216,17 +216,6 @@ TEST_F(ProjectDocumentTest, SaveThenOpenBringsBackClipsAndSettings) {
     EXPECT_FALSE(q.canUndo());
 }
 
-TEST_F(ProjectDocumentTest, OpeningTellsTheBookmarkResolverWhereTheProjectLies) {
-    writeFile(dir / "cut.vantrell", R"({"version": 1, "playheadGlobal": 0, "zoomFactor": 1,
-        "clips": [{"id": "8A1D3C52-7E4B-4F0A-9C1D-2B3E4F5A6B7C", "url": "file:///m/a.mov",
-                   "bookmark": "L20vYS5tb3Y=", "inSeconds": 0, "outSeconds": 1,
-                   "startOnTimeline": 0}]})");
-    auto doc = open(dir / "cut.vantrell");
-    ASSERT_TRUE(doc);
-    drainQuietly();
-    EXPECT_EQ(media->lastProjectFolder(), dir);
-}
-
 TEST_F(ProjectDocumentTest, ASaveDuringHydrationKeepsTheClips) {
     media->add("/media/a.mov", 6);
     ProjectDocument doc(context());
@@ -264,6 +253,7 @@ TEST_F(ProjectDocumentTest, APlaceholderSurvivesASaveAndComesBackLiveWithItsFile
     auto withoutFile = ProjectDocument::open(dir / "cut.vantrell", {&executor, gone});
     ASSERT_TRUE(withoutFile.ok());
     drainQuietly();
+    EXPECT_EQ(gone->lastProjectFolder(), dir) << "the resolver looks near the project";
     const Clip& placeholder = (*withoutFile)->project().clips().at(0);
     EXPECT_TRUE(placeholder.isMissing);
     EXPECT_EQ(placeholder.url, lost);
@@ -285,10 +275,16 @@ TEST_F(ProjectDocumentTest, APlaceholderSurvivesASaveAndComesBackLiveWithItsFile
     }
 }
 
-TEST_F(ProjectDocumentTest, AFailedSaveLeavesTheOldFileAndTheMarkAsTheyWere) {
+TEST_F(ProjectDocumentTest, AFailedSaveLeavesTheOldFileItsPlaceAndTheMarkAsTheyWere) {
     ProjectDocument doc(context());
     ASSERT_TRUE(doc.save(dir / "cut.vantrell").ok());
     const std::string before = contentsOf(dir / "cut.vantrell");
+
+    doc.project().setCropInsetTop(0.1);
+    EXPECT_FALSE(doc.save(dir / "missing" / "cut.vantrell").ok());
+    EXPECT_FALSE(fs::exists(dir / "missing"));
+    EXPECT_EQ(doc.file(), dir / "cut.vantrell");
+    EXPECT_TRUE(doc.isModified());
 
     doc.project().setCropInsetTop(std::numeric_limits<double>::quiet_NaN());
     auto status = doc.save();
@@ -296,30 +292,6 @@ TEST_F(ProjectDocumentTest, AFailedSaveLeavesTheOldFileAndTheMarkAsTheyWere) {
     EXPECT_NE(status.error().message.find("cropInsetTop"), std::string::npos);
     EXPECT_EQ(contentsOf(dir / "cut.vantrell"), before);
     EXPECT_TRUE(doc.isModified());
-}
-
-TEST_F(ProjectDocumentTest, SavingIntoAMissingFolderFailsAndKeepsTheOldPlace) {
-    ProjectDocument doc(context());
-    ASSERT_TRUE(doc.save(dir / "cut.vantrell").ok());
-    doc.project().setCropInsetTop(0.1);
-    EXPECT_FALSE(doc.save(dir / "missing" / "cut.vantrell").ok());
-    EXPECT_FALSE(fs::exists(dir / "missing"));
-    EXPECT_EQ(doc.file(), dir / "cut.vantrell");
-    EXPECT_TRUE(doc.isModified());
-}
-
-TEST_F(ProjectDocumentTest, SavingElsewhereMovesTheDocumentThere) {
-    ProjectDocument doc(context());
-    ASSERT_TRUE(doc.save(dir / "a.vantrell").ok());
-    ASSERT_TRUE(doc.save(dir / "b.vantrell").ok());
-    doc.project().setZoomFactor(5);
-    ASSERT_TRUE(doc.save().ok());
-    auto b = open(dir / "b.vantrell");
-    auto a = open(dir / "a.vantrell");
-    ASSERT_TRUE(a && b);
-    EXPECT_EQ(b->project().zoomFactor(), 5);
-    EXPECT_EQ(a->project().zoomFactor(), 1);
-    executor.drain();
 }
 
 TEST_F(ProjectDocumentTest, OnlyARegularFileThatDecodesOpens) {

@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <iterator>
+#include <functional>
 #include <optional>
 #include <regex>
 #include <sstream>
@@ -28,6 +28,7 @@ using media::renderReversedMedia;
 using media::ReverseChunk;
 using media::reverseChunks;
 using media::reverseFrameSpacingTicks;
+using testing_support::ffprobe;
 using testing_support::makeMedia;
 using testing_support::quote;
 
@@ -50,19 +51,6 @@ fs::path longGopSource() {
                      kPicture + kH264WithBFrames + "-g 600 -keyint_min 600 -sc_threshold 0");
 }
 
-// Runs a shell command and answers what it printed on stdout.
-std::string outputOf(const std::string& command) {
-    const fs::path file = testing_support::freshDir("reverse-out") / "stdout.txt";
-    EXPECT_EQ(testing_support::run(command + " > " + quote(file.string())), 0) << command;
-    std::ifstream in(file);
-    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
-}
-
-std::string ffprobe(const fs::path& file, const std::string& args) {
-    return outputOf(std::string(VANTRELL_FFPROBE) + " -v error " + args + " " +
-                    quote(file.string()));
-}
-
 // Presentation times in seconds of the first video stream's frames, from the ffprobe tool.
 std::vector<double> frameTimes(const fs::path& file) {
     std::istringstream lines(ffprobe(
@@ -75,14 +63,9 @@ std::vector<double> frameTimes(const fs::path& file) {
 
 // The luma planes of every frame, decoded by the ffmpeg tool without dropping or repeating.
 std::vector<std::vector<std::uint8_t>> lumaFrames(const fs::path& file) {
-    const fs::path raw = testing_support::freshDir("reverse-luma") / "frames.gray";
-    const std::string command =
-        std::string(VANTRELL_FFMPEG) + " -nostdin -loglevel error -y -i " + quote(file.string()) +
-        " -map 0:v:0 -fps_mode passthrough -f rawvideo -pix_fmt gray " + quote(raw.string());
-    EXPECT_EQ(testing_support::run(command), 0) << command;
-    std::ifstream in(raw, std::ios::binary);
-    const std::vector<std::uint8_t> bytes{std::istreambuf_iterator<char>(in),
-                                          std::istreambuf_iterator<char>()};
+    const std::string bytes = testing_support::outputOf(
+        std::string(VANTRELL_FFMPEG) + " -nostdin -loglevel error -i " + quote(file.string()) +
+        " -map 0:v:0 -fps_mode passthrough -f rawvideo -pix_fmt gray -");
     EXPECT_EQ(bytes.size() % kFrameBytes, 0u);
     std::vector<std::vector<std::uint8_t>> frames;
     for (std::size_t at = 0; at + kFrameBytes <= bytes.size(); at += kFrameBytes)
@@ -159,27 +142,19 @@ bool contains(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
 }
 
-// Points the system temporary folder at `folder` for one test, and back afterwards.
-class TemporaryFolderOverride {
-  public:
-    explicit TemporaryFolderOverride(const fs::path& folder) {
-        if (const char* old = std::getenv("TMPDIR")) previous_ = old;
-        ::setenv("TMPDIR", folder.c_str(), 1);
-    }
-    ~TemporaryFolderOverride() {
-        if (previous_)
-            ::setenv("TMPDIR", previous_->c_str(), 1);
-        else
-            ::unsetenv("TMPDIR");
-    }
-    TemporaryFolderOverride(const TemporaryFolderOverride&) = delete;
-    TemporaryFolderOverride& operator=(const TemporaryFolderOverride&) = delete;
-    TemporaryFolderOverride(TemporaryFolderOverride&&) = delete;
-    TemporaryFolderOverride& operator=(TemporaryFolderOverride&&) = delete;
-
-  private:
-    std::optional<std::string> previous_;
-};
+// Renders with the system temporary folder pointed at `folder`, and points it back.
+Render renderInto(const fs::path& folder, const fs::path& source, double from, double to) {
+    const char* old = std::getenv("TMPDIR");
+    const std::optional<std::string> previous =
+        old ? std::optional<std::string>(old) : std::nullopt;
+    ::setenv("TMPDIR", folder.c_str(), 1);
+    Render r = render(source, from, to);
+    if (previous)
+        ::setenv("TMPDIR", previous->c_str(), 1);
+    else
+        ::unsetenv("TMPDIR");
+    return r;
+}
 
 TEST(ReverseFrameSpacing, RoundsSixHundredOverTheRateHalfAwayFromZero) {
     EXPECT_EQ(reverseFrameSpacingTicks(30), 20);
@@ -191,156 +166,113 @@ TEST(ReverseFrameSpacing, RoundsSixHundredOverTheRateHalfAwayFromZero) {
     EXPECT_EQ(reverseFrameSpacingTicks(48), 13);
     EXPECT_EQ(reverseFrameSpacingTicks(60), 10);
     EXPECT_EQ(reverseFrameSpacingTicks(1), 600);
-}
-
-TEST(ReverseFrameSpacing, UnknownRateGivesTwentyTicks) {
+    // Rates above 600 still give rising times; a tiny one stays within 32 bits.
+    EXPECT_EQ(reverseFrameSpacingTicks(1000), 1);
+    EXPECT_EQ(reverseFrameSpacingTicks(5000), 1);
+    EXPECT_EQ(reverseFrameSpacingTicks(1e-300), INT32_MAX);
+    // An unknown rate gives 20 ticks.
     EXPECT_EQ(reverseFrameSpacingTicks(0), 20);
     EXPECT_EQ(reverseFrameSpacingTicks(-25), 20);
     EXPECT_EQ(reverseFrameSpacingTicks(std::nan("")), 20);
 }
 
-TEST(ReverseFrameSpacing, RatesAboveSixHundredStillGiveRisingTimes) {
-    EXPECT_EQ(reverseFrameSpacingTicks(1000), 1);
-    EXPECT_EQ(reverseFrameSpacingTicks(5000), 1);
-}
-
-TEST(ReverseFrameSpacing, TinyRateStaysWithinThirtyTwoBits) {
-    EXPECT_EQ(reverseFrameSpacingTicks(1e-300), INT32_MAX);
-}
-
-TEST(ReverseChunks, FiveSecondsGiveTwoWholeWindowsAndAShortOne) {
-    const std::vector<ReverseChunk> expected{{0, 1200}, {1200, 2400}, {2400, 3000}};
-    EXPECT_EQ(reverseChunks(0, 5), expected);
-}
-
-TEST(ReverseChunks, ExactlyFourSecondsGiveTwoWindows) {
-    const std::vector<ReverseChunk> expected{{600, 1800}, {1800, 3000}};
-    EXPECT_EQ(reverseChunks(1, 5), expected);
-}
-
-TEST(ReverseChunks, WindowsTileTheRangeInTicks) {
-    const std::vector<ReverseChunk> expected{{780, 1980}, {1980, 2820}};
-    EXPECT_EQ(reverseChunks(1.3, 4.7), expected);
+TEST(ReverseChunks, WindowsOfTwoSecondsTileTheRangeInTicks) {
+    EXPECT_EQ(reverseChunks(0, 5),
+              (std::vector<ReverseChunk>{{0, 1200}, {1200, 2400}, {2400, 3000}}));
+    EXPECT_EQ(reverseChunks(1, 5), (std::vector<ReverseChunk>{{600, 1800}, {1800, 3000}}));
+    EXPECT_EQ(reverseChunks(1.3, 4.7), (std::vector<ReverseChunk>{{780, 1980}, {1980, 2820}}));
     EXPECT_EQ(reverseChunks(2, 2.5), (std::vector<ReverseChunk>{{1200, 1500}}));
-}
-
-TEST(ReverseChunks, EmptyOrUnboundedRangeGivesNoWindows) {
+    // An empty or unbounded range gives none.
     EXPECT_TRUE(reverseChunks(3, 3).empty());
     EXPECT_TRUE(reverseChunks(4, 3).empty());
     EXPECT_TRUE(reverseChunks(0, INFINITY).empty());
     EXPECT_TRUE(reverseChunks(std::nan(""), 3).empty());
 }
 
-TEST(RenderReversedMedia, FiveSecondRangeIsWrittenInThreeWindowsLastFrameFirst) {
-    const auto source = shortGopSource();
-    const auto r = render(source, 0, 5);
+// A range asked of a source, the part of it the file holds, and what the render must give.
+struct RangeCase {
+    std::string name;
+    std::function<fs::path()> source;
+    double from;
+    double to;
+    double shownFrom;
+    double shownTo;
+    int windows;
+    std::size_t frames;
+    double rate = 30;
+};
+
+void PrintTo(const RangeCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class ReverseRange : public testing::TestWithParam<RangeCase> {};
+
+TEST_P(ReverseRange, WritesTheRangeLastFrameFirstAsANewH264QuickTimeMovie) {
+    const RangeCase& c = GetParam();
+    const auto source = c.source();
+    const auto r = render(source, c.from, c.to);
     ASSERT_TRUE(r.file) << r.log;
-    EXPECT_TRUE(contains(r.log, "start: reverse_short_gop.mp4")) << r.log;
-    EXPECT_TRUE(contains(r.log, "chunked [0.000000..5.000000] into 3 windows")) << r.log;
-    EXPECT_TRUE(contains(r.log, "wrote 150 frames at 30.000000fps")) << r.log;
-    EXPECT_TRUE(contains(r.log, "wrote " + r.file->string())) << r.log;
-    expectReversedFrames(source, *r.file, 0, 5, 150);
-}
 
-TEST(RenderReversedMedia, ExactlyFourSecondsAreTwoWindows) {
-    const auto source = shortGopSource();
-    const auto r = render(source, 1, 5);
-    ASSERT_TRUE(r.file) << r.log;
-    EXPECT_TRUE(contains(r.log, "chunked [1.000000..5.000000] into 2 windows")) << r.log;
-    expectReversedFrames(source, *r.file, 1, 5, 120);
-}
+    char chunked[96];
+    std::snprintf(chunked, sizeof chunked, "chunked [%f..%f] into %d windows", c.shownFrom,
+                  c.shownTo, c.windows);
+    char wrote[64];
+    std::snprintf(wrote, sizeof wrote, "wrote %zu frames at %ffps", c.frames, c.rate);
+    for (const std::string& line : {"start: " + source.filename().string(), std::string(chunked),
+                                    std::string(wrote), "wrote " + r.file->string()})
+        EXPECT_TRUE(contains(r.log, line)) << line << " is not in\n" << r.log;
 
-// 1.3, 3.3 and 4.7 s fall exactly on frames 39, 99 and 141: a frame on a window's start
-// belongs to that window, one on its end to the next, so each is written once.
-TEST(RenderReversedMedia, RangeOffKeyframesWritesEachBoundaryFrameOnce) {
-    const auto source = longGopSource();
-    const auto r = render(source, 1.3, 4.7);
-    ASSERT_TRUE(r.file) << r.log;
-    EXPECT_TRUE(contains(r.log, "chunked [1.300000..4.700000] into 2 windows")) << r.log;
-    EXPECT_TRUE(contains(r.log, "wrote 102 frames")) << r.log;
-    expectReversedFrames(source, *r.file, 1.3, 4.7, 102);
-}
-
-TEST(RenderReversedMedia, RangeBetweenFramesStartsAtTheNextFrame) {
-    const auto source = longGopSource();
-    const auto r = render(source, 2.51, 4.49);
-    ASSERT_TRUE(r.file) << r.log;
-    expectReversedFrames(source, *r.file, 2.51, 4.49, 59);
-}
-
-// The MPEG-TS demuxer's seek may land a keyframe later than asked, even at the start.
-TEST(RenderReversedMedia, TransportStreamThatSeeksLateLosesNoFrames) {
-    const auto source = makeMedia("reverse_long_gop.ts", kPicture + kH264WithBFrames + "-g 45");
-    const auto r = render(source, 0.9, 4.7);
-    ASSERT_TRUE(r.file) << r.log;
-    expectReversedFrames(source, *r.file, 0.9, 4.7, 114);
-}
-
-TEST(RenderReversedMedia, EndPastTheFileIsClamped) {
-    const auto source = longGopSource();
-    const auto r = render(source, 4, 100);
-    ASSERT_TRUE(r.file) << r.log;
-    EXPECT_TRUE(contains(r.log, "chunked [4.000000..6.000000] into 1 windows")) << r.log;
-    expectReversedFrames(source, *r.file, 4, 6, 60);
-}
-
-TEST(RenderReversedMedia, NegativeStartIsClampedToZero) {
-    const auto source = shortGopSource();
-    const auto r = render(source, -3, 0.5);
-    ASSERT_TRUE(r.file) << r.log;
-    EXPECT_TRUE(contains(r.log, "chunked [0.000000..0.500000] into 1 windows")) << r.log;
-    expectReversedFrames(source, *r.file, 0, 0.5, 15);
-}
-
-TEST(RenderReversedMedia, EmptyRangeAnswersNothing) {
-    const auto source = shortGopSource();
-    for (const auto& [from, to] : {std::pair{2.0, 2.0}, {3.0, 1.0}, {7.0, 9.0}}) {
-        const auto r = render(source, from, to);
-        EXPECT_FALSE(r.file) << from << ".." << to;
-        EXPECT_TRUE(contains(r.log, "error: requested reverse range is empty")) << r.log;
-    }
-}
-
-TEST(RenderReversedMedia, AudioOnlyFileAnswersNothing) {
-    const auto r = render(sample_media::aacM4a(), 0, 1);
-    EXPECT_FALSE(r.file);
-    EXPECT_TRUE(contains(r.log, "error: source has no video track")) << r.log;
-}
-
-TEST(RenderReversedMedia, NonMediaFileAnswersNothing) {
-    const fs::path text = testing_support::freshDir("reverse-text") / "notes.mov";
-    std::ofstream(text) << "not a movie\n";
-    const auto r = render(text, 0, 1);
-    EXPECT_FALSE(r.file);
-    EXPECT_TRUE(contains(r.log, "error: failed to load asset duration")) << r.log;
-    EXPECT_FALSE(render(text.parent_path() / "missing.mov", 0, 1).file);
-}
-
-TEST(RenderReversedMedia, RangeWithoutFramesFailsAndLeavesNoFile) {
-    const fs::path folder = testing_support::freshDir("reverse-empty");
-    const TemporaryFolderOverride temporary(folder);
-    const auto r = render(shortGopSource(), 1.01, 1.02);
-    EXPECT_FALSE(r.file);
-    EXPECT_TRUE(contains(r.log, "error: no frames in the requested range")) << r.log;
-    EXPECT_TRUE(fs::is_empty(folder));
-}
-
-TEST(RenderReversedMedia, MissingTemporaryFolderAnswersNothing) {
-    const TemporaryFolderOverride temporary(testing_support::scratchDir() / "no-such-folder");
-    const auto r = render(shortGopSource(), 0, 1);
-    EXPECT_FALSE(r.file);
-    EXPECT_TRUE(contains(r.log, "error: failed to create writer")) << r.log;
-}
-
-TEST(RenderReversedMedia, OutputIsANewlyNamedMovieInTheTemporaryFolder) {
-    const auto r = render(shortGopSource(), 0, 1);
-    ASSERT_TRUE(r.file) << r.log;
     EXPECT_EQ(r.file->parent_path(), fs::temp_directory_path());
     const std::regex name(
         "vantrell-reversed-[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-"
         "[0-9A-F]{12}\\.mov");
     EXPECT_TRUE(std::regex_match(r.file->filename().string(), name)) << *r.file;
+    // libx264 takes yuv420p whatever the source's pixel format.
+    EXPECT_EQ(
+        ffprobe(*r.file,
+                "-show_entries stream=codec_type,codec_name,width,height,pix_fmt -of csv=p=0"),
+        "h264,video,160,120,yuv420p\n");
+    EXPECT_EQ(ffprobe(*r.file, "-show_entries format_tags=major_brand -of csv=p=0"), "qt  \n");
+
+    // Frames are spaced by the spacing rule.
+    const auto times = frameTimes(*r.file);
+    ASSERT_EQ(times.size(), c.frames);
+    for (std::size_t i = 0; i < times.size(); ++i)
+        EXPECT_NEAR(times[i], i * reverseFrameSpacingTicks(c.rate) / 600.0, 1e-4);
+    expectReversedFrames(source, *r.file, c.shownFrom, c.shownTo, c.frames);
 }
+
+// A source made only when a test needs it.
+std::function<fs::path()> later(const std::string& name, const std::string& args) {
+    return [=] { return makeMedia(name, args); };
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    RenderReversedMedia, ReverseRange,
+    testing::Values(
+        RangeCase{"FiveSecondsInThreeWindows", shortGopSource, 0, 5, 0, 5, 3, 150},
+        RangeCase{"ExactlyFourSecondsInTwoWindows", shortGopSource, 1, 5, 1, 5, 2, 120},
+        // 1.3, 3.3 and 4.7 s fall exactly on frames 39, 99 and 141: a frame on a window's
+        // start belongs to that window, one on its end to the next, so each is written once.
+        RangeCase{"RangeOffKeyframes", longGopSource, 1.3, 4.7, 1.3, 4.7, 2, 102},
+        RangeCase{"RangeBetweenFramesStartsAtTheNextFrame", longGopSource, 2.51, 4.49, 2.51, 4.49,
+                  1, 59},
+        // The MPEG-TS demuxer's seek may land a keyframe later than asked, even at the start.
+        RangeCase{"TransportStreamThatSeeksLate",
+                  later("reverse_long_gop.ts", kPicture + kH264WithBFrames + "-g 45"), 0.9, 4.7,
+                  0.9, 4.7, 2, 114},
+        RangeCase{"EndPastTheFileIsClamped", longGopSource, 4, 100, 4, 6, 1, 60},
+        RangeCase{"NegativeStartIsClampedToZero", shortGopSource, -3, 0.5, 0, 0.5, 1, 15},
+        RangeCase{"TwentyFiveFramesASecond",
+                  later("reverse_25fps.mp4",
+                        sample_media::picture(kWidth, kHeight, 25) + "-t 1 " + kH264WithBFrames),
+                  0, 1, 0, 1, 1, 25, 25},
+        RangeCase{
+            "PngSource",
+            later("reverse_png.mov", sample_media::picture(kWidth, kHeight) + "-t 1 -c:v png"), 0,
+            1, 0, 1, 1, 30}),
+    [](const testing::TestParamInfo<RangeCase>& info) { return info.param.name; });
 
 TEST(RenderReversedMedia, TwoRendersOfOneSourceNeverCollide) {
     const auto source = shortGopSource();
@@ -350,27 +282,6 @@ TEST(RenderReversedMedia, TwoRendersOfOneSourceNeverCollide) {
     EXPECT_NE(*first.file, *second.file);
     EXPECT_TRUE(fs::exists(*first.file));
     EXPECT_TRUE(fs::exists(*second.file));
-}
-
-TEST(RenderReversedMedia, OutputIsOneH264TrackInAQuickTimeMovie) {
-    const auto r = render(shortGopSource(), 0, 1);
-    ASSERT_TRUE(r.file) << r.log;
-    EXPECT_EQ(ffprobe(*r.file,
-                      "-show_entries stream=codec_type,codec_name,width,height "
-                      "-of csv=p=0"),
-              "h264,video,160,120\n");
-    EXPECT_EQ(ffprobe(*r.file, "-show_entries format_tags=major_brand -of csv=p=0"), "qt  \n");
-}
-
-TEST(RenderReversedMedia, FramesAreSpacedByTheSpacingRule) {
-    const auto source = makeMedia("reverse_25fps.mp4", sample_media::picture(kWidth, kHeight, 25) +
-                                                           "-t 1 " + kH264WithBFrames);
-    const auto r = render(source, 0, 1);
-    ASSERT_TRUE(r.file) << r.log;
-    EXPECT_TRUE(contains(r.log, "wrote 25 frames at 25.000000fps")) << r.log;
-    const auto times = frameTimes(*r.file);
-    ASSERT_EQ(times.size(), 25u);
-    for (std::size_t i = 0; i < times.size(); ++i) EXPECT_NEAR(times[i], i * 24 / 600.0, 1e-4);
 }
 
 TEST(RenderReversedMedia, StoredOrientationIsKeptWithoutDisplayMatrix) {
@@ -393,13 +304,38 @@ TEST(RenderReversedMedia, OddSizedSourceLosesItsLastRowAndColumn) {
     EXPECT_EQ(frameTimes(*r.file).size(), 30u);
 }
 
-TEST(RenderReversedMedia, FormatLibx264RejectsIsConvertedToYuv420p) {
-    const auto source =
-        makeMedia("reverse_png.mov", sample_media::picture(kWidth, kHeight) + "-t 1 -c:v png");
-    const auto r = render(source, 0, 1);
-    ASSERT_TRUE(r.file) << r.log;
-    EXPECT_EQ(ffprobe(*r.file, "-show_entries stream=pix_fmt -of csv=p=0"), "yuv420p\n");
-    expectReversedFrames(source, *r.file, 0, 1, 30);
+TEST(RenderReversedMedia, WhatCantBeRenderedAnswersNothingAndSaysWhy) {
+    const fs::path text = testing_support::makeFile("reverse_notes.mov", "not a movie\n");
+    struct Failure {
+        fs::path source;
+        double from;
+        double to;
+        std::string says;
+    };
+    for (const auto& [source, from, to, says] : {
+             Failure{shortGopSource(), 2, 2, "error: requested reverse range is empty"},
+             Failure{shortGopSource(), 3, 1, "error: requested reverse range is empty"},
+             Failure{shortGopSource(), 7, 9, "error: requested reverse range is empty"},
+             Failure{sample_media::aacM4a(), 0, 1, "error: source has no video track"},
+             Failure{text, 0, 1, "error: failed to load asset duration"},
+             Failure{text.parent_path() / "missing.mov", 0, 1, "error: "},
+         }) {
+        const auto r = render(source, from, to);
+        EXPECT_FALSE(r.file) << source << " " << from << ".." << to;
+        EXPECT_TRUE(contains(r.log, says)) << r.log;
+    }
+}
+
+TEST(RenderReversedMedia, FailuresOfTheTemporaryFolderLeaveNoFile) {
+    const fs::path folder = testing_support::freshDir("reverse-empty");
+    const auto empty = renderInto(folder, shortGopSource(), 1.01, 1.02);
+    EXPECT_FALSE(empty.file);
+    EXPECT_TRUE(contains(empty.log, "error: no frames in the requested range")) << empty.log;
+    EXPECT_TRUE(fs::is_empty(folder));
+
+    const auto nowhere = renderInto(folder / "no-such-folder", shortGopSource(), 0, 1);
+    EXPECT_FALSE(nowhere.file);
+    EXPECT_TRUE(contains(nowhere.log, "error: failed to create writer")) << nowhere.log;
 }
 
 TEST(RenderReversedMedia, RendersAreRemovedWhenTheProcessExits) {

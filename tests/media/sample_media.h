@@ -1,9 +1,7 @@
 #pragma once
 
-#include <unistd.h>
 #include <cstdint>
 #include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "model/image.h"
@@ -22,12 +20,15 @@ inline std::string picture(int width, int height, int rate = 30) {
 inline const std::string kTone = "-f lavfi -i sine=frequency=440:sample_rate=48000 ";
 inline const std::string kH264 = "-c:v libx264 -preset ultrafast -pix_fmt yuv420p ";
 inline const std::string kHevc = "-c:v libx265 -preset ultrafast -x265-params log-level=error ";
+inline const std::string kProRes = "-c:v prores_ks -profile:v 3";
 
-inline std::filesystem::path h264Mp4() {
-    return makeMedia("h264_aac.mp4", picture(320, 240) + kTone + "-t 1 " + kH264 + "-c:a aac");
+// One second of 320 x 240 H.264 with AAC, in a file of the given extension.
+inline std::filesystem::path h264WithAac(const std::string& extension) {
+    return makeMedia("h264_aac." + extension,
+                     picture(320, 240) + kTone + "-t 1 " + kH264 + "-c:a aac");
 }
-inline std::filesystem::path h264Mkv() {
-    return makeMedia("h264_aac.mkv", picture(320, 240) + kTone + "-t 1 " + kH264 + "-c:a aac");
+inline std::filesystem::path h264Mp4() {
+    return h264WithAac("mp4");
 }
 inline std::filesystem::path h264VideoOnlyMp4() {
     return makeMedia("h264_only.mp4", picture(320, 240) + "-t 1 " + kH264);
@@ -44,12 +45,9 @@ inline std::filesystem::path h264PortraitMp4() {
 inline std::filesystem::path hevcMkv() {
     return makeMedia("hevc.mkv", picture(320, 240) + "-t 1 " + kHevc);
 }
-inline std::filesystem::path hevcHvc1Mp4() {
-    return makeMedia("hevc_hvc1.mp4", picture(320, 240) + "-t 1 " + kHevc + "-tag:v hvc1");
-}
 // hev1 is the sample entry FFmpeg writes for HEVC in MP4 unless told otherwise.
-inline std::filesystem::path hevcHev1Mp4() {
-    return makeMedia("hevc_hev1.mp4", picture(320, 240) + "-t 1 " + kHevc + "-tag:v hev1");
+inline std::filesystem::path hevcMp4(const std::string& tag) {
+    return makeMedia("hevc_" + tag + ".mp4", picture(320, 240) + "-t 1 " + kHevc + "-tag:v " + tag);
 }
 inline std::filesystem::path mpeg4Avi() {
     return makeMedia("mpeg4_mp3.avi",
@@ -61,32 +59,18 @@ inline std::filesystem::path vp9Webm() {
                          "-t 1 -c:v libvpx-vp9 -deadline realtime -cpu-used 8 -b:v 200k "
                          "-c:a libopus");
 }
-inline std::filesystem::path proResMov() {
-    return makeMedia("prores_hq.mov", picture(160, 120) + "-t 0.2 -c:v prores_ks -profile:v 3");
+inline std::filesystem::path proRes(const std::string& extension) {
+    return makeMedia("prores_hq." + extension, picture(160, 120) + "-t 0.2 " + kProRes);
 }
-inline std::filesystem::path proResMkv() {
-    return makeMedia("prores_hq.mkv", picture(160, 120) + "-t 0.2 -c:v prores_ks -profile:v 3");
+// One second of a tone in `codec`, in a file of the given extension.
+inline std::filesystem::path tone(const std::string& extension, const std::string& codec) {
+    return makeMedia("tone_" + codec + "." + extension, kTone + "-t 1 -c:a " + codec);
 }
 inline std::filesystem::path aacM4a() {
-    return makeMedia("aac.m4a", kTone + "-t 1 -c:a aac");
-}
-inline std::filesystem::path aacMkv() {
-    return makeMedia("aac.mka", kTone + "-t 1 -c:a aac");
-}
-inline std::filesystem::path aacTs() {
-    return makeMedia("aac.ts", kTone + "-t 1 -c:a aac");
-}
-inline std::filesystem::path mp3() {
-    return makeMedia("tone.mp3", kTone + "-t 1 -c:a libmp3lame");
+    return tone("m4a", "aac");
 }
 inline std::filesystem::path wav() {
-    return makeMedia("tone.wav", kTone + "-t 1 -c:a pcm_s16le");
-}
-inline std::filesystem::path flac() {
-    return makeMedia("tone.flac", kTone + "-t 1 -c:a flac");
-}
-inline std::filesystem::path opusOgg() {
-    return makeMedia("tone.opus.ogg", kTone + "-t 1 -c:a libopus");
+    return tone("wav", "pcm_s16le");
 }
 inline std::filesystem::path mp3WithCoverArt() {
     return makeMedia("tone_cover.mp3", kTone +
@@ -95,28 +79,26 @@ inline std::filesystem::path mp3WithCoverArt() {
                                            "-disposition:v attached_pic");
 }
 
-// ffmpeg 5.1 turns a "rotate" tag of R into a display matrix that turns the picture R
-// degrees counter-clockwise, so a phone's portrait clip (90 clockwise) needs the tag 270.
+// The video-only clip as a phone held upright marks it: turned 90 degrees clockwise.
 inline std::filesystem::path rotatedClockwise90Mp4() {
-    return makeMedia("h264_cw90.mp4", "-i " + testing_support::quote(h264VideoOnlyMp4().string()) +
-                                          " -c copy -metadata:s:v:0 rotate=270");
+    return testing_support::turnedCopy("h264_cw90.mp4", h264VideoOnlyMp4(), 90);
 }
 inline std::filesystem::path rotatedClockwise270Mp4() {
-    return makeMedia("h264_cw270.mp4", "-i " + testing_support::quote(h264VideoOnlyMp4().string()) +
-                                           " -c copy -metadata:s:v:0 rotate=90");
+    return testing_support::turnedCopy("h264_cw270.mp4", h264VideoOnlyMp4(), 270);
 }
 
 // A Matroska file whose only stream is a subtitle.
 inline std::filesystem::path subtitleOnlyMkv() {
-    const auto srt = testing_support::scratchDir() / "line.srt";
-    if (!std::filesystem::exists(srt)) {
-        // Tests run in parallel processes: write aside and rename, as makeMedia does.
-        const auto partial = srt.string() + "." + std::to_string(::getpid());
-        std::ofstream(partial) << "1\n00:00:00,000 --> 00:00:01,000\nHello\n";
-        std::filesystem::rename(partial, srt);
-    }
+    const auto srt =
+        testing_support::makeFile("line.srt", "1\n00:00:00,000 --> 00:00:01,000\nHello\n");
     return makeMedia("subtitle_only.mkv",
                      "-i " + testing_support::quote(srt.string()) + " -c:s srt");
+}
+
+// A copy of `source` holding only its first `length` bytes.
+inline std::filesystem::path firstBytes(const std::filesystem::path& source,
+                                        const std::string& name, std::size_t length) {
+    return testing_support::makeFile(name, testing_support::contentsOf(source).substr(0, length));
 }
 
 // The RGBA bytes of one pixel.

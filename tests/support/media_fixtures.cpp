@@ -2,7 +2,11 @@
 
 #include <sys/wait.h>
 #include <unistd.h>
+#include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <memory>
 
 #include <gtest/gtest.h>
 
@@ -46,6 +50,48 @@ std::filesystem::path makeMedia(const std::string& name, const std::string& args
     }
     std::filesystem::rename(partial, path);
     return path;
+}
+
+std::filesystem::path makeMediaFrom(const std::string& name, const std::filesystem::path& source,
+                                    const std::string& args) {
+    return makeMedia(name, "-i " + quote(source.string()) + " " + args);
+}
+
+std::filesystem::path turnedCopy(const std::string& name, const std::filesystem::path& source,
+                                 int clockwiseDegrees) {
+    // ffmpeg 5.1 turns a "rotate" tag of R into a display matrix that turns the picture R
+    // degrees counter-clockwise.
+    return makeMediaFrom(
+        name, source,
+        "-c copy -metadata:s:v:0 rotate=" + std::to_string((360 - clockwiseDegrees) % 360));
+}
+
+std::filesystem::path makeFile(const std::string& name, const std::string& contents) {
+    auto path = scratchDir() / name;
+    if (std::filesystem::exists(path)) return path;
+    auto partial = scratchDir() / (".partial-" + std::to_string(::getpid()) + "-" + name);
+    std::ofstream(partial, std::ios::binary) << contents;
+    std::filesystem::rename(partial, path);
+    return path;
+}
+
+std::string contentsOf(const std::filesystem::path& file) {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>()};
+}
+
+std::string outputOf(const std::string& command) {
+    std::string text;
+    std::unique_ptr<FILE, int (*)(FILE*)> pipe(popen(command.c_str(), "r"), pclose);
+    if (!pipe) return text;
+    char buffer[4096];
+    while (std::size_t n = std::fread(buffer, 1, sizeof buffer, pipe.get())) text.append(buffer, n);
+    return text;
+}
+
+std::string ffprobe(const std::filesystem::path& file, const std::string& args) {
+    return outputOf(std::string(VANTRELL_FFPROBE) + " -v error " + args + " " +
+                    quote(file.string()) + " 2>/dev/null");
 }
 
 std::filesystem::path freshDir(const std::string& name) {

@@ -16,6 +16,28 @@ int run(const std::string& command);
 // the same run. Fails the calling test (ADD_FAILURE) if ffmpeg fails.
 std::filesystem::path makeMedia(const std::string& name, const std::string& args);
 
+// makeMedia from `source`: the ffmpeg tool reads it and applies `args`.
+std::filesystem::path makeMediaFrom(const std::string& name, const std::filesystem::path& source,
+                                    const std::string& args);
+
+// A copy of `source` that players turn `clockwiseDegrees` for display, as a phone marks an
+// upright clip.
+std::filesystem::path turnedCopy(const std::string& name, const std::filesystem::path& source,
+                                 int clockwiseDegrees);
+
+// Writes `contents` to `name` in the scratch folder, unless a file of that name is
+// already there from an earlier test of the same run.
+std::filesystem::path makeFile(const std::string& name, const std::string& contents);
+
+// The whole contents of a file; empty if it can't be read.
+std::string contentsOf(const std::filesystem::path& file);
+
+// The whole standard output of a shell command.
+std::string outputOf(const std::string& command);
+
+// What the ffprobe tool prints about `file` given `args`.
+std::string ffprobe(const std::filesystem::path& file, const std::string& args);
+
 // A fresh empty folder under the scratch folder, for one test's outputs.
 std::filesystem::path freshDir(const std::string& name);
 
