@@ -2,12 +2,12 @@
 
 #include <functional>
 #include <memory>
-#include <string>
-#include <unordered_set>
 #include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
+
+#include "model/project.h"
 
 namespace {
 
@@ -53,38 +53,25 @@ Clip fullClip() {
     return c;
 }
 
-Clip span(double in, double out, double rate = 1.0, double start = 0) {
-    Clip c;
-    c.inSeconds = in;
-    c.outSeconds = out;
-    c.rateMultiplier = rate;
-    c.startOnTimeline = start;
-    return c;
-}
-
-// Derived values.
-
-TEST(Clip, TimelineLengthIsSourceLengthOverRate) {
-    Clip c = span(2, 8, 2.0, 10);
-    EXPECT_DOUBLE_EQ(c.sourceLength(), 6);
-    EXPECT_DOUBLE_EQ(c.timelineLength(), 3);
-    EXPECT_DOUBLE_EQ(c.timelineEnd(), 13);
-}
-
-TEST(Clip, OutBeforeInHasZeroLength) {
-    Clip c = span(5, 3, 1.0, 4);
-    EXPECT_EQ(c.sourceLength(), 0);
-    EXPECT_EQ(c.timelineLength(), 0);
-    EXPECT_EQ(c.timelineEnd(), 4);
-}
-
-TEST(Clip, RateOfZeroOrBelowCountsAsNormalSpeed) {
-    for (double rate : {0.0, -1.0, -0.5}) {
-        Clip c = span(0, 6, rate);
-        EXPECT_EQ(c.effectiveRate(), 1.0) << rate;
-        EXPECT_DOUBLE_EQ(c.timelineLength(), 6) << rate;
+TEST(Clip, TimelineLengthIsSourceLengthOverRateWithNoRateBelowNormalSpeedOrLengthBelowZero) {
+    struct Case {
+        double in, out, rate, start;
+        double source, timeline, end;
+    };
+    const std::vector<Case> cases = {
+        {2, 8, 2, 10, 6, 3, 13}, {5, 3, 1, 4, 0, 0, 4},    {0, 6, 0, 0, 6, 6, 6},
+        {0, 6, -1, 0, 6, 6, 6},  {0, 6, -0.5, 1, 6, 6, 7}, {0, 6, 0.5, 0, 6, 12, 12},
+    };
+    for (const Case& k : cases) {
+        Clip c;
+        c.inSeconds = k.in;
+        c.outSeconds = k.out;
+        c.rateMultiplier = k.rate;
+        c.startOnTimeline = k.start;
+        EXPECT_DOUBLE_EQ(c.sourceLength(), k.source) << k.in << ".." << k.out << " x" << k.rate;
+        EXPECT_DOUBLE_EQ(c.timelineLength(), k.timeline) << k.in << ".." << k.out << " x" << k.rate;
+        EXPECT_DOUBLE_EQ(c.timelineEnd(), k.end) << k.in << ".." << k.out << " x" << k.rate;
     }
-    EXPECT_DOUBLE_EQ(span(0, 6, 0.5).timelineLength(), 12);
 }
 
 TEST(Clip, RowsFollowStreamsAndMask) {
@@ -93,15 +80,15 @@ TEST(Clip, RowsFollowStreamsAndMask) {
         StreamMask mask;
         bool onVideo, onAudio;
     };
-    for (const Case& k : std::vector<Case>{
-             {true, true, StreamMask::both, true, true},
-             {true, true, StreamMask::videoOnly, true, false},
-             {true, true, StreamMask::audioOnly, false, true},
-             {false, true, StreamMask::both, false, true},
-             {true, false, StreamMask::both, true, false},
-             {false, true, StreamMask::videoOnly, false, false},
-             {false, false, StreamMask::both, false, false},
-         }) {
+    const StreamMask both = StreamMask::both, video = StreamMask::videoOnly,
+                     audio = StreamMask::audioOnly;
+    for (const Case& k : std::vector<Case>{{true, true, both, true, true},
+                                           {true, true, video, true, false},
+                                           {true, true, audio, false, true},
+                                           {false, true, both, false, true},
+                                           {true, false, both, true, false},
+                                           {false, true, video, false, false},
+                                           {false, false, both, false, false}}) {
         Clip c;
         c.hasVideo = k.video;
         c.hasAudio = k.audio;
@@ -114,7 +101,6 @@ TEST(Clip, RowsFollowStreamsAndMask) {
 TEST(Clip, MediaURLIsTheBackwardRenderOnlyOnceAReversedClipHasOne) {
     Clip c;
     c.url = "/m/a.mov";
-    EXPECT_EQ(c.mediaURL(), "/m/a.mov");
     c.isReversed = true;
     EXPECT_EQ(c.mediaURL(), "/m/a.mov");
     c.reversedURL = "/tmp/r.mov";
@@ -125,11 +111,19 @@ TEST(Clip, MediaURLIsTheBackwardRenderOnlyOnceAReversedClipHasOne) {
 
 // Equality and hashing.
 
-TEST(Clip, ACopyIsEqualAndHashesAlike) {
+TEST(Clip, EqualValuesHashAlikeButAbsentPeaksDifferFromNone) {
     Clip a = fullClip();
+    a.inSeconds = 0.0;
     Clip b = a;
+    b.inSeconds = -0.0;
+    b.waveformPeaks = makePeaks({0.1f, 0.5f, 0.9f});  // peaks compare by value, not identity
     EXPECT_EQ(a, b);
     EXPECT_EQ(std::hash<Clip>{}(a), std::hash<Clip>{}(b));
+
+    a.waveformPeaks.reset();
+    b.waveformPeaks = makePeaks({});
+    EXPECT_NE(a, b);
+    EXPECT_NE(b, a);
 }
 
 TEST(Clip, EveryFieldTakesPartInEquality) {
@@ -161,6 +155,7 @@ TEST(Clip, EveryFieldTakesPartInEquality) {
         {"forwardOutSeconds absent", [](Clip& c) { c.forwardOutSeconds.reset(); }},
         {"isMissing", [](Clip& c) { c.isMissing = true; }},
         {"startOnTimeline", [](Clip& c) { c.startOnTimeline = 4; }},
+        // Images compare by identity: a new image with the same pixels differs.
         {"thumbnail", [](Clip& c) { c.thumbnail = makeImage(); }},
         {"thumbnail absent", [](Clip& c) { c.thumbnail.reset(); }},
         {"filmstrip frame", [](Clip& c) { c.filmstrip[1] = makeImage(); }},
@@ -186,137 +181,40 @@ TEST(Clip, EveryFieldTakesPartInEquality) {
     }
 }
 
-TEST(Clip, PeaksCompareElementByElementNotByIdentity) {
-    Clip a = fullClip();
-    Clip b = a;
-    b.waveformPeaks = makePeaks({0.1f, 0.5f, 0.9f});
-    ASSERT_NE(a.waveformPeaks, b.waveformPeaks);
-    EXPECT_EQ(a, b);
-    EXPECT_EQ(std::hash<Clip>{}(a), std::hash<Clip>{}(b));
-}
-
-TEST(Clip, AbsentPeaksEqualOnlyAbsentPeaks) {
-    Clip a = fullClip();
-    a.waveformPeaks.reset();
-    Clip b = a;
-    EXPECT_EQ(a, b);
-    b.waveformPeaks = makePeaks({});
-    EXPECT_NE(a, b);
-    EXPECT_NE(b, a);
-}
-
-TEST(Clip, ImagesCompareByIdentityNotByPixels) {
-    Clip a = fullClip();
-    Clip b = a;
-    b.thumbnail = makeImage();
-    ASSERT_EQ(a.thumbnail->rgba, b.thumbnail->rgba);
-    EXPECT_NE(a, b);
-
-    Clip c = a;
-    c.filmstrip = {makeImage(), makeImage()};
-    EXPECT_NE(a, c);
-}
-
-TEST(Clip, SignedZeroesAreEqualAndHashAlike) {
-    Clip a = span(0.0, 5);
-    Clip b = span(-0.0, 5);
-    ASSERT_EQ(a, b);
-    EXPECT_EQ(std::hash<Clip>{}(a), std::hash<Clip>{}(b));
-}
-
-TEST(Clip, TwoProbesOfOneFileUnderDifferentIdsAreUnequal) {
-    Clip a = fullClip();
-    Clip b = a;
-    b.id = common::Uuid::random();
-    EXPECT_NE(a, b);
-    std::unordered_set<Clip> set{a, b, a};
-    EXPECT_EQ(set.size(), 2u);
-}
-
-TEST(Clip, CopiesShareImagesAndPeaksInsteadOfDuplicatingThem) {
-    Clip a = fullClip();
-    Clip b = a;
-    EXPECT_EQ(a.thumbnail.get(), b.thumbnail.get());
-    EXPECT_EQ(a.waveformPeaks.get(), b.waveformPeaks.get());
-    EXPECT_EQ(a.filmstrip[0].get(), b.filmstrip[0].get());
-}
-
 // The placeholder for a lost file.
 
-model::VantrellSnapshotClip fullRecord() {
-    model::VantrellSnapshotClip r;
-    r.id = common::Uuid::random();
-    r.url = "/media/Lost Clip.mov";
-    r.bookmark = model::Bytes{9, 8, 7};
-    r.inSeconds = 1.5;
-    r.outSeconds = 4.25;
-    r.startOnTimeline = 7;
+TEST(Clip, APlaceholderKeepsTheRecordsFileAndEditDecisionsWithFixedMediaValues) {
+    model::VantrellSnapshotClip r{
+        common::Uuid::random(), "/media/Lost Clip.mov", model::Bytes{9, 8, 7}, 1.5, 4.25, 7};
     r.streamMask = StreamMask::audioOnly;
     r.linkGroupID = common::Uuid::random();
     r.rateMultiplier = 0.5;
     r.isReversed = true;
     r.forwardInSeconds = 2;
     r.forwardOutSeconds = 6;
-    return r;
-}
-
-TEST(Clip, PlaceholderKeepsTheRecordsFileAndEditDecisions) {
-    const auto r = fullRecord();
     Clip c = Clip::missingPlaceholder(r);
-    EXPECT_EQ(c.id, r.id);
-    EXPECT_EQ(c.url, r.url);
-    EXPECT_EQ(c.bookmark, r.bookmark);
+    EXPECT_EQ(model::snapshotRecord(c), r);
     EXPECT_EQ(c.displayName, "Lost Clip.mov");
-    EXPECT_EQ(c.inSeconds, 1.5);
-    EXPECT_EQ(c.outSeconds, 4.25);
-    EXPECT_EQ(c.startOnTimeline, 7);
-    EXPECT_EQ(c.streamMask, StreamMask::audioOnly);
-    EXPECT_EQ(c.linkGroupID, r.linkGroupID);
-    EXPECT_EQ(c.rateMultiplier, 0.5);
-    EXPECT_TRUE(c.isReversed);
-    EXPECT_EQ(c.forwardInSeconds, 2);
-    EXPECT_EQ(c.forwardOutSeconds, 6);
-}
-
-TEST(Clip, PlaceholderStandsInWithFixedMediaValues) {
-    Clip c = Clip::missingPlaceholder(fullRecord());
     EXPECT_TRUE(c.isMissing);
-    EXPECT_TRUE(c.hasVideo);
-    EXPECT_TRUE(c.hasAudio);
+    EXPECT_TRUE(c.hasVideo && c.hasAudio);
     EXPECT_EQ(c.fullDurationSeconds, 4.25);
     EXPECT_EQ(c.frameRate, 30.0);
     EXPECT_EQ(c.naturalSize, (model::Size{0, 0}));
     EXPECT_EQ(c.fingerprint, "missing");
-    EXPECT_FALSE(c.reversedURL);
-    EXPECT_FALSE(c.thumbnail);
+    EXPECT_FALSE(c.reversedURL || c.thumbnail || c.waveform || c.waveformPeaks);
     EXPECT_TRUE(c.filmstrip.empty());
-    EXPECT_FALSE(c.waveform);
-    EXPECT_FALSE(c.waveformPeaks);
-}
 
-TEST(Clip, PlaceholderOfAZeroLengthRecordLastsOneHundredthOfASecond) {
-    auto r = fullRecord();
-    r.outSeconds = 0;
-    EXPECT_EQ(Clip::missingPlaceholder(r).fullDurationSeconds, 0.01);
-    r.outSeconds = 0.005;
-    EXPECT_EQ(Clip::missingPlaceholder(r).fullDurationSeconds, 0.01);
-}
+    for (double out : {0.0, 0.005}) {
+        r.outSeconds = out;
+        EXPECT_EQ(Clip::missingPlaceholder(r).fullDurationSeconds, 0.01) << out;
+    }
 
-TEST(Clip, PlaceholderFillsAbsentRecordFieldsWithDefaults) {
-    model::VantrellSnapshotClip r;
-    r.id = common::Uuid::random();
-    r.url = "/media/a.wav";
-    r.outSeconds = 3;
-    Clip c = Clip::missingPlaceholder(r);
+    model::VantrellSnapshotClip bare{common::Uuid::random(), "/media/a.wav", {}, 0, 3, 0};
+    c = Clip::missingPlaceholder(bare);
     EXPECT_EQ(c.streamMask, StreamMask::both);
     EXPECT_EQ(c.rateMultiplier, 1.0);
-    EXPECT_FALSE(c.isReversed);
-    EXPECT_FALSE(c.bookmark);
-    EXPECT_FALSE(c.linkGroupID);
-    EXPECT_FALSE(c.forwardInSeconds);
-    // Whatever the lost file held, the placeholder stands on both rows.
-    EXPECT_TRUE(c.isOnVideoRow());
-    EXPECT_TRUE(c.isOnAudioRow());
+    EXPECT_EQ(model::snapshotRecord(c), bare) << "absent fields take their defaults";
+    EXPECT_TRUE(c.isOnVideoRow() && c.isOnAudioRow()) << "whatever the lost file held";
 }
 
 }  // namespace

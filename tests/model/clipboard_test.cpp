@@ -1,4 +1,3 @@
-#include <filesystem>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -19,16 +18,19 @@ using model::PasteboardType;
 using model::Project;
 using model::StreamMask;
 using model_test::FakeMediaServices;
+using model_test::Placement;
+using model_test::placement;
 using nlohmann::json;
 
 class ClipboardTest : public model_test::MediaProjectTest {
   protected:
-    // Puts `clips` on the timeline and selects them all.
-    void placeAndSelect(const std::vector<Clip>& clips) {
+    // Puts `clips` on the timeline, selects them all and copies them.
+    void copy(const std::vector<Clip>& clips) {
         project.setClips(clips);
         std::unordered_set<Uuid> ids;
         for (const auto& c : clips) ids.insert(c.id);
         project.setSelectedClipIDs(ids);
+        project.copySelection();
     }
 
     json payload() {
@@ -37,14 +39,17 @@ class ClipboardTest : public model_test::MediaProjectTest {
         return text ? json::parse(*text) : json();
     }
 
+    void paste() {
+        project.pasteAtPlayhead();
+        executor.drain();
+    }
+
     // The clips that the last paste appended, in stacking order.
     std::vector<Clip> pastedAfter(std::size_t existing) {
         const auto& all = project.clips();
         return {all.begin() + static_cast<std::ptrdiff_t>(existing), all.end()};
     }
 };
-
-// Copying.
 
 TEST_F(ClipboardTest, CopyWritesTheSelectedClipsInTimelineOrderAsCompactRecords) {
     Clip late = liveClip("/m/c.mov", 1, 30);
@@ -59,7 +64,6 @@ TEST_F(ClipboardTest, CopyWritesTheSelectedClipsInTimelineOrderAsCompactRecords)
     ASSERT_TRUE(text);
     EXPECT_EQ(text->find('\n'), std::string::npos) << "not pretty-printed";
     json records = json::parse(*text);
-    ASSERT_TRUE(records.is_array());
     ASSERT_EQ(records.size(), 3u);
     EXPECT_EQ(records[0]["id"], early.id.toString());
     EXPECT_EQ(records[1]["id"], middle.id.toString());
@@ -70,28 +74,33 @@ TEST_F(ClipboardTest, CopyWritesTheSelectedClipsInTimelineOrderAsCompactRecords)
     for (const auto& key : {"streamMask", "rateMultiplier", "isReversed", "reversedURL",
                             "displayName", "fullDurationSeconds"})
         EXPECT_FALSE(records[0].contains(key)) << key;
-    EXPECT_FALSE(project.canUndo());
-    EXPECT_EQ(project.compositionToken(), 0);
+    EXPECT_EQ(model_test::lastStep(project), model_test::Step{});
 }
 
-TEST_F(ClipboardTest, CopyWithoutASelectedClipLeavesThePasteboardAsItWas) {
-    project.setClips({liveClip("/m/a.mov", 1)});
+TEST_F(ClipboardTest, CopyWithoutASelectedClipOrAPasteboardDoesNothing) {
+    Clip a = liveClip("/m/a.mov", 1);
+    project.setClips({a});
     pasteboard->put("public.utf8-plain-text", "hello");
     project.copySelection();
     project.setSelectedClipIDs({Uuid::random()});
     project.copySelection();
     EXPECT_EQ(pasteboard->writes(), 0);
     EXPECT_TRUE(pasteboard->data("public.utf8-plain-text"));
-}
 
-// Pasting.
+    Project bare{{&executor, media}};
+    model_test::place(bare, {a}, a.id);
+    bare.copySelection();
+    bare.pasteAtPlayhead();
+    executor.drain();
+    EXPECT_EQ(bare.clips().size(), 1u);
+    EXPECT_FALSE(bare.canUndo());
+}
 
 TEST_F(ClipboardTest, PasteLandsTheEarliestAtThePlayheadAndKeepsTheDistances) {
     Clip a = liveClip("/m/a.mov", 1, 10);
     Clip b = liveClip("/m/b.mov", 1, 12);
     Clip c = liveClip("/m/c.mov", 1, 30);
-    placeAndSelect({c, a, b});
-    project.copySelection();
+    copy({c, a, b});
     project.setPlayheadGlobal(100);
     model_test::Recorder r(project);
     project.pasteAtPlayhead();
@@ -101,17 +110,17 @@ TEST_F(ClipboardTest, PasteLandsTheEarliestAtThePlayheadAndKeepsTheDistances) {
 
     auto pasted = pastedAfter(3);
     ASSERT_EQ(pasted.size(), 3u);
-    EXPECT_EQ(pasted[0].startOnTimeline, 100);
-    EXPECT_EQ(pasted[1].startOnTimeline, 102);
-    EXPECT_EQ(pasted[2].startOnTimeline, 120);
     EXPECT_EQ(pasted[0].url, "/m/a.mov");
+    std::vector<double> starts;
+    std::unordered_set<Uuid> ids{a.id, b.id, c.id};
     for (const Clip& p : pasted) {
-        EXPECT_NE(p.id, a.id);
-        EXPECT_NE(p.id, b.id);
-        EXPECT_NE(p.id, c.id);
+        starts.push_back(p.startOnTimeline);
+        ids.insert(p.id);
         EXPECT_EQ(p.filmstrip.size(), FakeMediaServices::kFilmstripFrames) << "enriched anew";
         EXPECT_TRUE(p.waveformPeaks);
     }
+    EXPECT_EQ(starts, (std::vector<double>{100, 102, 120}));
+    EXPECT_EQ(ids.size(), 6u) << "new ids";
     EXPECT_EQ(project.selectedClipIDs(), std::unordered_set<Uuid>{pasted[0].id});
     EXPECT_EQ(project.selectedClipID(), pasted[0].id);
     EXPECT_EQ(project.undoCount(), 1u);
@@ -122,24 +131,6 @@ TEST_F(ClipboardTest, PasteLandsTheEarliestAtThePlayheadAndKeepsTheDistances) {
     EXPECT_EQ(project.clips().size(), 3u);
 }
 
-TEST_F(ClipboardTest, PastingAgainGivesAnotherSetWithNewIds) {
-    Clip a = liveClip("/m/a.mov", 2, 5);
-    placeAndSelect({a});
-    project.copySelection();
-    auto text = pasteboard->payloadText();
-    project.pasteAtPlayhead();
-    executor.drain();
-    project.pasteAtPlayhead();
-    executor.drain();
-
-    ASSERT_EQ(project.clips().size(), 3u);
-    EXPECT_NE(project.clips()[1].id, project.clips()[2].id);
-    EXPECT_EQ(project.clips()[1].startOnTimeline, 0);
-    EXPECT_EQ(project.clips()[2].startOnTimeline, 0) << "on top of each other";
-    EXPECT_EQ(project.undoCount(), 2u);
-    EXPECT_EQ(pasteboard->payloadText(), text) << "paste leaves the pasteboard alone";
-}
-
 TEST_F(ClipboardTest, EditDecisionsComeFromTheRecordAndTheRestFromTheFile) {
     Clip a = liveClip("/m/a.wav", 10, 3, false, true);
     a.inSeconds = 2;
@@ -147,39 +138,33 @@ TEST_F(ClipboardTest, EditDecisionsComeFromTheRecordAndTheRestFromTheFile) {
     a.rateMultiplier = 2;
     a.streamMask = StreamMask::audioOnly;
     a.displayName = "renamed";
-    placeAndSelect({a});
-    project.copySelection();
+    a.url = "/m/old-home.wav";  // the bookmark finds the file where it moved
+    copy({a});
     project.setPlayheadGlobal(1);
-    project.pasteAtPlayhead();
-    executor.drain();
+    paste();
 
     ASSERT_EQ(project.clips().size(), 2u);
     const Clip& p = project.clips()[1];
-    EXPECT_EQ(p.inSeconds, 2);
-    EXPECT_EQ(p.outSeconds, 6);
+    EXPECT_EQ(placement(p), (Placement{2, 6, 1}));
     EXPECT_EQ(p.rateMultiplier, 2);
     EXPECT_EQ(p.streamMask, StreamMask::audioOnly);
-    EXPECT_EQ(p.startOnTimeline, 1);
+    EXPECT_EQ(p.url, "/m/a.wav");
     EXPECT_EQ(p.displayName, "a.wav");
     EXPECT_EQ(p.bookmark, FakeMediaServices::bookmarkFor("/m/a.wav"));
 }
 
-// Links.
-
-TEST_F(ClipboardTest, HalvesPastedTogetherFormANewPairOfTheirOwn) {
+TEST_F(ClipboardTest, HalvesPastedTogetherFormANewPairEachTimeAndPastingLeavesThePasteboard) {
     Uuid group = Uuid::random();
     Clip video = liveClip("/m/a.mov", 4, 0);
     video.streamMask = StreamMask::videoOnly;
     video.linkGroupID = group;
-    Clip audio = liveClip("/m/a.mov", 4, 0);
+    Clip audio = video;
+    audio.id = Uuid::random();
     audio.streamMask = StreamMask::audioOnly;
-    audio.linkGroupID = group;
-    placeAndSelect({video, audio});
-    project.copySelection();
-    project.pasteAtPlayhead();
-    executor.drain();
-    project.pasteAtPlayhead();
-    executor.drain();
+    copy({video, audio});
+    auto text = pasteboard->payloadText();
+    paste();
+    paste();
 
     auto pasted = pastedAfter(2);
     ASSERT_EQ(pasted.size(), 4u);
@@ -190,45 +175,35 @@ TEST_F(ClipboardTest, HalvesPastedTogetherFormANewPairOfTheirOwn) {
     EXPECT_EQ(pasted[1].streamMask, StreamMask::audioOnly);
     EXPECT_NE(pasted[2].linkGroupID, pasted[0].linkGroupID) << "each paste renews the group";
     EXPECT_EQ(pasted[3].linkGroupID, pasted[2].linkGroupID);
+    EXPECT_NE(pasted[2].id, pasted[0].id);
+    EXPECT_EQ(pasted[2].startOnTimeline, 0) << "on top of the first paste";
+    EXPECT_EQ(project.undoCount(), 2u);
+    EXPECT_EQ(pasteboard->payloadText(), text);
     EXPECT_EQ(project.linkState(pasted[0].id), ClipLinkState::unlinked);
 
     // The new pair links back together without touching the one it was copied from.
     project.toggleLinkAV(pasted[0].id);
     EXPECT_EQ(project.clip(video.id)->linkGroupID, group);
     EXPECT_EQ(project.clip(pasted[0].id)->streamMask, StreamMask::both);
-}
 
-TEST_F(ClipboardTest, OneHalfPastedAloneLosesItsLink) {
-    Uuid group = Uuid::random();
-    Clip audio = liveClip("/m/a.mov", 4, 0);
-    audio.streamMask = StreamMask::audioOnly;
-    audio.linkGroupID = group;
-    placeAndSelect({audio});
-    project.copySelection();
+    copy({audio});
     EXPECT_EQ(payload()[0]["linkGroupID"], group.toString());
-    project.pasteAtPlayhead();
-    executor.drain();
-
+    paste();
     ASSERT_EQ(project.clips().size(), 2u);
-    EXPECT_FALSE(project.clips()[1].linkGroupID);
+    EXPECT_FALSE(project.clips()[1].linkGroupID) << "one half pasted alone loses its link";
     EXPECT_EQ(project.clips()[1].streamMask, StreamMask::audioOnly);
 }
-
-// Reversal.
 
 TEST_F(ClipboardTest, AReversedClipPastesReversedAndRendersAnew) {
     Clip c = liveClip("/m/a.mov", 10, 0);
     c.isReversed = true;
     c.forwardInSeconds = 2;
     c.forwardOutSeconds = 5;
-    c.inSeconds = 0;
     c.outSeconds = 3;
     c.reversedURL = "/tmp/vantrell-reversed-old.mov";
-    placeAndSelect({c});
-    project.copySelection();
+    copy({c});
     EXPECT_FALSE(payload()[0].contains("reversedURL"));
-    project.pasteAtPlayhead();
-    executor.drain();
+    paste();
 
     ASSERT_EQ(project.clips().size(), 2u);
     const Clip& p = project.clips()[1];
@@ -248,8 +223,7 @@ TEST_F(ClipboardTest, AReversedClipPastesReversedAndRendersAnew) {
 TEST_F(ClipboardTest, APlaceholdersRecordIsSkippedWhileItsFileIsGone) {
     Clip live = liveClip("/m/a.mov", 2, 4);
     Clip lost = Clip::missingPlaceholder({Uuid::random(), "/gone/b.mov", {}, 0, 3, 0});
-    placeAndSelect({live, lost});
-    project.copySelection();
+    copy({live, lost});
     ASSERT_EQ(payload().size(), 2u) << "a placeholder is copied like any clip";
     project.setPlayheadGlobal(10);
     project.pasteAtPlayhead();
@@ -263,39 +237,22 @@ TEST_F(ClipboardTest, APlaceholdersRecordIsSkippedWhileItsFileIsGone) {
     EXPECT_TRUE(log.empty()) << log;
 
     media->add("/gone/b.mov", 3);
-    project.pasteAtPlayhead();
-    executor.drain();
+    paste();
     EXPECT_EQ(pastedAfter(3).size(), 2u) << "the same payload pastes once the file is back";
 }
 
 TEST_F(ClipboardTest, WhenEveryFileIsGoneTheEntryStaysAndTheTokenStillRises) {
     Clip lost = Clip::missingPlaceholder({Uuid::random(), "/gone/b.mov", {}, 0, 3, 0});
     Clip other = liveClip("/m/a.mov", 2, 4);
-    placeAndSelect({lost});
-    project.copySelection();
-    project.setClips({lost, other});
-    project.setSelectedClipID(other.id);
-    project.pasteAtPlayhead();
-    executor.drain();
-
+    copy({lost});
+    model_test::place(project, {lost, other}, other.id);
+    paste();
     EXPECT_EQ(project.clips().size(), 2u);
-    EXPECT_EQ(project.undoName(), "Paste");
+    EXPECT_EQ(model_test::lastStep(project), (model_test::Step{"Paste", 1}));
     EXPECT_EQ(project.selectedClipID(), other.id);
-    EXPECT_EQ(project.compositionToken(), 1);
 }
 
-TEST_F(ClipboardTest, TheBookmarkFindsAFileThatMoved) {
-    Clip moved = liveClip("/m/new-home.mov", 2, 0);
-    moved.url = "/m/old-home.mov";
-    placeAndSelect({moved});
-    project.copySelection();
-    project.pasteAtPlayhead();
-    executor.drain();
-    ASSERT_EQ(project.clips().size(), 2u);
-    EXPECT_EQ(project.clips()[1].url, "/m/new-home.mov");
-}
-
-// Payloads that are not ours.
+// Payloads from elsewhere.
 
 TEST_F(ClipboardTest, AnythingButAWellFormedPayloadDoesNothing) {
     Clip a = liveClip("/m/a.mov", 2, 0);
@@ -317,26 +274,20 @@ TEST_F(ClipboardTest, AnythingButAWellFormedPayloadDoesNothing) {
     model_test::Recorder r(project);
     for (const auto& c : cases) {
         pasteboard->put(c.type, c.text);
-        project.pasteAtPlayhead();
-        executor.drain();
+        paste();
         EXPECT_EQ(project.clips().size(), 1u) << c.text;
     }
     EXPECT_FALSE(project.canUndo());
-    EXPECT_TRUE(r.fields.empty());
-    EXPECT_EQ(r.didChangeCalls, 0);
-    EXPECT_EQ(media->probeCount(), 1) << "only the probe that made the clip";
+    EXPECT_TRUE(r.heardNothing());
+    EXPECT_EQ(media->probeCount(), 1u) << "only the probe that made the clip";
 
     pasteboard->put(PasteboardType::vantrellClips, "[" + record + "]");
-    project.pasteAtPlayhead();
-    executor.drain();
+    paste();
     EXPECT_EQ(project.clips().size(), 2u) << "the same record, well wrapped, pastes";
 }
 
 TEST_F(ClipboardTest, APayloadCopiedInOneProjectPastesIntoAnother) {
-    Clip a = liveClip("/m/a.mov", 2, 7);
-    placeAndSelect({a});
-    project.copySelection();
-
+    copy({liveClip("/m/a.mov", 2, 7)});
     Project other{{&executor, media, pasteboard}};
     other.setPlayheadGlobal(1);
     other.pasteAtPlayhead();
@@ -346,17 +297,6 @@ TEST_F(ClipboardTest, APayloadCopiedInOneProjectPastesIntoAnother) {
     EXPECT_EQ(other.clips()[0].startOnTimeline, 1);
     EXPECT_EQ(other.undoName(), "Paste");
     EXPECT_EQ(project.clips().size(), 1u);
-}
-
-TEST_F(ClipboardTest, WithoutAPasteboardCopyAndPasteDoNothing) {
-    Project bare{{&executor, media}};
-    bare.setClips({liveClip("/m/a.mov", 2)});
-    bare.setSelectedClipID(bare.clips()[0].id);
-    bare.copySelection();
-    bare.pasteAtPlayhead();
-    executor.drain();
-    EXPECT_EQ(bare.clips().size(), 1u);
-    EXPECT_FALSE(bare.canUndo());
 }
 
 }  // namespace

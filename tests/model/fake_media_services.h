@@ -1,5 +1,6 @@
 #pragma once
 
+#include <array>
 #include <chrono>
 #include <condition_variable>
 #include <filesystem>
@@ -20,16 +21,16 @@
 namespace model_test {
 
 // A media layer for model tests. The probe serves clips from a table keyed by path and
-// fails for any other path; it can be held so that its answers wait until released. The
-// reverse render answers a configured file, or none. Bookmarks are the path's text, and a
-// bookmark can be pointed at a new place to stand for a moved file.
-// Enrichment serves made-up results for the files in the table: kFilmstripFrames new frames
-// for a file with video, the asked number of kPeakLevel peaks for one with audio, and a new
-// image for the waveform; filmstrips and peaks can each be held like the probe, or made to
-// find nothing.
+// fails for any other path. Bookmarks are the path's text, and a bookmark can be pointed at
+// a new place to stand for a moved file. The reverse render answers a configured file, or
+// none. Enrichment serves made-up results for the files in the table: kFilmstripFrames new
+// frames for a file with video, the asked number of kPeakLevel peaks for one with audio, and
+// a new image for the waveform. Probes, filmstrips and peaks can each be held, so that they
+// wait in the background until released.
 // Called from the executor's workers, so every member takes the lock.
 class FakeMediaServices final : public model::MediaServices {
   public:
+    enum Work { probes, filmstrips, peaks };
     static constexpr const char* kProbeFailure = "The file can't be opened as media.";
     static constexpr std::size_t kFilmstripFrames = 3;
     static constexpr float kPeakLevel = 0.5f;
@@ -76,26 +77,28 @@ class FakeMediaServices final : public model::MediaServices {
         return lastProjectFolder_;
     }
 
-    // Probes started from now on wait inside the background until releaseProbes().
-    void holdProbes() {
+    // Work of this kind started from now on waits inside the background until release().
+    void hold(Work work) {
         std::lock_guard lock(mutex_);
-        held_ = true;
+        held_[work] = true;
     }
-    void releaseProbes() {
+    void release() {
         {
             std::lock_guard lock(mutex_);
-            held_ = false;
+            held_ = {};
         }
-        released_.notify_all();
+        changed_.notify_all();
     }
-    // Blocks until `count` probes have started in all, held ones included.
-    void waitForProbes(int count) {
+    // Blocks until `count` tasks of this kind have started in all, held ones included; false
+    // if that doesn't happen within a few seconds.
+    bool waitFor(Work work, std::size_t count) {
         std::unique_lock lock(mutex_);
-        probeStarted_.wait(lock, [&] { return probeCount_ >= count; });
+        return changed_.wait_for(lock, std::chrono::seconds(10),
+                                 [&] { return started_[work] >= count; });
     }
-    int probeCount() {
+    std::size_t probeCount() {
         std::lock_guard lock(mutex_);
-        return probeCount_;
+        return started_[probes];
     }
 
     void setRenderResult(std::optional<std::filesystem::path> file) {
@@ -106,14 +109,30 @@ class FakeMediaServices final : public model::MediaServices {
         std::lock_guard lock(mutex_);
         return renderCalls_;
     }
+    std::vector<std::filesystem::path> filmstripCalls() {
+        std::lock_guard lock(mutex_);
+        return filmstripCalls_;
+    }
+    std::vector<PeaksCall> peakCalls() {
+        std::lock_guard lock(mutex_);
+        return peakCalls_;
+    }
+    // Filmstrips and peaks find nothing from now on, as for files that can't be decoded.
+    void findNoEnrichment() {
+        std::lock_guard lock(mutex_);
+        enrichmentFindsNothing_ = true;
+    }
+    // drawWaveform answers null from now on, as when there is no surface to draw on.
+    void failWaveformImages() {
+        std::lock_guard lock(mutex_);
+        waveformImagesFail_ = true;
+    }
 
     common::Result<model::Clip> probe(const std::filesystem::path& url,
                                       const std::optional<model::Bytes>& bookmark,
                                       const common::Uuid& id) override {
         std::unique_lock lock(mutex_);
-        ++probeCount_;
-        probeStarted_.notify_all();
-        released_.wait(lock, [&] { return !held_; });
+        start(probes, lock);
         auto it = files_.find(url);
         if (it == files_.end()) return common::Error{kProbeFailure};
         model::Clip c = it->second;
@@ -149,60 +168,10 @@ class FakeMediaServices final : public model::MediaServices {
         return renderResult_;
     }
 
-    // Filmstrips or peaks started from now on wait inside the background until
-    // releaseEnrichment().
-    void holdFilmstrips() {
-        std::lock_guard lock(mutex_);
-        filmstripsHeld_ = true;
-    }
-    void holdPeaks() {
-        std::lock_guard lock(mutex_);
-        peaksHeld_ = true;
-    }
-    void releaseEnrichment() {
-        {
-            std::lock_guard lock(mutex_);
-            filmstripsHeld_ = false;
-            peaksHeld_ = false;
-        }
-        released_.notify_all();
-    }
-    // Block until `count` filmstrips or peak extractions have started in all, held ones
-    // included; false if that doesn't happen within a few seconds.
-    bool waitForFilmstripCalls(std::size_t count) {
-        std::unique_lock lock(mutex_);
-        return enrichmentStarted_.wait_for(lock, kPatience,
-                                           [&] { return filmstripCalls_.size() >= count; });
-    }
-    bool waitForPeakCalls(std::size_t count) {
-        std::unique_lock lock(mutex_);
-        return enrichmentStarted_.wait_for(lock, kPatience,
-                                           [&] { return peakCalls_.size() >= count; });
-    }
-    std::vector<std::filesystem::path> filmstripCalls() {
-        std::lock_guard lock(mutex_);
-        return filmstripCalls_;
-    }
-    std::vector<PeaksCall> peakCalls() {
-        std::lock_guard lock(mutex_);
-        return peakCalls_;
-    }
-    // Filmstrips and peaks find nothing from now on, as for files that can't be decoded.
-    void findNoEnrichment() {
-        std::lock_guard lock(mutex_);
-        enrichmentFindsNothing_ = true;
-    }
-    // drawWaveform answers null from now on, as when there is no surface to draw on.
-    void failWaveformImages() {
-        std::lock_guard lock(mutex_);
-        waveformImagesFail_ = true;
-    }
-
     std::vector<model::Image> generateFilmstrip(const std::filesystem::path& url, double) override {
         std::unique_lock lock(mutex_);
         filmstripCalls_.push_back(url);
-        enrichmentStarted_.notify_all();
-        released_.wait(lock, [&] { return !filmstripsHeld_; });
+        start(filmstrips, lock);
         auto it = files_.find(url);
         if (enrichmentFindsNothing_ || it == files_.end() || !it->second.hasVideo) return {};
         std::vector<model::Image> frames;
@@ -215,8 +184,7 @@ class FakeMediaServices final : public model::MediaServices {
                                                    int targetPeakCount) override {
         std::unique_lock lock(mutex_);
         peakCalls_.push_back({url, targetPeakCount});
-        enrichmentStarted_.notify_all();
-        released_.wait(lock, [&] { return !peaksHeld_; });
+        start(peaks, lock);
         auto it = files_.find(url);
         if (enrichmentFindsNothing_ || it == files_.end() || !it->second.hasAudio)
             return std::nullopt;
@@ -235,20 +203,21 @@ class FakeMediaServices final : public model::MediaServices {
     }
 
   private:
-    static constexpr std::chrono::seconds kPatience{10};
+    // Counts the task as started, then waits while its kind is held.
+    void start(Work work, std::unique_lock<std::mutex>& lock) {
+        ++started_[work];
+        changed_.notify_all();
+        changed_.wait(lock, [&] { return !held_[work]; });
+    }
 
     std::mutex mutex_;
-    std::condition_variable released_;
-    std::condition_variable probeStarted_;
-    std::condition_variable enrichmentStarted_;
-    bool held_ = false;
-    bool filmstripsHeld_ = false;
-    bool peaksHeld_ = false;
+    std::condition_variable changed_;
+    std::array<bool, 3> held_{};
+    std::array<std::size_t, 3> started_{};
     bool waveformImagesFail_ = false;
     bool enrichmentFindsNothing_ = false;
     std::vector<std::filesystem::path> filmstripCalls_;
     std::vector<PeaksCall> peakCalls_;
-    int probeCount_ = 0;
     std::map<std::filesystem::path, model::Clip> files_;
     std::optional<std::filesystem::path> renderResult_;
     std::vector<RenderCall> renderCalls_;
@@ -260,10 +229,7 @@ class FakeMediaServices final : public model::MediaServices {
 class MediaProjectTest : public testing::Test {
   protected:
     // Held work would keep the pool's workers from joining.
-    ~MediaProjectTest() override {
-        media->releaseProbes();
-        media->releaseEnrichment();
-    }
+    ~MediaProjectTest() override { media->release(); }
 
     // A live clip of a `seconds`-long file at `path`, as the probe makes it, placed at
     // `start`; the file stays known to the probe.

@@ -1,7 +1,13 @@
 #pragma once
 
 #include <algorithm>
+#include <cmath>
 #include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <utility>
 #include <vector>
 
 #include "common/uuid.h"
@@ -26,6 +32,47 @@ inline model::Clip clipAt(double start, double length, bool video = true, bool a
     return c;
 }
 
+// A clip's trim and place, to check an edit's arithmetic in one line. Equal within a
+// nanosecond, as sums of seconds rarely come out exact.
+struct Placement {
+    double in = 0;
+    double out = 0;
+    double start = 0;
+    friend bool operator==(const Placement& a, const Placement& b) {
+        auto near = [](double x, double y) { return std::abs(x - y) < 1e-9; };
+        return near(a.in, b.in) && near(a.out, b.out) && near(a.start, b.start);
+    }
+    friend std::ostream& operator<<(std::ostream& os, const Placement& p) {
+        return os << p.in << ".." << p.out << " at " << p.start;
+    }
+};
+
+inline Placement placement(const model::Clip& c) {
+    return {c.inSeconds, c.outSeconds, c.startOnTimeline};
+}
+
+// What edit commands leave behind: the newest history entry and the token; Step{} while
+// none has been carried out.
+struct Step {
+    std::optional<std::string> name;
+    std::int64_t token = 0;
+    friend bool operator==(const Step&, const Step&) = default;
+    friend std::ostream& operator<<(std::ostream& os, const Step& s) {
+        return os << (s.name ? *s.name : "no entry") << ", token " << s.token;
+    }
+};
+
+inline Step lastStep(const model::Project& p) {
+    return {p.undoName(), p.compositionToken()};
+}
+
+// Puts `clips` on the timeline, with `selected` as the whole selection if given.
+inline void place(model::Project& p, std::vector<model::Clip> clips,
+                  std::optional<common::Uuid> selected = std::nullopt) {
+    p.setClips(std::move(clips));
+    if (selected) p.setSelectedClipID(selected);
+}
+
 // Records what a project tells its observers and how often it calls didChange, for as
 // long as it lives.
 class Recorder {
@@ -44,6 +91,8 @@ class Recorder {
     std::size_t count(model::ProjectField f) const {
         return static_cast<std::size_t>(std::count(fields.begin(), fields.end(), f));
     }
+
+    bool heardNothing() const { return fields.empty() && didChangeCalls == 0; }
 
     std::vector<model::ProjectField> fields;
     int didChangeCalls = 0;

@@ -1,5 +1,4 @@
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,6 +15,10 @@ using model::Clip;
 using model::StreamMask;
 using model::VantrellSnapshotClip;
 using model_test::FakeMediaServices;
+using model_test::lastStep;
+using model_test::Placement;
+using model_test::placement;
+using model_test::Step;
 
 class RelinkTest : public model_test::MediaProjectTest {
   protected:
@@ -24,19 +27,6 @@ class RelinkTest : public model_test::MediaProjectTest {
         return Clip::missingPlaceholder({Uuid::random(), "/gone/a.mov",
                                          FakeMediaServices::bookmarkFor("/gone/a.mov"), in, out,
                                          start});
-    }
-
-    // A placeholder reversed over 2..6 of its file, relinked to a 12-second file.
-    Clip relinkReversed() {
-        media->add("/m/found.mov", 12);
-        VantrellSnapshotClip record{Uuid::random(), "/gone/a.mov", {}, 2, 6, 0};
-        record.isReversed = true;
-        record.forwardInSeconds = 2;
-        record.forwardOutSeconds = 6;
-        Clip old = Clip::missingPlaceholder(record);
-        project.setClips({old});
-        project.relinkClip(old.id, "/m/found.mov");
-        return old;
     }
 };
 
@@ -47,31 +37,34 @@ TEST_F(RelinkTest, TheClipKeepsItsIdentityPlaceAndSpeedAndTakesTheNewFile) {
     record.linkGroupID = Uuid::random();
     record.rateMultiplier = 2;
     Clip old = Clip::missingPlaceholder(record);
-    project.setClips({old});
-
+    Clip sameFile = placeholder(4, 8, 4);
+    project.setClips({old, sameFile});
     project.relinkClip(old.id, "/m/found.mov");
     EXPECT_FALSE(project.canUndo()) << "history waits for the probe";
     executor.drain();
 
-    ASSERT_EQ(project.clips().size(), 1u);
-    const Clip& now = project.clips()[0];
-    EXPECT_EQ(now.id, old.id);
-    EXPECT_FALSE(now.isMissing);
-    EXPECT_EQ(now.url, std::filesystem::path("/m/found.mov"));
-    EXPECT_EQ(now.bookmark, FakeMediaServices::bookmarkFor("/m/found.mov"));
-    EXPECT_EQ(now.displayName, "found.mov");
-    EXPECT_EQ(now.fullDurationSeconds, 12);
-    EXPECT_EQ(now.fingerprint, "v:1635148593:1280x720");
-    EXPECT_TRUE(now.thumbnail);
-    EXPECT_EQ(now.inSeconds, 1);
-    EXPECT_EQ(now.outSeconds, 6);
-    EXPECT_EQ(now.startOnTimeline, 4);
-    EXPECT_EQ(now.streamMask, StreamMask::videoOnly);
-    EXPECT_EQ(now.linkGroupID, record.linkGroupID);
-    EXPECT_EQ(now.rateMultiplier, 2);
-    EXPECT_EQ(project.undoName(), "Relink Clip");
-    EXPECT_EQ(project.compositionToken(), 1);
+    ASSERT_EQ(project.clips().size(), 2u);
+    EXPECT_EQ(project.clips()[1], sameFile) << "other placeholders of the file stay missing";
+    const Clip live = project.clips()[0];
+    EXPECT_EQ(live.id, old.id);
+    EXPECT_FALSE(live.isMissing);
+    EXPECT_EQ(live.url, std::filesystem::path("/m/found.mov"));
+    EXPECT_EQ(live.bookmark, FakeMediaServices::bookmarkFor("/m/found.mov"));
+    EXPECT_EQ(live.displayName, "found.mov");
+    EXPECT_EQ(live.fullDurationSeconds, 12);
+    EXPECT_EQ(live.fingerprint, "v:1635148593:1280x720");
+    EXPECT_TRUE(live.thumbnail);
+    EXPECT_EQ(placement(live), (Placement{1, 6, 4}));
+    EXPECT_EQ(live.streamMask, StreamMask::videoOnly);
+    EXPECT_EQ(live.linkGroupID, record.linkGroupID);
+    EXPECT_EQ(live.rateMultiplier, 2);
+    EXPECT_EQ(lastStep(project), (Step{"Relink Clip", 1}));
     EXPECT_TRUE(media->renderCalls().empty());
+
+    project.undo();
+    EXPECT_EQ(project.clips(), (std::vector<Clip>{old, sameFile}));
+    project.redo();
+    EXPECT_EQ(project.clips(), (std::vector<Clip>{live, sameFile}));
 }
 
 TEST_F(RelinkTest, TheTrimIsHeldInsideTheNewFile) {
@@ -99,14 +92,23 @@ TEST_F(RelinkTest, TheTrimIsHeldInsideTheNewFile) {
 }
 
 TEST_F(RelinkTest, AReversedPlaceholderKeepsItsStretchAndRendersAnew) {
-    Clip old = relinkReversed();
+    media->add("/m/found.mov", 12);
+    media->setRenderResult("/tmp/vantrell-reversed-1.mov");
+    VantrellSnapshotClip record{Uuid::random(), "/gone/a.mov", {}, 2, 6, 0};
+    record.isReversed = true;
+    record.forwardInSeconds = 2;
+    record.forwardOutSeconds = 6;
+    Clip old = Clip::missingPlaceholder(record);
+    project.setClips({old});
+    project.relinkClip(old.id, "/m/found.mov");
     std::string log = drainCapturingLog();
 
     const Clip& now = *project.clip(old.id);
     EXPECT_TRUE(now.isReversed);
     EXPECT_EQ(now.forwardInSeconds, 2);
     EXPECT_EQ(now.forwardOutSeconds, 6);
-    EXPECT_EQ(now.reversedURL, std::nullopt) << "the render failed, as configured";
+    EXPECT_EQ(now.reversedURL, std::filesystem::path("/tmp/vantrell-reversed-1.mov"));
+    EXPECT_EQ(placement(now), (Placement{0, 4, 0}));
     auto calls = media->renderCalls();
     ASSERT_EQ(calls.size(), 1u);
     EXPECT_EQ(calls[0].url, std::filesystem::path("/m/found.mov"));
@@ -114,42 +116,7 @@ TEST_F(RelinkTest, AReversedPlaceholderKeepsItsStretchAndRendersAnew) {
     EXPECT_EQ(calls[0].toSeconds, 6);
     EXPECT_NE(log.find("renderReversedAsync dispatched for found.mov range=[2.000000..6.000000]"),
               std::string::npos);
-}
-
-TEST_F(RelinkTest, AReversedPlaceholderGetsItsRenderWhenItLands) {
-    media->setRenderResult("/tmp/vantrell-reversed-1.mov");
-    Clip old = relinkReversed();
-    drainCapturingLog();
-    EXPECT_EQ(project.clip(old.id)->reversedURL,
-              std::filesystem::path("/tmp/vantrell-reversed-1.mov"));
-    EXPECT_EQ(project.clip(old.id)->inSeconds, 0);
-    EXPECT_EQ(project.clip(old.id)->outSeconds, 4);
     EXPECT_EQ(project.undoCount(), 1u);
-}
-
-TEST_F(RelinkTest, OtherPlaceholdersOfTheSameFileStayMissing) {
-    media->add("/m/found.mov", 12);
-    Clip a = placeholder(0, 4);
-    Clip b = placeholder(4, 8, 4);
-    project.setClips({a, b});
-    project.relinkClip(a.id, "/m/found.mov");
-    executor.drain();
-    EXPECT_FALSE(project.clip(a.id)->isMissing);
-    EXPECT_TRUE(project.clip(b.id)->isMissing);
-    EXPECT_EQ(*project.clip(b.id), b);
-}
-
-TEST_F(RelinkTest, UndoShowsThePlaceholderAgainAndRedoTheLiveClip) {
-    media->add("/m/found.mov", 12);
-    Clip a = placeholder(0, 4);
-    project.setClips({a});
-    project.relinkClip(a.id, "/m/found.mov");
-    executor.drain();
-    Clip live = *project.clip(a.id);
-    project.undo();
-    EXPECT_EQ(project.clips(), std::vector<Clip>{a});
-    project.redo();
-    EXPECT_EQ(project.clips(), std::vector<Clip>{live});
 }
 
 TEST_F(RelinkTest, AnAudioFileTakesTheClipOffTheVideoRowButKeepsItsMask) {
@@ -166,51 +133,44 @@ TEST_F(RelinkTest, AnAudioFileTakesTheClipOffTheVideoRowButKeepsItsMask) {
     EXPECT_FALSE(project.hasVideoContent());
 }
 
-TEST_F(RelinkTest, AFileThatCannotBeProbedIsLoggedAndChangesNothing) {
+TEST_F(RelinkTest, AnUnknownClipOrAFileThatCannotBeProbedChangesNothing) {
+    media->add("/m/found.mov", 12);
     Clip a = placeholder(0, 4);
     project.setClips({a});
     model_test::Recorder r(project);
+    project.relinkClip(Uuid::random(), "/m/found.mov");
+    executor.drain();
+    EXPECT_EQ(media->probeCount(), 0u);
+
     project.relinkClip(a.id, "/m/broken.mov");
     std::string log = drainCapturingLog();
     EXPECT_EQ(log, "Vantrell: relink failed for broken.mov\n");
     EXPECT_EQ(project.clips(), std::vector<Clip>{a});
-    EXPECT_FALSE(project.canUndo());
-    EXPECT_EQ(project.compositionToken(), 0);
-    EXPECT_EQ(r.didChangeCalls, 0);
-}
-
-TEST_F(RelinkTest, AnUnknownClipIsNotRelinked) {
-    media->add("/m/found.mov", 12);
-    project.setClips({placeholder(0, 4)});
-    project.relinkClip(Uuid::random(), "/m/found.mov");
-    executor.drain();
-    EXPECT_EQ(media->probeCount(), 0);
-    EXPECT_FALSE(project.canUndo());
+    EXPECT_EQ(lastStep(project), Step{});
+    EXPECT_TRUE(r.heardNothing());
 }
 
 TEST_F(RelinkTest, AClipDeletedDuringTheProbeStillRecordsAndRaisesTheToken) {
     media->add("/m/found.mov", 12);
     Clip a = placeholder(0, 4);
-    project.setClips({a});
-    project.setSelectedClipID(a.id);
+    model_test::place(project, {a}, a.id);
     project.relinkClip(a.id, "/m/found.mov");
     project.deleteSelected();
     auto token = project.compositionToken();
     executor.drain();
     EXPECT_TRUE(project.clips().empty());
-    EXPECT_EQ(project.undoName(), "Relink Clip");
-    EXPECT_EQ(project.compositionToken(), token + 1);
+    EXPECT_EQ(lastStep(project), (Step{"Relink Clip", token + 1}));
 }
 
 TEST_F(RelinkTest, AnEditDuringTheProbeIsReplacedByTheRelinkedClip) {
     media->add("/m/found.mov", 12);
     Clip a = placeholder(0, 4, 1);
     project.setClips({a});
-    media->holdProbes();
+    media->hold(FakeMediaServices::probes);
     project.relinkClip(a.id, "/m/found.mov");
-    media->waitForProbes(1);
+    ASSERT_TRUE(media->waitFor(FakeMediaServices::probes, 1));
     project.moveClip(a.id, 9);
-    media->releaseProbes();
+    media->release();
     executor.drain();
     EXPECT_EQ(project.clip(a.id)->startOnTimeline, 1);
     EXPECT_FALSE(project.clip(a.id)->isMissing);

@@ -16,68 +16,24 @@ using model::StreamMask;
 using model_test::clipAt;
 using model_test::Recorder;
 
-// Toggling.
-
-TEST(Selection, AToggledClipJoinsTheSelectionAndStandsForIt) {
+TEST(Selection, AToggledIDJoinsAndStandsForTheSelectionUntilToggledOut) {
     Project p;
-    Uuid a = Uuid::random();
-    Uuid b = Uuid::random();
+    Uuid a = Uuid::random(), b = Uuid::random(), c = Uuid::random();
+    p.selectGap({false, 1, 2});
     p.toggleSelection(a);
-    p.toggleSelection(b);
-    EXPECT_EQ(p.selectedClipIDs(), (std::unordered_set<Uuid>{a, b}));
-    EXPECT_EQ(p.selectedClipID(), b) << "the clip added last";
-}
-
-TEST(Selection, TogglingTheAnchorOutLeavesSomeRemainingMemberOrNothing) {
-    Project p;
-    Uuid a = Uuid::random();
-    Uuid b = Uuid::random();
-    p.toggleSelection(a);
-    p.toggleSelection(b);
-    p.toggleSelection(b);
-    EXPECT_EQ(p.selectedClipIDs(), std::unordered_set<Uuid>{a});
-    EXPECT_EQ(p.selectedClipID(), a);
-    EXPECT_EQ(p.selectionAnchor(), a);
-    p.toggleSelection(a);
-    EXPECT_TRUE(p.selectedClipIDs().empty());
-    EXPECT_EQ(p.selectedClipID(), std::nullopt);
-    EXPECT_EQ(p.selectionAnchor(), std::nullopt);
-}
-
-TEST(Selection, TogglingANonAnchorKeepsTheAnchor) {
-    Project p;
-    Uuid a = Uuid::random();
-    Uuid b = Uuid::random();
-    Uuid c = Uuid::random();
-    p.toggleSelection(a);
+    EXPECT_EQ(p.selectedGap(), std::nullopt) << "a toggle clears a gap, whatever the id";
     p.toggleSelection(b);
     p.toggleSelection(c);
+    EXPECT_EQ(p.selectedClipIDs(), (std::unordered_set<Uuid>{a, b, c}));
+    EXPECT_EQ(p.selectedClipID(), c) << "the id added last";
     p.toggleSelection(a);
-    EXPECT_EQ(p.selectedClipID(), c);
-}
-
-TEST(Selection, AToggleClearsAGapAndAcceptsAnyID) {
-    Project p;
-    p.selectGap({false, 1, 2});
-    Uuid nowhere = Uuid::random();
-    p.toggleSelection(nowhere);
-    EXPECT_EQ(p.selectedGap(), std::nullopt);
-    EXPECT_EQ(p.selectedClipID(), nowhere);
-}
-
-// Clicking through a stack.
-
-TEST(Selection, AClickOnALoneClipSelectsItAndAClickAgainChangesNothing) {
-    Project p;
-    Clip a = clipAt(0, 2);
-    Clip b = clipAt(5, 2);
-    p.setClips({a, b});
-    p.cycleSelection(a.id, false);
-    EXPECT_EQ(p.selectedClipID(), a.id);
-    Recorder r(p);
-    p.cycleSelection(a.id, false);
-    EXPECT_EQ(p.selectedClipID(), a.id);
-    EXPECT_TRUE(r.fields.empty());
+    EXPECT_EQ(p.selectedClipID(), c) << "toggling another keeps the anchor";
+    p.toggleSelection(c);
+    EXPECT_EQ(p.selectedClipIDs(), std::unordered_set<Uuid>{b});
+    EXPECT_EQ(p.selectionAnchor(), b) << "the anchor passes to a remaining member";
+    p.toggleSelection(b);
+    EXPECT_TRUE(p.selectedClipIDs().empty());
+    EXPECT_EQ(p.selectionAnchor(), std::nullopt);
 }
 
 Clip masked(Clip c, StreamMask mask) {
@@ -86,7 +42,8 @@ Clip masked(Clip c, StreamMask mask) {
 }
 
 // Clicks through stacks, each case from no selection unless it names one: clips by index,
-// and each click as the clip hit, whether on the audio row, and the clip then selected.
+// and each click as the clip hit, the row, and the clip then selected. The first click on a
+// stack takes its top whatever was hit; each next one goes down, wrapping.
 TEST(Selection, ClicksWalkDownAStackOfOverlappingClipsOnTheClickedRow) {
     struct Click {
         std::size_t hit;
@@ -94,39 +51,25 @@ TEST(Selection, ClicksWalkDownAStackOfOverlappingClipsOnTheClickedRow) {
         std::size_t selected;
     };
     struct Case {
-        const char* name;
         std::vector<Clip> clips;
         std::optional<std::size_t> selected;
         std::vector<Click> clicks;
+        const char* name;
     };
-    Clip zeroLength = clipAt(3, 2);
+    auto c = [](double start, double length) { return clipAt(start, length); };
+    Clip zeroLength = c(3, 2);
     zeroLength.inSeconds = 2;
+    Clip video = masked(c(0, 4), StreamMask::videoOnly);
+    Clip audio = masked(c(0, 4), StreamMask::audioOnly);
+    const bool V = false, A = true;  // the row clicked
     const std::vector<Case> cases = {
-        {"from the top whatever was hit, then down, wrapping",
-         {clipAt(0, 4), clipAt(0, 4), clipAt(0, 4)},
-         std::nullopt,
-         {{0, false, 2}, {2, false, 1}, {1, false, 0}, {1, false, 2}}},
-        {"from the selection, not the pointer",
-         {clipAt(0, 4), clipAt(1, 4), clipAt(2, 4)},
-         1,
-         {{2, false, 0}}},
-        {"a selection outside the stack goes to its top",
-         {clipAt(0, 4), clipAt(1, 4), clipAt(20, 1)},
-         2,
-         {{0, false, 1}}},
-        {"clips that only touch form no stack",
-         {clipAt(0, 2), clipAt(2, 2)},
-         std::nullopt,
-         {{0, false, 0}, {1, false, 1}}},
-        {"a stack is judged per row",
-         {masked(clipAt(0, 4), StreamMask::videoOnly), masked(clipAt(0, 4), StreamMask::audioOnly)},
-         std::nullopt,
-         {{0, false, 0}, {1, true, 1}, {1, true, 1}}},
-        {"clips with both streams stack on the audio row too",
-         {clipAt(0, 4), clipAt(1, 4)},
-         std::nullopt,
-         {{0, true, 1}}},
-        {"a zero-length clip alone", {zeroLength}, std::nullopt, {{0, false, 0}}},
+        {{c(0, 4), c(0, 4), c(0, 4)}, {}, {{0, V, 2}, {2, V, 1}, {1, V, 0}, {1, V, 2}}, "wrapping"},
+        {{c(0, 4), c(1, 4), c(2, 4)}, 1, {{2, V, 0}}, "from the selection, not the pointer"},
+        {{c(0, 4), c(1, 4), c(20, 1)}, 2, {{0, V, 1}}, "a selection outside goes to the top"},
+        {{c(0, 2), c(2, 2)}, {}, {{0, V, 0}, {1, V, 1}, {1, V, 1}}, "touching clips: no stack"},
+        {{video, audio}, {}, {{0, V, 0}, {1, A, 1}, {1, A, 1}}, "a stack is judged per row"},
+        {{c(0, 4), c(1, 4)}, {}, {{0, A, 1}}, "both streams stack on the audio row too"},
+        {{zeroLength}, {}, {{0, V, 0}}, "a zero-length clip alone"},
     };
     for (const Case& k : cases) {
         SCOPED_TRACE(k.name);
@@ -141,7 +84,7 @@ TEST(Selection, ClicksWalkDownAStackOfOverlappingClipsOnTheClickedRow) {
     }
 }
 
-TEST(Selection, AClickCollapsesAMultiSelectionToOneClip) {
+TEST(Selection, AClickOnAnUnknownClipChangesNothingAndOnAKnownOneLeavesOneClip) {
     Project p;
     Clip a = clipAt(0, 4);
     Clip b = clipAt(1, 4);
@@ -149,53 +92,37 @@ TEST(Selection, AClickCollapsesAMultiSelectionToOneClip) {
     p.setClips({a, b, far});
     p.toggleSelection(far.id);
     p.toggleSelection(a.id);
+    {
+        Recorder r(p);
+        p.cycleSelection(Uuid::random(), false);
+        EXPECT_TRUE(r.fields.empty());
+    }
     p.cycleSelection(a.id, false);
     EXPECT_EQ(p.selectedClipIDs(), std::unordered_set<Uuid>{b.id});
-}
-
-TEST(Selection, AClickOnAnUnknownClipChangesNothing) {
-    Project p;
-    Clip a = clipAt(0, 4);
-    p.setClips({a});
-    p.setSelectedClipID(a.id);
-    p.selectGap({false, 1, 2});
     Recorder r(p);
-    p.cycleSelection(Uuid::random(), false);
-    EXPECT_TRUE(r.fields.empty());
-    EXPECT_EQ(p.selectedGap(), (GapSelection{false, 1, 2}));
+    p.cycleSelection(far.id, false);
+    p.cycleSelection(far.id, false);
+    EXPECT_EQ(r.count(model::ProjectField::selectedClipIDs), 1u) << "a click again tells nothing";
 }
 
-// Gaps.
-
-TEST(Selection, AGapTapLeavesNoClipSelectedAndALaterClickClearsTheGap) {
+TEST(Selection, AGapTapSelectsNoClipAndMarksTheDocumentAndALaterClickClearsTheGap) {
     Project p;
     Clip a = clipAt(0, 2);
     Clip b = clipAt(4, 2);
     p.setClips({a, b});
-    p.toggleSelection(a.id);
+    Recorder r(p);
+    p.cycleSelection(a.id, false);
     p.toggleSelection(b.id);
+    EXPECT_EQ(r.didChangeCalls, 0) << "a clip selection does not";
     GapSelection gap{false, 2, 4};
     p.selectGap(gap);
+    EXPECT_EQ(r.didChangeCalls, 1);
     EXPECT_TRUE(p.selectedClipIDs().empty());
     EXPECT_EQ(p.selectionAnchor(), std::nullopt);
     EXPECT_EQ(p.selectedGap(), gap);
     p.cycleSelection(b.id, false);
     EXPECT_EQ(p.selectedGap(), std::nullopt);
     EXPECT_EQ(p.selectedClipID(), b.id);
-}
-
-TEST(Selection, AGapTapMarksTheDocumentAndAClipSelectionDoesNot) {
-    Project p;
-    Clip a = clipAt(0, 2);
-    Clip b = clipAt(4, 2);
-    p.setClips({a, b});
-    Recorder r(p);
-    p.cycleSelection(a.id, false);
-    p.toggleSelection(b.id);
-    p.setSelectedClipID(std::nullopt);
-    EXPECT_EQ(r.didChangeCalls, 0);
-    p.selectGap({false, 2, 4});
-    EXPECT_EQ(r.didChangeCalls, 1);
 }
 
 }  // namespace

@@ -21,24 +21,28 @@ Clip sized(Clip c, double width, double height) {
     return c;
 }
 
+Clip rated(Clip c, double frameRate, double rateMultiplier = 1) {
+    c.frameRate = frameRate;
+    c.rateMultiplier = rateMultiplier;
+    return c;
+}
+
+Clip masked(Clip c, StreamMask mask) {
+    c.streamMask = mask;
+    return c;
+}
+
 TEST(TimelineQueries, AnEmptyProjectHasNothingButTheDefaults) {
     Project p;
     p.setPlayheadGlobal(3);
     p.setCropInsetTop(0.2);
-    p.setCropInsetBottom(0.1);
     EXPECT_EQ(p.totalDurationSeconds(), 0);
-    EXPECT_TRUE(p.gaps(false).empty());
-    EXPECT_TRUE(p.gaps(true).empty());
-    EXPECT_FALSE(p.hasVideoContent());
-    EXPECT_FALSE(p.videoAtPlayhead());
-    EXPECT_FALSE(p.hasOverlap());
-    EXPECT_FALSE(p.hasCrop());
+    EXPECT_TRUE(p.gaps(false).empty() && p.gaps(true).empty());
+    EXPECT_FALSE(p.hasVideoContent() || p.videoAtPlayhead() || p.hasOverlap() || p.hasCrop());
     EXPECT_EQ(p.frameRateAtPlayhead(), 30.0);
     EXPECT_EQ(p.clipIDAt(0), std::nullopt);
-    EXPECT_EQ(p.videoNaturalSize(), std::nullopt);
-    EXPECT_EQ(p.naturalSizeAtPlayhead(), std::nullopt);
+    EXPECT_FALSE(p.videoNaturalSize() || p.naturalSizeAtPlayhead() || p.largestVideoSize());
     EXPECT_EQ(p.aspectAtPlayhead(), std::nullopt);
-    EXPECT_EQ(p.largestVideoSize(), std::nullopt);
     EXPECT_EQ(p.snapTargets(std::nullopt), (std::vector<double>{0, 3}));
 }
 
@@ -46,23 +50,16 @@ TEST(TimelineQueries, AnEmptyProjectHasNothingButTheDefaults) {
 
 TEST(TimelineQueries, GlobalRangeRunsToTheTimelineEndAtTheClipsRate) {
     Project p;
-    Clip c = clipAt(2, 8);
+    Clip c = rated(clipAt(2, 8), 25, 2);
     c.inSeconds = 2;
-    c.rateMultiplier = 2;
     p.setClips({c});
     EXPECT_EQ(p.globalStart(c.id), 2);
     EXPECT_EQ(p.globalRange(c.id), (model::TimelineRange{2, 5}));
+    EXPECT_EQ(p.globalStart(Uuid::random()), 0);
+    EXPECT_EQ(p.globalRange(Uuid::random()), (model::TimelineRange{0, 0}));
 }
 
-TEST(TimelineQueries, AnUnknownClipStartsAtZeroWithAnEmptyRange) {
-    Project p;
-    p.setClips({clipAt(4, 2)});
-    Uuid unknown = Uuid::random();
-    EXPECT_EQ(p.globalStart(unknown), 0);
-    EXPECT_EQ(p.globalRange(unknown), (model::TimelineRange{0, 0}));
-}
-
-TEST(TimelineQueries, ClipIDAtCountsTheStartButNotTheEnd) {
+TEST(TimelineQueries, ClipIDAtTakesTheTopClipFromItsStartToBeforeItsEndOnAnyRow) {
     Project p;
     Clip c = clipAt(1, 2);
     p.setClips({c});
@@ -70,59 +67,38 @@ TEST(TimelineQueries, ClipIDAtCountsTheStartButNotTheEnd) {
     EXPECT_EQ(p.clipIDAt(2.999), c.id);
     EXPECT_EQ(p.clipIDAt(3), std::nullopt);
     EXPECT_EQ(p.clipIDAt(0.999), std::nullopt);
-}
 
-TEST(TimelineQueries, OfTwoCoveringClipsClipIDAtTakesTheTopAndAspectTheBottom) {
-    Project p;
-    Clip bottom = sized(clipAt(0, 4), 1600, 900);
-    Clip top = sized(clipAt(0, 4), 1000, 1000);
-    p.setClips({bottom, top});
-    p.setPlayheadGlobal(1);
-    EXPECT_EQ(p.clipIDAt(1), top.id);
-    EXPECT_DOUBLE_EQ(*p.aspectAtPlayhead(), 16.0 / 9.0);
-    EXPECT_EQ(p.naturalSizeAtPlayhead(), (Size{1600, 900}));
-}
-
-TEST(TimelineQueries, ClipIDAtLooksAtNeitherRowNorMask) {
-    Project p;
     Clip video = clipAt(0, 4, true, false);
     Clip audio = clipAt(0, 4, false, true);
-    Clip masked = clipAt(0, 4);
-    masked.streamMask = StreamMask::audioOnly;
     p.setClips({video, audio});
     EXPECT_EQ(p.clipIDAt(2), audio.id);
-    p.setClips({video, masked});
-    EXPECT_EQ(p.clipIDAt(2), masked.id);
+    Clip audioOnly = masked(clipAt(0, 4), StreamMask::audioOnly);
+    p.setClips({video, audioOnly});
+    EXPECT_EQ(p.clipIDAt(2), audioOnly.id);
 }
 
 // Gaps and overlaps.
 
 TEST(TimelineQueries, GapsAndOverlapsOnOneRow) {
     struct Case {
-        const char* name;
         std::vector<Clip> clips;
         std::vector<GapSelection> gaps;
         bool overlap;
+        const char* name;
     };
+    auto c = [](double start, double length) { return clipAt(start, length); };
+    Clip video = masked(c(0, 3), StreamMask::videoOnly);
+    Clip audio = masked(c(0, 3), StreamMask::audioOnly);
     const std::vector<Case> cases = {
-        {"half a thousandth apart: no gap, no overlap",
-         {clipAt(0, 2), clipAt(2.0005, 2)},
-         {},
-         false},
-        {"two thousandths apart: a gap between the edges",
-         {clipAt(2.002, 2), clipAt(0, 2)},
-         {{false, 2, 2.002}},
-         false},
-        {"overlapping by two thousandths", {clipAt(0, 2), clipAt(1.998, 2)}, {}, true},
-        {"a long clip under two short ones hides the space between them",
-         {clipAt(0, 10), clipAt(1, 1), clipAt(5, 1), clipAt(12, 1)},
-         {{false, 10, 12}},
-         true},
-        {"gaps only between clips, in time order",
-         {clipAt(10, 1), clipAt(3, 1), clipAt(6, 2)},
-         {{false, 4, 6}, {false, 8, 10}},
-         false},
-        {"one clip has no gap", {clipAt(5, 1)}, {}, false},
+        {{c(0, 2), c(2.0005, 2)}, {}, false, "half a thousandth apart: neither"},
+        {{c(2.002, 2), c(0, 2)}, {{false, 2, 2.002}}, false, "two thousandths apart"},
+        {{c(0, 2), c(1.998, 2)}, {}, true, "overlapping by two thousandths"},
+        {{c(0, 10), c(1, 1), c(5, 1), c(12, 1)}, {{false, 10, 12}}, true, "a long clip under two"},
+        {{c(10, 1), c(3, 1), c(6, 2)}, {{false, 4, 6}, {false, 8, 10}}, false, "in time order"},
+        {{c(5, 1)}, {}, false, "one clip has no gap"},
+        {{video, audio}, {}, true, "an unlinked pair in one place overlaps"},
+        {{rated(c(0, 4), 25, 2), c(3, 1)}, {{false, 2, 3}}, false, "at double speed"},
+        {{c(0, 4), c(3, 1)}, {}, true, "the same clips at normal speed"},
     };
     for (const Case& k : cases) {
         SCOPED_TRACE(k.name);
@@ -135,42 +111,16 @@ TEST(TimelineQueries, GapsAndOverlapsOnOneRow) {
 
 TEST(TimelineQueries, EachRowHasItsOwnGaps) {
     Project p;
-    Clip both = clipAt(0, 2);
-    Clip video = clipAt(4, 2, true, false);
-    Clip audio = clipAt(3, 2, false, true);
-    Clip videoOfBoth = clipAt(8, 1);
-    videoOfBoth.streamMask = StreamMask::videoOnly;
-    p.setClips({both, video, audio, videoOfBoth});
+    p.setClips({clipAt(0, 2), clipAt(4, 2, true, false), clipAt(3, 2, false, true),
+                masked(clipAt(8, 1), StreamMask::videoOnly)});
     EXPECT_EQ(p.gaps(false), (std::vector<GapSelection>{{false, 2, 4}, {false, 6, 8}}));
     EXPECT_EQ(p.gaps(true), (std::vector<GapSelection>{{true, 2, 3}}));
-}
-
-TEST(TimelineQueries, AnUnlinkedPairInOnePlaceCountsAsOverlap) {
-    Project p;
-    Clip video = clipAt(0, 3);
-    video.streamMask = StreamMask::videoOnly;
-    Clip audio = clipAt(0, 3);
-    audio.streamMask = StreamMask::audioOnly;
-    p.setClips({video, audio});
-    EXPECT_TRUE(p.hasOverlap());
-}
-
-TEST(TimelineQueries, OverlapReadsTheTimelineLengthAtEachRate) {
-    Project p;
-    Clip fast = clipAt(0, 4);
-    fast.rateMultiplier = 2;  // ends at 2
-    p.setClips({fast, clipAt(3, 1)});
-    EXPECT_FALSE(p.hasOverlap());
-    p.updateClip(fast.id, [](Clip& c) { c.rateMultiplier = 1; });
-    EXPECT_TRUE(p.hasOverlap());
 }
 
 // Video content, sizes and rates.
 
 TEST(TimelineQueries, AnAudioOnlyMaskCountsForNoVideoQueryAndAPlaceholderForNoSize) {
-    Clip audioOnly = sized(clipAt(0, 4), 1920, 1080);
-    audioOnly.streamMask = StreamMask::audioOnly;
-    audioOnly.frameRate = 24;
+    Clip audioOnly = rated(sized(masked(clipAt(0, 4), StreamMask::audioOnly), 1920, 1080), 24);
     Clip placeholder = Clip::missingPlaceholder({Uuid::random(), "/gone.mov", {}, 0, 4, 0});
     for (const auto& [clip, isVideo] :
          {std::pair{audioOnly, false}, std::pair{placeholder, true}}) {
@@ -180,86 +130,63 @@ TEST(TimelineQueries, AnAudioOnlyMaskCountsForNoVideoQueryAndAPlaceholderForNoSi
         p.setPlayheadGlobal(1);
         EXPECT_EQ(p.hasVideoContent(), isVideo);
         EXPECT_EQ(p.videoAtPlayhead(), isVideo);
-        EXPECT_EQ(p.videoNaturalSize(), std::nullopt);
-        EXPECT_EQ(p.naturalSizeAtPlayhead(), std::nullopt);
-        EXPECT_EQ(p.largestVideoSize(), std::nullopt);
+        EXPECT_FALSE(p.videoNaturalSize() || p.naturalSizeAtPlayhead() || p.largestVideoSize());
         EXPECT_EQ(p.frameRateAtPlayhead(), 30.0);
     }
-}
-
-TEST(TimelineQueries, VideoAtPlayheadCountsTheStartButNotTheEnd) {
     Project p;
     p.setClips({clipAt(2, 2, true, false), clipAt(0, 8, false, true)});
     p.setPlayheadGlobal(2);
-    EXPECT_TRUE(p.videoAtPlayhead());
+    EXPECT_TRUE(p.videoAtPlayhead()) << "from the start";
     p.setPlayheadGlobal(4);
-    EXPECT_FALSE(p.videoAtPlayhead());
+    EXPECT_FALSE(p.videoAtPlayhead()) << "to before the end";
 }
 
 TEST(TimelineQueries, VideoNaturalSizeAsksOnlyTheFirstVideoClip) {
     Project p;
     Clip audio = clipAt(0, 2, false, true);
-    Clip unsized = sized(clipAt(0, 2), 0, 720);
     Clip later = sized(clipAt(2, 2), 640, 480);
     p.setClips({audio, later});
     EXPECT_EQ(p.videoNaturalSize(), (Size{640, 480}));
-    p.setClips({audio, unsized, later});
+    p.setClips({audio, sized(clipAt(0, 2), 0, 720), later});
     EXPECT_EQ(p.videoNaturalSize(), std::nullopt);
 }
 
-TEST(TimelineQueries, SizeAtPlayheadFallsBackButAspectDoesNot) {
+TEST(TimelineQueries, SizeAndAspectAtPlayheadTakeTheLowestSizedClipThereAndOnlySizeFallsBack) {
     Project p;
-    Clip first = sized(clipAt(0, 2), 640, 480);
-    Clip unsizedAtPlayhead = sized(clipAt(2, 2), 0, 0);
-    p.setClips({first, unsizedAtPlayhead});
+    p.setClips({sized(clipAt(0, 4), 1600, 900), sized(clipAt(0, 4), 1000, 1000)});
+    p.setPlayheadGlobal(1);
+    EXPECT_EQ(p.naturalSizeAtPlayhead(), (Size{1600, 900}));
+    EXPECT_DOUBLE_EQ(*p.aspectAtPlayhead(), 16.0 / 9.0);
+
+    p.setClips({sized(clipAt(0, 4), 0, 0), sized(clipAt(0, 4), 720, 1280)});
+    EXPECT_EQ(p.naturalSizeAtPlayhead(), (Size{720, 1280})) << "an unsized clip is skipped";
+    EXPECT_DOUBLE_EQ(*p.aspectAtPlayhead(), 720.0 / 1280.0);
+
+    p.setClips({sized(clipAt(0, 2), 640, 480), sized(clipAt(2, 2), 0, 0)});
     p.setPlayheadGlobal(3);
     EXPECT_EQ(p.naturalSizeAtPlayhead(), (Size{640, 480}));
     EXPECT_EQ(p.aspectAtPlayhead(), std::nullopt);
 }
 
-TEST(TimelineQueries, SizeAtPlayheadSkipsAnUnsizedClipForASizedOneBelowThePlayhead) {
-    Project p;
-    Clip unsized = sized(clipAt(0, 4), 0, 0);
-    Clip portrait = sized(clipAt(0, 4), 720, 1280);
-    p.setClips({unsized, portrait});
-    p.setPlayheadGlobal(1);
-    EXPECT_EQ(p.naturalSizeAtPlayhead(), (Size{720, 1280}));
-    EXPECT_DOUBLE_EQ(*p.aspectAtPlayhead(), 720.0 / 1280.0);
-}
-
-TEST(TimelineQueries, FrameRateAtPlayheadIsTheTopVideoClipsRate) {
-    Project p;
-    Clip bottom = clipAt(0, 4);
-    bottom.frameRate = 25;
-    Clip top = clipAt(0, 4);
-    top.frameRate = 60;
-    p.setClips({bottom, top});
-    p.setPlayheadGlobal(1);
-    EXPECT_EQ(p.frameRateAtPlayhead(), 60);
-}
-
-TEST(TimelineQueries, AnAudioClipOnTopGivesTheFirstVideoClipsRateNotTheDefault) {
-    Project p;
-    Clip elsewhere = clipAt(10, 2);
-    elsewhere.frameRate = 24;
-    Clip under = clipAt(0, 4);
-    under.frameRate = 60;
-    p.setClips({elsewhere, under, clipAt(0, 4, false, true)});
-    p.setPlayheadGlobal(1);
-    EXPECT_EQ(p.frameRateAtPlayhead(), 24);
-}
-
-TEST(TimelineQueries, AZeroFrameRateIsSkippedSoTheRateIsNeverZero) {
-    Project p;
-    Clip top = clipAt(0, 4);
-    top.frameRate = 0;
-    Clip other = clipAt(5, 1);
-    other.frameRate = 50;
-    p.setClips({top, other});
-    p.setPlayheadGlobal(1);
-    EXPECT_EQ(p.frameRateAtPlayhead(), 50);
-    p.setClips({top});
-    EXPECT_EQ(p.frameRateAtPlayhead(), 30.0);
+TEST(TimelineQueries, FrameRateAtPlayheadIsTheTopVideoClipsElseTheFirstVideoClipsNeverZero) {
+    struct Case {
+        std::vector<Clip> clips;
+        double expected;
+        const char* name;
+    };
+    auto c = [](double start, double fps) { return rated(clipAt(start, 4), fps); };
+    const std::vector<Case> cases = {
+        {{c(0, 25), c(0, 60)}, 60, "the top clip"},
+        {{c(10, 24), c(0, 60), clipAt(0, 4, false, true)}, 24, "an audio clip on top"},
+        {{c(0, 0), c(5, 50)}, 50, "a zero rate on top"},
+        {{c(0, 0)}, 30, "no rate anywhere"},
+    };
+    for (const Case& k : cases) {
+        Project p;
+        p.setClips(k.clips);
+        p.setPlayheadGlobal(1);
+        EXPECT_EQ(p.frameRateAtPlayhead(), k.expected) << k.name;
+    }
 }
 
 TEST(TimelineQueries, LargestVideoSizeKeepsTheEarliestOfEqualAreas) {
@@ -267,8 +194,7 @@ TEST(TimelineQueries, LargestVideoSizeKeepsTheEarliestOfEqualAreas) {
     Clip small = sized(clipAt(0, 1), 640, 480);
     Clip landscape = sized(clipAt(1, 1), 1920, 1080);
     Clip portrait = sized(clipAt(2, 1), 1080, 1920);
-    Clip audio = clipAt(3, 1, false, true);
-    p.setClips({small, landscape, portrait, audio});
+    p.setClips({small, landscape, portrait, clipAt(3, 1, false, true)});
     EXPECT_EQ(p.largestVideoSize(), (Size{1920, 1080}));
     p.setClips({small, portrait, landscape});
     EXPECT_EQ(p.largestVideoSize(), (Size{1080, 1920}));
@@ -287,15 +213,10 @@ TEST(TimelineQueries, InsetsCropOnlyWhenThereIsAVideoFrame) {
     EXPECT_TRUE(p.hasCrop());
 }
 
-// Snapping.
-
 TEST(TimelineQueries, SnapTargetsListEveryEdgeButTheExcludedClipsKeepingDuplicates) {
     Project p;
-    Clip a = clipAt(0, 2);
     Clip b = clipAt(2, 1, false, true);
-    Clip c = clipAt(5, 4);
-    c.rateMultiplier = 2;
-    p.setClips({a, b, c});
+    p.setClips({clipAt(0, 2), b, rated(clipAt(5, 4), 25, 2)});
     p.setPlayheadGlobal(1.5);
     EXPECT_EQ(p.snapTargets(std::nullopt), (std::vector<double>{0, 1.5, 0, 2, 2, 3, 5, 7}));
     EXPECT_EQ(p.snapTargets(b.id), (std::vector<double>{0, 1.5, 0, 2, 5, 7}));
