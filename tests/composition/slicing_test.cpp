@@ -78,10 +78,12 @@ std::string caseName(const testing::TestParamInfo<Case<Result>>& info) {
     return info.param.name;
 }
 
-using VideoCase = Case<Spans>;
-void PrintTo(const VideoCase& c, std::ostream* os) {
+template <typename Result>
+void PrintTo(const Case<Result>& c, std::ostream* os) {
     *os << c.name;
 }
+
+using VideoCase = Case<Spans>;
 
 class VideoSlicing : public testing::TestWithParam<VideoCase> {};
 
@@ -158,9 +160,6 @@ INSTANTIATE_TEST_SUITE_P(
     caseName<Spans>);
 
 using LaneCase = Case<Lanes>;
-void PrintTo(const LaneCase& c, std::ostream* os) {
-    *os << c.name;
-}
 
 class AudioLanes : public testing::TestWithParam<LaneCase> {};
 
