@@ -20,15 +20,19 @@
 
 namespace model_test {
 
-// A media layer for model tests. The probe serves clips from a table keyed by path and
-// fails for any other path. Bookmarks are the path's text, and a bookmark can be pointed at
-// a new place to stand for a moved file. The reverse render answers a configured file, or
-// none. Enrichment serves made-up results for the files in the table: kFilmstripFrames new
-// frames for a file with video, the asked number of kPeakLevel peaks for one with audio, and
-// a new image for the waveform. Probes, filmstrips and peaks can each be held, so that they
-// wait in the background until released.
+// A media layer for model tests. The probe serves clips from a table keyed by path and fails
+// for any other path; a bookmark is the path's text and can be pointed at a new place, as
+// for a moved file. The reverse render answers a configured file or none. Enrichment makes
+// kFilmstripFrames frames for a file with video and the asked number of kPeakLevel peaks for
+// one with audio. Probes, filmstrips and peaks can be held in the background until released.
 // Called from the executor's workers, so every member takes the lock.
 class FakeMediaServices final : public model::MediaServices {
+    template <typename F>
+    auto locked(F&& f) {
+        std::lock_guard lock(mutex_);
+        return f();
+    }
+
   public:
     enum Work { probes, filmstrips, peaks };
     static constexpr const char* kProbeFailure = "The file can't be opened as media.";
@@ -40,7 +44,6 @@ class FakeMediaServices final : public model::MediaServices {
         double fromSeconds = 0;
         double toSeconds = 0;
     };
-
     struct PeaksCall {
         std::filesystem::path url;
         int targetPeakCount = 0;
@@ -52,8 +55,7 @@ class FakeMediaServices final : public model::MediaServices {
         model::Clip c;
         c.hasVideo = video;
         c.hasAudio = audio;
-        c.fullDurationSeconds = seconds;
-        c.outSeconds = seconds;
+        c.fullDurationSeconds = c.outSeconds = seconds;
         c.frameRate = video ? 25 : 0;
         c.naturalSize = video ? model::Size{1280, 720} : model::Size{};
         c.fingerprint = video ? "v:1635148593:1280x720" : "a:1633772320";
@@ -61,32 +63,31 @@ class FakeMediaServices final : public model::MediaServices {
         std::lock_guard lock(mutex_);
         files_[path] = c;
     }
-
     // Probes of `path` fail from now on, as for a file that is gone.
     void remove(const std::filesystem::path& path) {
-        std::lock_guard lock(mutex_);
-        files_.erase(path);
+        locked([&] { files_.erase(path); });
     }
-
     void moveBookmarkTarget(const model::Bytes& bookmark, const std::filesystem::path& to) {
-        std::lock_guard lock(mutex_);
-        moved_[bookmark] = to;
+        locked([&] { moved_[bookmark] = to; });
     }
-    std::optional<std::filesystem::path> lastProjectFolder() {
-        std::lock_guard lock(mutex_);
-        return lastProjectFolder_;
+    void setRenderResult(std::optional<std::filesystem::path> file) {
+        locked([&] { renderResult_ = std::move(file); });
+    }
+    // Filmstrips and peaks find nothing from now on, as for files that can't be decoded.
+    void findNoEnrichment() {
+        locked([&] { enrichmentFindsNothing_ = true; });
+    }
+    // drawWaveform answers null from now on, as when there is no surface to draw on.
+    void failWaveformImages() {
+        locked([&] { waveformImagesFail_ = true; });
     }
 
     // Work of this kind started from now on waits inside the background until release().
     void hold(Work work) {
-        std::lock_guard lock(mutex_);
-        held_[work] = true;
+        locked([&] { held_[work] = true; });
     }
     void release() {
-        {
-            std::lock_guard lock(mutex_);
-            held_ = {};
-        }
+        locked([&] { held_ = {}; });
         changed_.notify_all();
     }
     // Blocks until `count` tasks of this kind have started in all, held ones included; false
@@ -96,36 +97,21 @@ class FakeMediaServices final : public model::MediaServices {
         return changed_.wait_for(lock, std::chrono::seconds(10),
                                  [&] { return started_[work] >= count; });
     }
-    std::size_t probeCount() {
-        std::lock_guard lock(mutex_);
-        return started_[probes];
-    }
 
-    void setRenderResult(std::optional<std::filesystem::path> file) {
-        std::lock_guard lock(mutex_);
-        renderResult_ = std::move(file);
+    std::size_t probeCount() {
+        return locked([&] { return started_[probes]; });
+    }
+    std::optional<std::filesystem::path> lastProjectFolder() {
+        return locked([&] { return lastProjectFolder_; });
     }
     std::vector<RenderCall> renderCalls() {
-        std::lock_guard lock(mutex_);
-        return renderCalls_;
+        return locked([&] { return renderCalls_; });
     }
     std::vector<std::filesystem::path> filmstripCalls() {
-        std::lock_guard lock(mutex_);
-        return filmstripCalls_;
+        return locked([&] { return filmstripCalls_; });
     }
     std::vector<PeaksCall> peakCalls() {
-        std::lock_guard lock(mutex_);
-        return peakCalls_;
-    }
-    // Filmstrips and peaks find nothing from now on, as for files that can't be decoded.
-    void findNoEnrichment() {
-        std::lock_guard lock(mutex_);
-        enrichmentFindsNothing_ = true;
-    }
-    // drawWaveform answers null from now on, as when there is no surface to draw on.
-    void failWaveformImages() {
-        std::lock_guard lock(mutex_);
-        waveformImagesFail_ = true;
+        return locked([&] { return peakCalls_; });
     }
 
     common::Result<model::Clip> probe(const std::filesystem::path& url,
@@ -142,13 +128,11 @@ class FakeMediaServices final : public model::MediaServices {
         c.displayName = url.filename().string();
         return c;
     }
-
     std::optional<model::Bytes> makeBookmark(const std::filesystem::path& url) override {
         std::lock_guard lock(mutex_);
         if (!files_.contains(url)) return std::nullopt;
         return bookmarkFor(url);
     }
-
     std::optional<std::filesystem::path> resolveBookmark(
         const model::Bytes& bookmark,
         const std::optional<std::filesystem::path>& projectFolder) override {
@@ -159,7 +143,6 @@ class FakeMediaServices final : public model::MediaServices {
         if (files_.contains(path)) return path;
         return std::nullopt;
     }
-
     std::optional<std::filesystem::path> renderReversed(const std::filesystem::path& url,
                                                         double fromSeconds,
                                                         double toSeconds) override {
@@ -167,7 +150,6 @@ class FakeMediaServices final : public model::MediaServices {
         renderCalls_.push_back({url, fromSeconds, toSeconds});
         return renderResult_;
     }
-
     std::vector<model::Image> generateFilmstrip(const std::filesystem::path& url, double) override {
         std::unique_lock lock(mutex_);
         filmstripCalls_.push_back(url);
@@ -179,7 +161,6 @@ class FakeMediaServices final : public model::MediaServices {
             frames.push_back(std::make_shared<const model::ImageData>());
         return frames;
     }
-
     std::optional<std::vector<float>> extractPeaks(const std::filesystem::path& url,
                                                    int targetPeakCount) override {
         std::unique_lock lock(mutex_);
@@ -190,7 +171,6 @@ class FakeMediaServices final : public model::MediaServices {
             return std::nullopt;
         return std::vector<float>(static_cast<std::size_t>(targetPeakCount), kPeakLevel);
     }
-
     model::Image drawWaveform(const std::vector<float>&) override {
         std::lock_guard lock(mutex_);
         if (waveformImagesFail_) return nullptr;
