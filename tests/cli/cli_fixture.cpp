@@ -8,14 +8,8 @@ CliRun cli(const std::string& args, const fs::path& workDir) {
     CliRun r;
     r.status = testing_support::run(std::string(VANTRELL_CLI) + " " + args + " >" +
                                     quote(outFile.string()) + " 2>" + quote(errFile.string()));
-    auto slurp = [](const fs::path& p) {
-        std::ifstream in(p);
-        std::stringstream s;
-        s << in.rdbuf();
-        return s.str();
-    };
-    r.out = slurp(outFile);
-    r.err = slurp(errFile);
+    r.out = contentsOf(outFile);
+    r.err = contentsOf(errFile);
     return r;
 }
 
@@ -27,15 +21,9 @@ std::vector<json> jsonLines(const std::string& text) {
     return lines;
 }
 
-std::string probeStreams(const fs::path& file, const fs::path& dir) {
-    auto out = dir / "probe.txt";
-    testing_support::run(std::string(VANTRELL_FFPROBE) +
-                         " -v error -show_entries stream=codec_name,width,height -of csv=p=0 " +
-                         quote(file.string()) + " >" + quote(out.string()));
-    std::ifstream in(out);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
+std::string probeStreams(const fs::path& file) {
+    return testing_support::ffprobe(file,
+                                    "-show_entries stream=codec_name,width,height -of csv=p=0");
 }
 
 void CliTest::SetUp() {

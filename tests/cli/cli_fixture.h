@@ -14,6 +14,7 @@
 namespace cli_testing {
 
 using nlohmann::json;
+using testing_support::contentsOf;
 using testing_support::freshDir;
 using testing_support::makeMedia;
 using testing_support::quote;
@@ -31,8 +32,8 @@ CliRun cli(const std::string& args, const fs::path& workDir);
 std::vector<json> jsonLines(const std::string& text);
 
 // What the ffprobe tool sees in `file`: one line "codec,width,height" per stream (just
-// "codec" for audio), written through a scratch file in `dir`.
-std::string probeStreams(const fs::path& file, const fs::path& dir);
+// "codec" for audio).
+std::string probeStreams(const fs::path& file);
 
 // A fresh folder per test and two small generated media files.
 class CliTest : public ::testing::Test {
