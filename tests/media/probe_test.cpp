@@ -157,10 +157,7 @@ INSTANTIATE_TEST_SUITE_P(
     Containers, ProbeClipFormatTest,
     testing::Values(
         movie("H264InMp4", samples::h264Mp4, kAvc1, true, 320, 240),
-        movie("H264InMkv", later(samples::h264WithAac, "mkv"), kAvc1, true, 320, 240),
         movie("VideoOnlyMp4", samples::h264VideoOnlyMp4, kAvc1, false, 320, 240),
-        movie("SmallH264", samples::h264SmallMp4, "v:1635148593:160x120", false, 160, 120),
-        movie("WideH264", samples::h264WideMp4, "v:1635148593:640x360", false, 640, 360, 0.5),
         movie("PortraitH264", samples::h264PortraitMp4, "v:1635148593:240x320", false, 240, 320,
               0.5),
         // A rotated clip keeps its stored size and reports its clockwise turn.
@@ -169,15 +166,12 @@ INSTANTIATE_TEST_SUITE_P(
               30, 270),
         // A MOV-family file keeps its own sample entry code; others get hvc1.
         movie("HevcInMkv", samples::hevcMkv, kHvc1, false, 320, 240),
-        movie("HevcHvc1InMp4", later(samples::hevcMp4, "hvc1"), kHvc1, false, 320, 240),
         movie("HevcHev1InMp4", later(samples::hevcMp4, "hev1"), "v:1751479857:320x240", false, 320,
               240),
         movie("Mpeg4InAvi", samples::mpeg4Avi, "v:1836070006:320x240", true, 320, 240, 1, 25),
         movie("Vp9InWebm", samples::vp9Webm, "v:1987063865:160x120", true, 160, 120),
         movie("ProResInMov", later(samples::proRes, "mov"), kApch, false, 160, 120, 0.2),
-        movie("ProResInMkv", later(samples::proRes, "mkv"), kApch, false, 160, 120, 0.2),
         sound("AacInM4a", samples::aacM4a, kAac),
-        sound("AacInMka", later(samples::tone, "mka", "aac"), kAac),
         // A transport stream measures its length from its packets' times.
         sound("AacInTs", later(samples::tone, "ts", "aac"), kAac, 0.96),
         sound("Mp3", later(samples::tone, "mp3", "libmp3lame"), kMp3),
@@ -189,12 +183,6 @@ INSTANTIATE_TEST_SUITE_P(
         Expected{"SubtitleOnly", samples::subtitleOnlyMkv, "unknown", false, false}),
     [](const testing::TestParamInfo<Expected>& info) { return info.param.label; });
 
-TEST(ProbeClip, TurnedSampleCarriesThePhonesDisplayMatrix) {
-    EXPECT_NE(testing_support::ffprobe(samples::rotatedClockwise90Mp4(), "-show_streams")
-                  .find("rotation=-90"),
-              std::string::npos);
-}
-
 TEST(ProbeClip, ProbesOfOneFileDifferOnlyByIdAndThumbnail) {
     const auto file = samples::h264Mp4();
     const auto id = someId();
@@ -202,10 +190,8 @@ TEST(ProbeClip, ProbesOfOneFileDifferOnlyByIdAndThumbnail) {
     auto again = probeClip(file, std::nullopt, id, ThumbnailPolicy::skip);
     auto other = probeClip(file, std::nullopt, someId(), ThumbnailPolicy::skip);
     ASSERT_TRUE(first && again && other);
-
     EXPECT_FALSE(first->thumbnail);
     EXPECT_EQ(*first, *again);
-    EXPECT_NE(*first, *other);
     other->id = id;
     EXPECT_EQ(*first, *other);
 }
@@ -227,22 +213,6 @@ TEST(ProbeClip, MissingTextAndCutFilesFailNamingThem) {
     const auto cut = samples::firstBytes(samples::h264Mp4(), "h264_aac_cut.mp4", 4096);
     for (const auto& file : {dir / "gone.mp4", text, cut})
         expectFailureNaming(probeClip(file, std::nullopt, someId()), file);
-}
-
-TEST(ProbeClip, IndexedMp4CutMidwayProbesOrFailsCleanly) {
-    const auto whole = testing_support::makeMedia(
-        "h264_faststart.mp4", samples::picture(320, 240) + samples::kTone + "-t 1 " +
-                                  samples::kH264 + "-c:a aac -movflags +faststart");
-    const auto cut = samples::firstBytes(whole, "h264_faststart_half.mp4",
-                                         std::filesystem::file_size(whole) / 2);
-
-    auto probed = probeClip(cut, std::nullopt, someId());
-    if (!probed) {
-        expectFailureNaming(probed, cut);
-        return;
-    }
-    EXPECT_TRUE(probed->hasVideo);
-    EXPECT_NEAR(probed->fullDurationSeconds, 1.0, 1.0 / 30);
 }
 
 }  // namespace

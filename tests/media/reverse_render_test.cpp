@@ -157,29 +157,23 @@ Render renderInto(const fs::path& folder, const fs::path& source, double from, d
 }
 
 TEST(ReverseFrameSpacing, RoundsSixHundredOverTheRateHalfAwayFromZero) {
-    EXPECT_EQ(reverseFrameSpacingTicks(30), 20);
-    EXPECT_EQ(reverseFrameSpacingTicks(29.97), 20);
-    EXPECT_EQ(reverseFrameSpacingTicks(30000.0 / 1001), 20);
-    EXPECT_EQ(reverseFrameSpacingTicks(24), 25);
-    EXPECT_EQ(reverseFrameSpacingTicks(23.976), 25);
-    EXPECT_EQ(reverseFrameSpacingTicks(25), 24);
-    EXPECT_EQ(reverseFrameSpacingTicks(48), 13);
-    EXPECT_EQ(reverseFrameSpacingTicks(60), 10);
-    EXPECT_EQ(reverseFrameSpacingTicks(1), 600);
-    // Rates above 600 still give rising times; a tiny one stays within 32 bits.
-    EXPECT_EQ(reverseFrameSpacingTicks(1000), 1);
-    EXPECT_EQ(reverseFrameSpacingTicks(5000), 1);
-    EXPECT_EQ(reverseFrameSpacingTicks(1e-300), INT32_MAX);
-    // An unknown rate gives 20 ticks.
-    EXPECT_EQ(reverseFrameSpacingTicks(0), 20);
-    EXPECT_EQ(reverseFrameSpacingTicks(-25), 20);
-    EXPECT_EQ(reverseFrameSpacingTicks(std::nan("")), 20);
+    const std::pair<double, int> cases[] = {{29.97, 20},
+                                            {23.976, 25},
+                                            {25, 24},
+                                            {48, 13},
+                                            // Rising times beyond 600 a second, 32 bits below.
+                                            {5000, 1},
+                                            {1e-300, INT32_MAX},
+                                            // An unknown rate gives 20 ticks.
+                                            {0, 20},
+                                            {-25, 20},
+                                            {std::nan(""), 20}};
+    for (auto [rate, ticks] : cases) EXPECT_EQ(reverseFrameSpacingTicks(rate), ticks) << rate;
 }
 
 TEST(ReverseChunks, WindowsOfTwoSecondsTileTheRangeInTicks) {
     EXPECT_EQ(reverseChunks(0, 5),
               (std::vector<ReverseChunk>{{0, 1200}, {1200, 2400}, {2400, 3000}}));
-    EXPECT_EQ(reverseChunks(1, 5), (std::vector<ReverseChunk>{{600, 1800}, {1800, 3000}}));
     EXPECT_EQ(reverseChunks(1.3, 4.7), (std::vector<ReverseChunk>{{780, 1980}, {1980, 2820}}));
     EXPECT_EQ(reverseChunks(2, 2.5), (std::vector<ReverseChunk>{{1200, 1500}}));
     // An empty or unbounded range gives none.
@@ -252,7 +246,6 @@ INSTANTIATE_TEST_SUITE_P(
     RenderReversedMedia, ReverseRange,
     testing::Values(
         RangeCase{"FiveSecondsInThreeWindows", shortGopSource, 0, 5, 0, 5, 3, 150},
-        RangeCase{"ExactlyFourSecondsInTwoWindows", shortGopSource, 1, 5, 1, 5, 2, 120},
         // 1.3, 3.3 and 4.7 s fall exactly on frames 39, 99 and 141: a frame on a window's
         // start belongs to that window, one on its end to the next, so each is written once.
         RangeCase{"RangeOffKeyframes", longGopSource, 1.3, 4.7, 1.3, 4.7, 2, 102},
@@ -267,41 +260,24 @@ INSTANTIATE_TEST_SUITE_P(
         RangeCase{"TwentyFiveFramesASecond",
                   later("reverse_25fps.mp4",
                         sample_media::picture(kWidth, kHeight, 25) + "-t 1 " + kH264WithBFrames),
-                  0, 1, 0, 1, 1, 25, 25},
-        RangeCase{
-            "PngSource",
-            later("reverse_png.mov", sample_media::picture(kWidth, kHeight) + "-t 1 -c:v png"), 0,
-            1, 0, 1, 1, 30}),
+                  0, 1, 0, 1, 1, 25, 25}),
     [](const testing::TestParamInfo<RangeCase>& info) { return info.param.name; });
 
-TEST(RenderReversedMedia, TwoRendersOfOneSourceNeverCollide) {
-    const auto source = shortGopSource();
-    const auto first = render(source, 0, 1);
-    const auto second = render(source, 0, 1);
-    ASSERT_TRUE(first.file && second.file);
-    EXPECT_NE(*first.file, *second.file);
-    EXPECT_TRUE(fs::exists(*first.file));
-    EXPECT_TRUE(fs::exists(*second.file));
-}
-
-TEST(RenderReversedMedia, StoredOrientationIsKeptWithoutDisplayMatrix) {
-    const auto r = render(sample_media::rotatedClockwise90Mp4(), 0, 1);
-    ASSERT_TRUE(r.file) << r.log;
-    EXPECT_EQ(ffprobe(*r.file, "-show_entries stream=width,height -of csv=p=0"), "320,240\n");
+TEST(RenderReversedMedia, KeepsTheStoredPictureEvenSizedWithoutADisplayMatrix) {
+    const auto turned = render(sample_media::rotatedClockwise90Mp4(), 0, 1);
+    ASSERT_TRUE(turned.file) << turned.log;
+    EXPECT_EQ(ffprobe(*turned.file, "-show_entries stream=width,height -of csv=p=0"), "320,240\n");
     EXPECT_FALSE(
-        contains(ffprobe(*r.file, "-show_entries stream_side_data=side_data_type -of csv=p=0"),
+        contains(ffprobe(*turned.file, "-show_entries stream_side_data=side_data_type -of csv=p=0"),
                  "Display Matrix"));
-}
-
-TEST(RenderReversedMedia, OddSizedSourceLosesItsLastRowAndColumn) {
-    const auto source =
+    // An odd-sized source loses its last row and column.
+    const auto odd = render(
         makeMedia("reverse_161x121.mkv", sample_media::picture(kWidth, kHeight) +
-                                             "-t 1 -vf scale=161:121 -c:v ffv1 -pix_fmt yuv420p");
-    const auto r = render(source, 0, 1);
-    ASSERT_TRUE(r.file) << r.log;
-    EXPECT_EQ(ffprobe(*r.file, "-show_entries stream=width,height,pix_fmt -of csv=p=0"),
-              "160,120,yuv420p\n");
-    EXPECT_EQ(frameTimes(*r.file).size(), 30u);
+                                             "-t 1 -vf scale=161:121 -c:v ffv1 -pix_fmt yuv420p"),
+        0, 1);
+    ASSERT_TRUE(odd.file) << odd.log;
+    EXPECT_EQ(ffprobe(*odd.file, "-show_entries stream=width,height -of csv=p=0"), "160,120\n");
+    EXPECT_EQ(frameTimes(*odd.file).size(), 30u);
 }
 
 TEST(RenderReversedMedia, WhatCantBeRenderedAnswersNothingAndSaysWhy) {

@@ -33,12 +33,6 @@ inline std::filesystem::path h264Mp4() {
 inline std::filesystem::path h264VideoOnlyMp4() {
     return makeMedia("h264_only.mp4", picture(320, 240) + "-t 1 " + kH264);
 }
-inline std::filesystem::path h264SmallMp4() {
-    return makeMedia("h264_160x120.mp4", picture(160, 120) + "-t 1 " + kH264);
-}
-inline std::filesystem::path h264WideMp4() {
-    return makeMedia("h264_640x360.mp4", picture(640, 360) + "-t 0.5 " + kH264);
-}
 inline std::filesystem::path h264PortraitMp4() {
     return makeMedia("h264_240x320.mp4", picture(240, 320) + "-t 0.5 " + kH264);
 }
