@@ -121,19 +121,6 @@ TEST(CompositionAssembly, ClipAtFiveSecondsFollowsAnEmptyRangeFromZero) {
     EXPECT_EQ(composition.audio[0].segments[1].source->streamIndex, 1);
 }
 
-TEST(CompositionAssembly, GapIsAnEmptyRangeOfExactlyTheDifference) {
-    const auto composition =
-        buildComposition({clip("a.mov", 0, 0, 2.5), clip("b.mov", 4.1234, 10, 11)}, fakeLookup());
-    ASSERT_TRUE(composition.video);
-    const auto& segments = composition.video->segments;
-    ASSERT_EQ(segments.size(), 3u);
-    EXPECT_FALSE(segments[1].source);
-    EXPECT_EQ(segments[1].start, seconds(2.5));
-    EXPECT_EQ(segments[1].duration, seconds(4.1234) - seconds(2.5));
-    EXPECT_EQ(segments[2].start, seconds(4.1234));
-    EXPECT_EQ(segments[2].source->streamIndex, 1);
-}
-
 TEST(CompositionAssembly, DoubleRateFillsHalfTheSourceDurationButARateWithinATenThousandthIsOne) {
     auto fast = clip("a.mov", 0, 0, 10);
     fast.rateMultiplier = 2;

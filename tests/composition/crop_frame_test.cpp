@@ -65,20 +65,7 @@ TEST(CropFrame, LargestSizeFrameMovesLeftAndUpByTheCropOffsets) {
     // With the origin at the top, the 270 rows cut from the top move the frame up; seen
     // from the bottom it does not move, as the bottom inset is 0.
     EXPECT_NEAR(moveFromBottom(frame, placeFrame(frame, 1920, 1080), 1080), 0, 1e-9);
-    EXPECT_EQ(placeFrame(outputFrame(settings(1280, 720, 0, 0, 0, 0)), 1280, 720),
-              (Placement{1, 0, 0}));
-}
-
-TEST(CropFrame, BottomInsetCutsTheBottomRowsSoTheFrameMovesDownFromTheBottom) {
-    const OutputFrame frame = outputFrame(settings(1920, 1080, 0, 0, 0, 0.25));
-    EXPECT_EQ(frame.renderHeight, 810);
-    const Placement p = placeFrame(frame, 1920, 1080);
-    // The top rows stay in place and the bottom 270 are cut off...
-    EXPECT_DOUBLE_EQ(p.y, 0);
-    // ...which, counted from the bottom edge, is a move down by the bottom inset.
-    EXPECT_DOUBLE_EQ(moveFromBottom(frame, p, 1080), -270);
-
-    // With a top inset too, the frame moves up by the top inset only.
+    // A bottom inset cuts the bottom rows, which counted from the bottom edge is a move down.
     const OutputFrame both = outputFrame(settings(1000, 1000, 0.1, 0, 0, 0.3));
     const Placement q = placeFrame(both, 1000, 1000);
     EXPECT_DOUBLE_EQ(q.y, -100);

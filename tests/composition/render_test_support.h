@@ -45,11 +45,6 @@ inline std::filesystem::path h264WithoutEditList() {
     return testing_support::makeMediaFrom("render_h264_no_edits.mp4", h264(),
                                           "-c copy -use_editlist 0");
 }
-inline std::filesystem::path mpeg4Avi() {
-    return makeMedia("render_mpeg4.avi",
-                     "-f lavfi -i testsrc2=size=160x120:rate=25 -t 3 "
-                     "-c:v mpeg4 -bf 2 -g 20 -q:v 4");
-}
 inline std::filesystem::path vp9Webm() {
     return makeMedia("render_vp9.webm", kPicture +
                                             "-t 2 -c:v libvpx-vp9 -deadline realtime "

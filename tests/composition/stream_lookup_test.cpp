@@ -40,15 +40,4 @@ TEST(MediaStreamLookup, AnswersTheFirstStreamOfEachKindButNoCoverArt) {
     }
 }
 
-TEST(MediaStreamLookup, BuildsACompositionWithHolesForVanishedFiles) {
-    auto gone = render_test::clipOf(render_test::h264(), 0, 0, 1);
-    gone.url = testing_support::scratchDir() / "render_vanished.mp4";
-    const auto kept = render_test::clipOf(render_test::h264(), 1.5, 0, 1);
-    const auto composition = composition::buildComposition({gone, kept});
-    ASSERT_TRUE(composition.video);
-    ASSERT_EQ(composition.video->segments.size(), 2u);
-    EXPECT_FALSE(composition.video->segments[0].source);
-    EXPECT_EQ(composition.video->segments[1].start, common::MediaTime::fromSeconds(1.5));
-}
-
 }  // namespace
