@@ -73,10 +73,6 @@ class FakeMediaServices final : public model::MediaServices {
     void setRenderResult(std::optional<std::filesystem::path> file) {
         locked([&] { renderResult_ = std::move(file); });
     }
-    // Filmstrips and peaks find nothing from now on, as for files that can't be decoded.
-    void findNoEnrichment() {
-        locked([&] { enrichmentFindsNothing_ = true; });
-    }
     // drawWaveform answers null from now on, as when there is no surface to draw on.
     void failWaveformImages() {
         locked([&] { waveformImagesFail_ = true; });
@@ -155,7 +151,7 @@ class FakeMediaServices final : public model::MediaServices {
         filmstripCalls_.push_back(url);
         start(filmstrips, lock);
         auto it = files_.find(url);
-        if (enrichmentFindsNothing_ || it == files_.end() || !it->second.hasVideo) return {};
+        if (it == files_.end() || !it->second.hasVideo) return {};
         std::vector<model::Image> frames;
         for (std::size_t i = 0; i < kFilmstripFrames; ++i)
             frames.push_back(std::make_shared<const model::ImageData>());
@@ -167,8 +163,7 @@ class FakeMediaServices final : public model::MediaServices {
         peakCalls_.push_back({url, targetPeakCount});
         start(peaks, lock);
         auto it = files_.find(url);
-        if (enrichmentFindsNothing_ || it == files_.end() || !it->second.hasAudio)
-            return std::nullopt;
+        if (it == files_.end() || !it->second.hasAudio) return std::nullopt;
         return std::vector<float>(static_cast<std::size_t>(targetPeakCount), kPeakLevel);
     }
     model::Image drawWaveform(const std::vector<float>&) override {
@@ -195,7 +190,6 @@ class FakeMediaServices final : public model::MediaServices {
     std::array<bool, 3> held_{};
     std::array<std::size_t, 3> started_{};
     bool waveformImagesFail_ = false;
-    bool enrichmentFindsNothing_ = false;
     std::vector<std::filesystem::path> filmstripCalls_;
     std::vector<PeaksCall> peakCalls_;
     std::map<std::filesystem::path, model::Clip> files_;
