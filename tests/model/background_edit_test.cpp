@@ -63,17 +63,6 @@ TEST_P(BackgroundEditTest, AnEditOfTheClipMeanwhileWinsAndItsEntryStays) {
     EXPECT_EQ(project.undoName(), GetParam().entry);
 }
 
-TEST_P(BackgroundEditTest, AnEditOfAnotherClipMeanwhileLetsItLand) {
-    Clip c = placeSelected();
-    Clip other = liveClip("/m/b.mov", 10, 20);
-    project.setClips({c, other});
-    GetParam().start(project);
-    project.moveClip(other.id, 30);
-    executor.drain();
-    EXPECT_EQ(project.clips().size(), 3u);
-    EXPECT_EQ(project.clip(other.id)->startOnTimeline, 30);
-}
-
 TEST_P(BackgroundEditTest, AClipDeletedMeanwhileIsNotBroughtBack) {
     placeSelected();
     GetParam().start(project);

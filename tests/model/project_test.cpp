@@ -103,26 +103,6 @@ TEST(Project, UndoAndRedoSwapClipsAndEntriesRaiseTheTokenAndClampThePlayheadBack
     EXPECT_EQ(p.playheadGlobal(), 0);
 }
 
-TEST(Project, HistoryHoldsClipsSharingTheirImagesAndLeavesViewStateAlone) {
-    Project p;
-    Clip a = clipAt(0, 10);
-    a.waveformPeaks = std::make_shared<const std::vector<float>>(1000, 0.5f);
-    edit(p, "Import", {a});
-    p.setSelectedClipID(a.id);
-    p.setZoomFactor(3);
-    p.setCropInsetTop(0.25);
-    p.recordSnapshot("Delete Clip");
-    EXPECT_EQ(p.undoStack().back().clips.at(0).waveformPeaks.get(), a.waveformPeaks.get());
-    p.setClips({});
-    p.commitEdit();
-    p.undo();
-    p.undo();
-    EXPECT_TRUE(p.clips().empty());
-    EXPECT_EQ(p.selectedClipID(), a.id) << "a selection naming an undone clip stays";
-    EXPECT_EQ(p.zoomFactor(), 3);
-    EXPECT_EQ(p.cropInsetTop(), 0.25);
-}
-
 TEST(Project, ADragIsOneStepAndCommitRaisesTheTokenThenClampsThenClearsTheTrimState) {
     Project p;
     Clip a = clipAt(0, 10);

@@ -69,6 +69,7 @@ TEST(TimelineQueries, GapsAndOverlapsOnOneRow) {
         {{c(0, 2), c(2.0005, 2)}, {}, false, "half a thousandth apart: neither"},
         {{c(2.002, 2), c(0, 2)}, {{false, 2, 2.002}}, false, "two thousandths apart"},
         {{c(0, 2), c(1.998, 2)}, {}, true, "overlapping by two thousandths"},
+        {{c(0, 2), c(1.9995, 2)}, {}, false, "overlapping by half a thousandth: neither"},
         {{c(0, 10), c(1, 1), c(5, 1), c(12, 1)}, {{false, 10, 12}}, true, "a long clip under two"},
         {{masked(c(0, 3), StreamMask::videoOnly), masked(c(0, 3), StreamMask::audioOnly)},
          {},

@@ -177,14 +177,18 @@ TEST(TrimSplitMove, DeletingPassesTheSelectionOnByStackingOrderAndClampsThePlayh
     p.deleteSelected();
     EXPECT_EQ(lastStep(p), (Step{"Delete Clip", 2}));
     EXPECT_EQ(p.selectedClipID(), a.id) << "past the end: the new last";
+    p.setClips({a, b, c});
+    p.setSelectedClipID(c.id);
+    p.deleteSelected();
+    EXPECT_EQ(p.selectedClipID(), b.id);
     p.setShowRetimeSheet(true);
     p.deleteSelected();
-    EXPECT_EQ(p.undoCount(), 2u) << "a sheet is open";
+    EXPECT_EQ(p.undoCount(), 3u) << "a sheet is open";
     p.setShowRetimeSheet(false);
     p.recordSnapshot("Cut");
     p.deleteSelected(std::nullopt);
-    EXPECT_TRUE(p.clips().empty());
-    EXPECT_EQ(p.undoCount(), 3u) << "without a name the caller has recorded";
+    EXPECT_EQ(p.clips(), std::vector<Clip>{a});
+    EXPECT_EQ(p.undoCount(), 4u) << "without a name the caller has recorded";
 }
 
 TEST(TrimSplitMove, ACollapseMovesEveryClipOfTheRowFromTheGapsStoredEndOn) {
