@@ -1,31 +1,19 @@
 #include <sys/stat.h>
 
-#include <random>
 #include <string>
 
-#include "cli_fixture.h"
+#include "cli_under.h"
+#include "support/random_bytes.h"
 
 namespace cli_testing {
 namespace {
 
+using testing_support::randomBytes;
+
 // A run of vantrell-cli that a file must not keep waiting: it is stopped after a minute,
 // which shows as status 124.
 CliRun cliWithin(const std::string& args, const fs::path& workDir) {
-    const auto out = workDir / "stdout.txt";
-    const auto err = workDir / "stderr.txt";
-    CliRun r;
-    r.status = testing_support::run("timeout 60 " + std::string(VANTRELL_CLI) + " " + args + " >" +
-                                    quote(out.string()) + " 2>" + quote(err.string()));
-    r.out = testing_support::contentsOf(out);
-    r.err = testing_support::contentsOf(err);
-    return r;
-}
-
-std::string randomBytes(std::size_t count) {
-    std::mt19937 bytes(7);
-    std::string text(count, '\0');
-    for (char& c : text) c = static_cast<char>(bytes() & 0xff);
-    return text;
+    return cliUnder("timeout 60", args, workDir);
 }
 
 // A project of one clip whose file is then put out of reach.

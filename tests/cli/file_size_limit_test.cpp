@@ -1,6 +1,6 @@
 #include <string>
 
-#include "cli_fixture.h"
+#include "cli_under.h"
 
 namespace cli_testing {
 namespace {
@@ -10,16 +10,9 @@ namespace {
 // `temporary`.
 CliRun cliLimited(int blocks, const fs::path& temporary, const std::string& args,
                   const fs::path& workDir) {
-    const auto out = workDir / "stdout.txt";
-    const auto err = workDir / "stderr.txt";
-    CliRun r;
-    r.status = testing_support::run("(ulimit -f " + std::to_string(blocks) +
-                                    " && TMPDIR=" + quote(temporary.string()) + " exec " +
-                                    std::string(VANTRELL_CLI) + " " + args + ") >" +
-                                    quote(out.string()) + " 2>" + quote(err.string()));
-    r.out = testing_support::contentsOf(out);
-    r.err = testing_support::contentsOf(err);
-    return r;
+    return cliUnder(
+        "ulimit -f " + std::to_string(blocks) + " && TMPDIR=" + quote(temporary.string()) + " exec",
+        args, workDir);
 }
 
 class FileSizeLimitTest : public CliTest {

@@ -5,7 +5,6 @@
 #include <chrono>
 #include <cstdint>
 #include <future>
-#include <random>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -13,12 +12,14 @@
 #include "media/media_check.h"
 #include "media/probe.h"
 #include "sample_media.h"
+#include "support/random_bytes.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using testing_support::contentsOf;
 using testing_support::makeFile;
+using testing_support::randomBytes;
 
 struct Refused {
     const char* label;
@@ -28,13 +29,6 @@ struct Refused {
 
 void PrintTo(const Refused& r, std::ostream* os) {
     *os << r.label;
-}
-
-std::string randomBytes(std::size_t count) {
-    std::mt19937 bytes(12);
-    std::string text(count, '\0');
-    for (char& c : text) c = static_cast<char>(bytes() & 0xff);
-    return text;
 }
 
 // `source` with each `from` replaced by `to`, bytes of the same length.
