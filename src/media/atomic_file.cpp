@@ -4,11 +4,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <vector>
+
+#include "media/regular_file.h"
 
 namespace media {
 
@@ -82,17 +83,32 @@ common::Status writeFileAtomically(const std::filesystem::path& destination,
     return common::success();
 }
 
-common::Result<std::string> readRegularFile(const std::filesystem::path& file) {
-    std::error_code ec;
-    if (!std::filesystem::is_regular_file(file, ec))
+common::Result<std::string> readRegularFile(const std::filesystem::path& file,
+                                            std::uint64_t largestBytes) {
+    auto opened = RegularFile::open(file);
+    if (!opened) return opened.error();
+    if (opened->sizeBytes() > largestBytes)
         return common::Error{"The file " + file.string() +
-                             " doesn't exist or isn't a regular file."};
-    std::ifstream in(file, std::ios::binary);
-    if (!in) return systemError("Can't read", file, errno);
-    std::ostringstream buffer;
-    buffer << in.rdbuf();
-    if (in.bad()) return systemError("Can't read", file, errno);
-    return buffer.str();
+                             " is too large to read: " + std::to_string(opened->sizeBytes()) +
+                             " bytes, more than " + std::to_string(largestBytes) + "."};
+    std::string contents(opened->sizeBytes(), '\0');
+    std::size_t filled = 0;
+    // The file may grow or shrink while it is read; what is there up to the limit counts.
+    for (;;) {
+        if (filled == contents.size()) {
+            if (contents.size() >= largestBytes) break;
+            contents.resize(std::min<std::uint64_t>(contents.size() + 4096, largestBytes));
+        }
+        const ssize_t n = ::read(opened->fd(), contents.data() + filled, contents.size() - filled);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return systemError("Can't read", file, errno);
+        }
+        if (n == 0) break;
+        filled += static_cast<std::size_t>(n);
+    }
+    contents.resize(filled);
+    return contents;
 }
 
 }  // namespace media

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 
+#include <limits>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <system_error>
@@ -99,18 +100,30 @@ std::optional<model::Bytes> makeBookmark(const std::filesystem::path& file) {
 std::optional<FileIdentity> decodeBookmark(const model::Bytes& bookmark) {
     auto j = nlohmann::json::parse(bookmark.begin(), bookmark.end(), nullptr, false);
     if (j.is_discarded() || !j.is_object()) return std::nullopt;
-    try {
-        FileIdentity id;
-        id.path = j.at("path").get<std::string>();
-        id.device = j.at("device").get<std::uint64_t>();
-        id.inode = j.at("inode").get<std::uint64_t>();
-        id.size = j.at("size").get<std::uint64_t>();
-        id.modifiedNanoseconds = j.at("modified").get<std::int64_t>();
-        if (!id.path.is_absolute()) return std::nullopt;
-        return id;
-    } catch (const nlohmann::json::exception&) {
+    // The library converts any number to the type asked for, and a fraction out of that
+    // type's range is undefined behaviour; only whole numbers that fit are taken.
+    auto whole = [&j](const char* key) -> std::optional<std::uint64_t> {
+        auto it = j.find(key);
+        if (it == j.end() || !it->is_number_unsigned()) return std::nullopt;
+        return it->get<std::uint64_t>();
+    };
+    auto path = j.find("path");
+    auto device = whole("device"), inode = whole("inode"), size = whole("size");
+    auto modified = j.find("modified");
+    if (path == j.end() || !path->is_string() || !device || !inode || !size ||
+        modified == j.end() || !modified->is_number_integer())
         return std::nullopt;
-    }
+    if (modified->is_number_unsigned() &&
+        modified->get<std::uint64_t>() > std::numeric_limits<std::int64_t>::max())
+        return std::nullopt;
+    FileIdentity id;
+    id.path = path->get<std::string>();
+    id.device = *device;
+    id.inode = *inode;
+    id.size = *size;
+    id.modifiedNanoseconds = modified->get<std::int64_t>();
+    if (!id.path.is_absolute()) return std::nullopt;
+    return id;
 }
 
 std::optional<std::filesystem::path> resolveBookmark(

@@ -24,7 +24,8 @@ common::Status FilePasteboard::setContents(std::string_view type, const model::B
 }
 
 std::optional<model::Bytes> FilePasteboard::data(std::string_view type) {
-    auto contents = readRegularFile(file_);
+    // The type line comes on top of a payload of the largest size a paste reads.
+    auto contents = readRegularFile(file_, model::kLargestSnapshotBytes + 4096);
     if (!contents) return std::nullopt;
     std::string_view text = *contents;
     auto end = text.find('\n');

@@ -7,8 +7,10 @@
 #include <string_view>
 
 #include "media/av_error.h"
+#include "media/regular_file.h"
 
 extern "C" {
+#include <libavutil/dict.h>
 #include <libavutil/display.h>
 #include <libavutil/log.h>
 }
@@ -27,15 +29,55 @@ void silenceLibraryLogs() {
     std::call_once(once, [] { av_log_set_level(AV_LOG_QUIET); });
 }
 
+using IoOpen = int (*)(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**);
+
+IoOpen libraryIoOpen() {
+    static const IoOpen open = [] {
+        AVFormatContext* probe = avformat_alloc_context();
+        IoOpen found = probe ? probe->io_open : nullptr;
+        avformat_free_context(probe);
+        return found;
+    }();
+    return open;
+}
+
+// Every file a demuxer opens comes through here: the media file itself and whatever a
+// playlist or reference inside it names. Each must be a regular file, and the library
+// reads the very file that was checked, so a path swapped for a FIFO meanwhile can't
+// make a read wait forever.
+int openRegularOnly(AVFormatContext* context, AVIOContext** pb, const char* url, int flags,
+                    AVDictionary** options) {
+    if (flags & AVIO_FLAG_WRITE) return AVERROR(EPERM);
+    std::string_view name = url;
+    if (name.starts_with(kFileProtocol))
+        name.remove_prefix(kFileProtocol.size());
+    else if (!name.starts_with('/'))
+        return AVERROR(EPERM);  // another protocol; only local files are read
+    auto file = RegularFile::open(std::filesystem::path(name));
+    if (!file) return AVERROR(EINVAL);
+    const std::string reopened = std::string(kFileProtocol) + file->reopenPath();
+    return libraryIoOpen()(context, pb, reopened.c_str(), flags, options);
+}
+
 }  // namespace
 
 common::Result<InputFormatPtr> openInput(const std::filesystem::path& path) {
     silenceLibraryLogs();
+    // Checked here first so that the refusal says what the path is.
+    if (auto file = RegularFile::open(path); !file)
+        return common::Error{"Cannot open " + displayPath(path) +
+                             " as media: " + file.error().message};
     const std::string url = std::string(kFileProtocol) + path.string();
-    AVFormatContext* raw = nullptr;
+    AVFormatContext* raw = avformat_alloc_context();
+    if (!raw || !libraryIoOpen())
+        return avError(AVERROR(ENOMEM), "Cannot open " + path.string() + " as media");
+    raw->io_open = openRegularOnly;
+    AVDictionary* options = nullptr;
+    av_dict_set(&options, "protocol_whitelist", "file", 0);
     // On failure FFmpeg frees *raw itself, so wrap only after success.
-    if (int rc = avformat_open_input(&raw, url.c_str(), nullptr, nullptr); rc < 0)
-        return avError(rc, "Cannot open " + path.string() + " as media");
+    const int rc = avformat_open_input(&raw, url.c_str(), nullptr, &options);
+    av_dict_free(&options);
+    if (rc < 0) return avError(rc, "Cannot open " + path.string() + " as media");
     InputFormatPtr input{raw};
     if (int rc = avformat_find_stream_info(input.get(), nullptr); rc < 0)
         return avError(rc, "Cannot read the streams of " + path.string());

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "media/fingerprint.h"
+#include "media/media_check.h"
 #include "media/media_input.h"
 #include "media/thumbnail.h"
 
@@ -33,8 +34,12 @@ common::Result<model::Clip> probeClip(const std::filesystem::path& url,
         clip.rotationDegrees = displayRotationDegrees(*video);
     }
     clip.fingerprint = fingerprint(input);
+    if (auto claims = checkMediaClaims(clip); !claims) return claims.error();
     if (clip.hasVideo && thumbnail == ThumbnailPolicy::make)
         clip.thumbnail = thumbnailAt(input, kThumbnailSeconds);
+    // A poster proves that the video decodes; without one the file must show it holds media.
+    if (!clip.thumbnail)
+        if (auto decodes = decodesFirstFrame(input); !decodes) return decodes.error();
     return clip;
 }
 

@@ -20,7 +20,7 @@ ProjectDocument::ProjectDocument(model::ProjectContext context)
 
 common::Result<std::unique_ptr<ProjectDocument>> ProjectDocument::open(
     const std::filesystem::path& file, model::ProjectContext context) {
-    auto text = readRegularFile(file);
+    auto text = readRegularFile(file, model::kLargestSnapshotBytes);
     if (!text) return text.error();
     auto snapshot = model::decodeSnapshot(*text);
     if (!snapshot)

@@ -28,6 +28,9 @@ constexpr int kDecoderThreads = 1;
 constexpr double kLengthSlack = 0.001;
 constexpr std::int64_t kSlackFramesPerChannel = 8192;
 constexpr std::int64_t kMostCandidates = 64;
+// Candidates for a long file hold many maxima each; past this many in all (64 MB), fewer
+// candidates are tried and a miss takes the second pass.
+constexpr std::int64_t kMostMaximaHeld = std::int64_t{1} << 25;
 
 using SampleSink = std::function<void(std::span<const std::int16_t>)>;
 
@@ -256,10 +259,12 @@ std::vector<BucketMaxima> candidatesAround(std::int64_t stated, int channels, in
                        kSlackFramesPerChannel * std::max(channels, 1);
     std::int64_t first = bucketFor(std::max<std::int64_t>(stated - slack, 0), targetPeakCount);
     std::int64_t last = bucketFor(stated + slack, targetPeakCount);
-    if (last - first + 1 > kMostCandidates) {
+    const std::int64_t most =
+        std::clamp<std::int64_t>(kMostMaximaHeld / targetPeakCount, 1, kMostCandidates);
+    if (last - first + 1 > most) {
         const std::int64_t middle = bucketFor(stated, targetPeakCount);
-        first = std::max<std::int64_t>(middle - kMostCandidates / 2, 1);
-        last = first + kMostCandidates - 1;
+        first = std::max<std::int64_t>(middle - most / 2, 1);
+        last = first + most - 1;
     }
     std::vector<BucketMaxima> candidates;
     candidates.reserve(static_cast<std::size_t>(last - first + 1));

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "common/result.h"
@@ -65,6 +66,18 @@ inline std::filesystem::path currentLocation(
         if (auto resolved = media.resolveBookmark(*record.bookmark, projectFolder))
             return *resolved;
     return record.url;
+}
+
+// The probe of `url`, where a saved or copied record's file is now. A record may hold any
+// text as its url, and one that names no local file (not absolute, or holding a NUL that
+// would cut the path short) fails here without reaching the media.
+inline common::Result<Clip> probeRecordLocation(MediaServices& media,
+                                                const std::filesystem::path& url,
+                                                const std::optional<Bytes>& bookmark,
+                                                const common::Uuid& id) {
+    if (!url.is_absolute() || url.native().find('\0') != std::string::npos)
+        return common::Error{"The clip's URL names no local file."};
+    return media.probe(url, bookmark, id);
 }
 
 }  // namespace model

@@ -320,7 +320,7 @@ void Project::hydrateNext(std::shared_ptr<std::vector<Clip>> done, std::size_t i
         runMediaTask(
             [media = context_.media, record, folder = fileFolder_] {
                 auto url = currentLocation(*media, record, folder);
-                return std::pair(url, media->probe(url, record.bookmark, record.id));
+                return std::pair(url, probeRecordLocation(*media, url, record.bookmark, record.id));
             },
             [this, done, index, record](std::pair<std::filesystem::path, common::Result<Clip>> r) {
                 auto& [url, probed] = r;
@@ -329,7 +329,10 @@ void Project::hydrateNext(std::shared_ptr<std::vector<Clip>> done, std::size_t i
                     applyEditDecisions(record, c);
                     done->push_back(std::move(c));
                 } else {
-                    common::logLine("Vantrell: missing media for " + url.filename().string() +
+                    std::string name = url.filename().string();
+                    // A NUL from a damaged URL would end the log line early.
+                    std::replace(name.begin(), name.end(), '\0', '?');
+                    common::logLine("Vantrell: missing media for " + name +
                                     " — preserving as placeholder");
                     done->push_back(Clip::missingPlaceholder(record));
                 }

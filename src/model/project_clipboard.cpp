@@ -42,9 +42,11 @@ std::optional<Bytes> encodePayload(const std::vector<VantrellSnapshotClip>& reco
 
 // All records or none: one bad record makes the whole payload unusable.
 std::optional<std::vector<VantrellSnapshotClip>> decodePayload(const Bytes& bytes) {
+    if (bytes.size() > kLargestSnapshotBytes) return std::nullopt;
     auto parsed = nlohmann::json::parse(bytes.begin(), bytes.end(), nullptr,
                                         /*allow_exceptions=*/false);
-    if (parsed.is_discarded() || !parsed.is_array()) return std::nullopt;
+    if (parsed.is_discarded() || !parsed.is_array() || parsed.size() > kMostSnapshotClips)
+        return std::nullopt;
     std::vector<VantrellSnapshotClip> records;
     records.reserve(parsed.size());
     for (const auto& item : parsed) {
@@ -78,8 +80,8 @@ void Project::copySelection() {
     std::vector<Clip> chosen;
     for (const auto& c : clips_)
         if (selectedClipIDs_.contains(c.id)) chosen.push_back(c);
-    // Ids of clips that are gone select nothing, and must not clear the pasteboard.
-    if (chosen.empty()) return;
+    // Ids of clips that are gone select nothing: the empty list that goes out keeps a later
+    // paste from bringing back whatever an earlier copy left.
     // Timeline order, whatever the stacking order or the order of selecting.
     std::stable_sort(chosen.begin(), chosen.end(), [](const Clip& a, const Clip& b) {
         return a.startOnTimeline < b.startOnTimeline;
@@ -122,7 +124,7 @@ void Project::pasteNext(std::shared_ptr<PasteRun> run, std::size_t index) {
         [media = context_.media, record, folder = fileFolder_] {
             const auto url = currentLocation(*media, record, folder);
             // A new id, so pasted clips never clash with the ones they were copied from.
-            return media->probe(url, record.bookmark, common::Uuid::random());
+            return probeRecordLocation(*media, url, record.bookmark, common::Uuid::random());
         },
         [this, run, index, record](common::Result<Clip> probed) {
             // A file that is gone is skipped without a word or a placeholder.

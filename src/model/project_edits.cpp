@@ -129,6 +129,16 @@ void Project::splitAtPlayhead() {
             // The forward stretch belongs to the whole clip, so only the left half keeps it.
             right.forwardInSeconds.reset();
             right.forwardOutSeconds.reset();
+            // A render still running covers the whole clip and would stretch the left half
+            // over both. Each half takes its own stretch instead, which the late render no
+            // longer matches, and gets a render of its own.
+            const bool renderPending = now->isReversed && !now->reversedURL;
+            if (renderPending) {
+                left.forwardInSeconds = left.inSeconds;
+                left.forwardOutSeconds = left.outSeconds;
+                right.forwardInSeconds = right.inSeconds;
+                right.forwardOutSeconds = right.outSeconds;
+            }
             right.filmstrip = now->filmstrip;
             right.waveform = now->waveform;
             right.waveformPeaks = now->waveformPeaks;
@@ -136,9 +146,14 @@ void Project::splitAtPlayhead() {
             auto clips = clips_;
             std::size_t at = indexOf(clips, before.id);
             clips[at] = std::move(left);
+            const common::Uuid rightID = right.id;
             clips.insert(clips.begin() + static_cast<std::ptrdiff_t>(at) + 1, std::move(right));
             setClips(std::move(clips));
             raiseCompositionToken();
+            if (renderPending) {
+                renderReversedAsync(before.id);
+                renderReversedAsync(rightID);
+            }
         });
 }
 

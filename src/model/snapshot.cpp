@@ -97,9 +97,10 @@ VantrellSnapshotClip decodeClip(const json& o, std::string_view ctx) {
     VantrellSnapshotClip c;
     c.id = uuid(required(o, "id", ctx), ctx, "id");
     const std::string& url = text(required(o, "url", ctx), ctx, "url");
+    // A URL that names no local file still reads: its clip opens as a placeholder, and the
+    // text is kept as it was so that a save writes it back unchanged.
     auto path = pathFromFileURL(url);
-    if (!path) throw DecodeError(where(ctx, "url") + " is not an absolute file URL: " + url);
-    c.url = *path;
+    c.url = path ? *path : std::filesystem::path(url);
     if (const json* b = member(o, "bookmark")) {
         auto bytes = base64Decode(text(*b, ctx, "bookmark"));
         if (!bytes) throw DecodeError(where(ctx, "bookmark") + " is not Base64");
@@ -151,6 +152,9 @@ VantrellSnapshot decodeSnapshotJson(const json& o) {
     s.version = static_cast<int>(v);
     const json& clips = required(o, "clips", ctx);
     if (!clips.is_array()) throw DecodeError("key \"clips\" must be an array");
+    if (clips.size() > kMostSnapshotClips)
+        throw DecodeError("it holds " + std::to_string(clips.size()) + " clips, more than the " +
+                          std::to_string(kMostSnapshotClips) + " a project may hold");
     for (std::size_t i = 0; i < clips.size(); ++i)
         s.clips.push_back(decodeClip(clips[i], "clip " + std::to_string(i + 1) + ": "));
     s.playheadGlobal = number(required(o, "playheadGlobal", ctx), ctx, "playheadGlobal");
@@ -222,6 +226,10 @@ common::Result<std::string> encodeSnapshot(const VantrellSnapshot& snapshot) {
 }
 
 common::Result<VantrellSnapshot> decodeSnapshot(std::string_view text) {
+    if (text.size() > kLargestSnapshotBytes)
+        return common::Error{"The project data is too large: " + std::to_string(text.size()) +
+                             " bytes, more than the " + std::to_string(kLargestSnapshotBytes) +
+                             " a project may take."};
     json parsed = json::parse(text, nullptr, /*allow_exceptions=*/false);
     if (parsed.is_discarded())
         return common::Error{"The project data is damaged: it is not valid JSON."};
@@ -230,6 +238,8 @@ common::Result<VantrellSnapshot> decodeSnapshot(std::string_view text) {
 
 std::string fileURLString(const std::filesystem::path& absolutePath) {
     static constexpr char kHex[] = "0123456789ABCDEF";
+    // Not a local path: the text of a URL that named no file, kept as it was read.
+    if (!absolutePath.is_absolute()) return absolutePath.string();
     std::string url = "file://";
     for (unsigned char c : absolutePath.string()) {
         if (isUnreservedInPath(c)) {

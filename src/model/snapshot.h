@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -21,7 +22,9 @@ using Bytes = std::vector<std::uint8_t>;
 // reference, nothing derived from the media.
 struct VantrellSnapshotClip {
     common::Uuid id;
-    std::filesystem::path url;  // absolute path of the source file
+    // The absolute path of the source file; a URL text that names no local file is kept
+    // here as it was read, as a relative path.
+    std::filesystem::path url;
     std::optional<Bytes> bookmark;
     double inSeconds = 0;
     double outSeconds = 0;
@@ -52,9 +55,15 @@ struct VantrellSnapshot {
     friend bool operator==(const VantrellSnapshot&, const VantrellSnapshot&) = default;
 };
 
+// Limits past which a project file or a clipboard payload is refused whole instead of read:
+// far beyond any real project, and small enough to decode in a few hundred megabytes.
+inline constexpr std::size_t kMostSnapshotClips = 100'000;
+inline constexpr std::size_t kLargestSnapshotBytes = 64u << 20;
+
 // JSON forms. Encoding leaves absent values out and fails on a non-finite number;
 // decoding fails on a missing required key, a wrong type, a non-UUID id, an unknown raw
-// value or a URL that is not an absolute file URL. Unknown keys are ignored.
+// value or more than kMostSnapshotClips clips. Unknown keys are ignored. A url that is not
+// an absolute file URL decodes to its own text (see VantrellSnapshotClip::url).
 common::Result<nlohmann::json> toJson(const VantrellSnapshotClip& clip);
 common::Result<VantrellSnapshotClip> clipFromJson(const nlohmann::json& json);
 common::Result<nlohmann::json> toJson(const VantrellSnapshot& snapshot);
@@ -64,7 +73,9 @@ common::Result<VantrellSnapshot> snapshotFromJson(const nlohmann::json& json);
 common::Result<std::string> encodeSnapshot(const VantrellSnapshot& snapshot);
 common::Result<VantrellSnapshot> decodeSnapshot(std::string_view text);
 
-// File URLs as the project file writes them: "file://" and the percent-encoded path.
+// File URLs as the project file writes them: "file://" and the percent-encoded path. A
+// relative path is written as it stands; pathFromFileURL gives none for any text that is not
+// "file://" with an absolute path.
 std::string fileURLString(const std::filesystem::path& absolutePath);
 std::optional<std::filesystem::path> pathFromFileURL(std::string_view url);
 

@@ -1,0 +1,45 @@
+// The probe with its poster thumbnail, on mutated media: any bytes either make a clip that
+// is media by the probe's own rule or fail with a message.
+#include <unistd.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "common/uuid.h"
+#include "media/media_check.h"
+#include "media/probe.h"
+
+namespace {
+
+// One file per process, rewritten for each input, so that parallel jobs don't collide.
+const std::filesystem::path& scratchFile() {
+    static const std::filesystem::path file =
+        std::filesystem::temp_directory_path() /
+        ("vantrell-probe-fuzz-" + std::to_string(::getpid()) + ".media");
+    return file;
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+    {
+        std::ofstream out(scratchFile(), std::ios::binary | std::ios::trunc);
+        out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+    }
+    auto clip = media::probeClip(scratchFile(), std::nullopt, common::Uuid::random());
+    if (!clip) {
+        if (clip.error().message.empty()) std::abort();
+        return 0;
+    }
+    const model::Clip& c = *clip;
+    if (!(c.fullDurationSeconds > 0) || c.fullDurationSeconds > media::kLongestMediaSeconds)
+        std::abort();
+    if (c.naturalSize.width > media::kLargestPictureSide ||
+        c.naturalSize.height > media::kLargestPictureSide)
+        std::abort();
+    return 0;
+}

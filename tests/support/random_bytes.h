@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstddef>
+#include <random>
+#include <string>
+
+namespace testing_support {
+
+// `count` bytes of noise, the same for every run: a file that is nothing but its name.
+inline std::string randomBytes(std::size_t count) {
+    std::mt19937 noise(12);
+    std::string bytes(count, '\0');
+    for (char& c : bytes) c = static_cast<char>(noise() & 0xff);
+    return bytes;
+}
+
+}  // namespace testing_support
