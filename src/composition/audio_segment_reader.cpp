@@ -102,7 +102,7 @@ common::Result<AudioSegmentReader> AudioSegmentReader::open(const Segment& segme
     if (stream.codecpar->seek_preroll > 0 && stream.codecpar->sample_rate > 0)
         reader.prerollSeconds_ +=
             static_cast<double>(stream.codecpar->seek_preroll) / stream.codecpar->sample_rate;
-    reader.startPts_ = stream.start_time != AV_NOPTS_VALUE ? stream.start_time : 0;
+    reader.startPts_ = media::movieOrigin(*input.value(), stream);
     reader.input_ = std::move(input.value());
     reader.decoder_ = std::move(decoder.value());
     reader.packet_.reset(av_packet_alloc());
