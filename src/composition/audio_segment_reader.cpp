@@ -15,6 +15,7 @@ extern "C" {
 #include <libavfilter/buffersink.h>
 #include <libavfilter/buffersrc.h>
 #include <libavutil/channel_layout.h>
+#include <libavutil/opt.h>
 }
 
 namespace composition {
@@ -227,6 +228,10 @@ common::Status AudioSegmentReader::resample(const AVFrame* frame) {
             rc < 0)
             return media::avError(rc, "Cannot resample the sound of " + file_.string());
         resampler_.reset(made);
+        // A downmix adds channels together (5.1's left gets centre and surround too), so
+        // its matrix is scaled to keep a full-scale source within full scale.
+        if (in.nb_channels > out.nb_channels)
+            av_opt_set_double(resampler_.get(), "rematrix_maxval", 1.0, 0);
         if (int rc = swr_init(resampler_.get()); rc < 0)
             return media::avError(rc, "Cannot resample the sound of " + file_.string());
         resamplerChannels_ = frame->ch_layout.nb_channels;
