@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cmath>
 #include <filesystem>
 
 #include "common/media_time.h"
@@ -22,5 +23,17 @@ struct Slice {
 
     friend bool operator==(const Slice&, const Slice&) = default;
 };
+
+// The source range of a run from [tStart, tEnd) on the timeline and [aStart, aEnd) in the
+// source, in seconds. Unscaled (rate within a ten-thousandth of 1), the range is exactly as
+// many ticks long as the run's rounded span on the timeline, so that runs that meet on the
+// timeline meet in ticks too; the rounding goes into the source's end, within a tick.
+inline common::MediaTimeRange sliceAssetRange(double tStart, double tEnd, double aStart,
+                                              double aEnd, double rate) {
+    using common::MediaTime;
+    const MediaTime start = MediaTime::fromSeconds(aStart);
+    if (std::abs(rate - 1.0) > 0.0001) return {start, MediaTime::fromSeconds(aEnd) - start};
+    return {start, MediaTime::fromSeconds(tEnd) - MediaTime::fromSeconds(tStart)};
+}
 
 }  // namespace composition

@@ -210,6 +210,19 @@ TEST(CompositionAssembly, CursorLeadingTheNextSliceLeavesATinyHoleAndLaggingShif
         (std::vector<Piece>{hole(0, 1), {1, 858, "a.mov", 0, 600}, {859, 600, "b.mov", 0, 600}}));
 }
 
+TEST(CompositionAssembly, UnscaledClipsThatMeetOnTheTimelineMeetInTicks) {
+    // In 0.54 ticks and out 600.48 round to 1 and 600, a 599-tick range; the next clip
+    // starts at 599.94 ticks, which rounds to 600.
+    const auto first = clip("a.mov", 0, 0.0009, 1.0008);
+    const auto second = clip("b.mov", first.timelineEnd(), 0, 1);
+    for (const auto& track : [&] {
+             const auto c = buildComposition({first, second}, fakeLookup());
+             return std::vector{*c.video, c.audio.front()};
+         }())
+        EXPECT_EQ(pieces(track.segments),
+                  (std::vector<Piece>{{0, 600, "a.mov", 1, 600}, {600, 600, "b.mov", 0, 600}}));
+}
+
 TEST(CompositionAssembly, SegmentsCarryClipRotationAndRate) {
     auto turned = clip("a.mov", 0, 1, 3);
     turned.rotationDegrees = 90;
