@@ -123,6 +123,33 @@ double fileDurationSeconds(const AVFormatContext& input) {
     return anyTrack ? longest : container;
 }
 
+double measuredDurationSeconds(AVFormatContext& input) {
+    const double stated = fileDurationSeconds(input);
+    if (stated > 0 && input.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE)
+        return stated;
+    PacketPtr packet{av_packet_alloc()};
+    if (!packet) return stated;
+    std::optional<double> first;
+    std::optional<double> last;
+    while (av_read_frame(&input, packet.get()) >= 0) {
+        const AVStream& stream = *input.streams[packet->stream_index];
+        const AVMediaType type = stream.codecpar->codec_type;
+        const std::int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
+        if ((type == AVMEDIA_TYPE_VIDEO || type == AVMEDIA_TYPE_AUDIO) &&
+            !(stream.disposition & AV_DISPOSITION_ATTACHED_PIC) && time != AV_NOPTS_VALUE) {
+            const double start = time * av_q2d(stream.time_base);
+            const double end =
+                (time + std::max<std::int64_t>(packet->duration, 0)) * av_q2d(stream.time_base);
+            first = std::min(first.value_or(start), start);
+            last = std::max(last.value_or(end), end);
+        }
+        av_packet_unref(packet.get());
+    }
+    avformat_seek_file(&input, -1, INT64_MIN, 0, 0, 0);
+    if (!first || !(*last > *first)) return stated;
+    return *last - *first;
+}
+
 double nominalFrameRate(const AVStream& stream) {
     AVRational rate = stream.avg_frame_rate;
     if (rate.num <= 0 || rate.den <= 0) rate = stream.r_frame_rate;

@@ -36,6 +36,12 @@ int displayRotationDegrees(const AVStream& stream);
 // length is known.
 double fileDurationSeconds(const AVFormatContext& input);
 
+// fileDurationSeconds, except where the container gives no length (Matroska written to a
+// pipe) or only a guess from its bit rate (raw ADTS or MP3 without a header): then every
+// packet is read to find where the last one ends, from the movie's origin, and reading goes
+// back to the start.
+double measuredDurationSeconds(AVFormatContext& input);
+
 // Frames per second as a 32-bit float widened to double, which is how a clip's nominal
 // rate is reported; 0 when the stream gives none.
 double nominalFrameRate(const AVStream& stream);

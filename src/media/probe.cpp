@@ -24,7 +24,7 @@ common::Result<model::Clip> probeClip(const std::filesystem::path& url,
     const AVStream* video = firstStream(input, AVMEDIA_TYPE_VIDEO);
     clip.hasVideo = video != nullptr;
     clip.hasAudio = firstStream(input, AVMEDIA_TYPE_AUDIO) != nullptr;
-    clip.fullDurationSeconds = fileDurationSeconds(input);
+    clip.fullDurationSeconds = measuredDurationSeconds(input);
     clip.outSeconds = clip.fullDurationSeconds;
     if (video) {
         clip.frameRate = nominalFrameRate(*video);
