@@ -205,6 +205,7 @@ class Reencoder {
     ScalerKey scalerKey_;
     OutputColour outputColour_;
     ColourConverter colours_;
+    composition::PictureConverter shaper_;  // to square pixels
 
     std::optional<Output> audio_;
     std::optional<composition::AudioRenderer> audioRenderer_;
@@ -562,6 +563,17 @@ common::Status Reencoder::encodeVideoFrame(std::int64_t index) {
         auto converted = colours_.convert(*rendered->picture, outputColour_);
         if (!converted) return converted.error();
         if (converted.value()) rendered->picture = std::move(converted.value());
+        // Non-square pixels are laid out at the size they are shown at.
+        if (const AVRational shape = rendered->picture->sample_aspect_ratio;
+            shape.num > 0 && shape.den > 0 && shape.num != shape.den) {
+            const AVFrame& stored = *rendered->picture;
+            const int shownWidth =
+                std::max(1, static_cast<int>(std::lround(stored.width * av_q2d(shape))));
+            auto square = shaper_.convert(
+                stored, {static_cast<AVPixelFormat>(stored.format), shownWidth, stored.height});
+            if (!square) return square.error();
+            rendered->picture = std::move(square.value());
+        }
         const AVFrame& picture = *rendered->picture;
         const auto placement = composition::placeFrame(frame_, picture.width, picture.height);
         const Window window =

@@ -90,6 +90,14 @@ std::string sourceName(const AVFormatContext& input) {
     return std::string(url);
 }
 
+double displayWidth(const AVStream& stream) {
+    AVRational shape = stream.sample_aspect_ratio;
+    if (shape.num <= 0 || shape.den <= 0) shape = stream.codecpar->sample_aspect_ratio;
+    const double width = stream.codecpar->width;
+    if (shape.num <= 0 || shape.den <= 0) return width;
+    return width * shape.num / shape.den;
+}
+
 std::int64_t movieOrigin(const AVFormatContext& input, const AVStream& stream) {
     std::optional<std::pair<std::int64_t, AVRational>> earliest;
     for (unsigned i = 0; i < input.nb_streams; ++i) {

@@ -27,6 +27,11 @@ common::Result<CodecContextPtr> openDecoder(const AVFormatContext& input, const 
 // late (an empty edit first) begins late in the output too.
 std::int64_t movieOrigin(const AVFormatContext& input, const AVStream& stream);
 
+// The width the stream's picture is shown at: its stored width stretched by the pixel shape
+// that the container or the codec gives (anamorphic DV and HDV, some phones' slow motion);
+// the stored width for square pixels. The height is always the stored one.
+double displayWidth(const AVStream& stream);
+
 // How far the stream's picture must be turned for display: 0, 90, 180 or 270 degrees
 // clockwise. Flips in the display matrix are ignored.
 int displayRotationDegrees(const AVStream& stream);

@@ -28,8 +28,7 @@ common::Result<model::Clip> probeClip(const std::filesystem::path& url,
     clip.outSeconds = clip.fullDurationSeconds;
     if (video) {
         clip.frameRate = nominalFrameRate(*video);
-        clip.naturalSize = {static_cast<double>(video->codecpar->width),
-                            static_cast<double>(video->codecpar->height)};
+        clip.naturalSize = {displayWidth(*video), static_cast<double>(video->codecpar->height)};
         clip.rotationDegrees = displayRotationDegrees(*video);
     }
     clip.fingerprint = fingerprint(input);

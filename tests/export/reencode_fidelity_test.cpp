@@ -114,6 +114,27 @@ TEST_P(OffsetTracks, FivePointOneDownmixedToStereoStaysWithinFullScale) {
 INSTANTIATE_TEST_SUITE_P(BothPlayers, OffsetTracks, testing::ValuesIn(testing_support::kPlayers),
                          [](const auto& info) { return std::string(playerName(info.param)); });
 
+// Pixels a third wider than tall, stored 240 wide and shown 320 wide: the output, made at the
+// shown size, is filled by the picture as players show it.
+TEST_P(OffsetTracks, NonSquarePixelsAreLaidOutAtTheirShownSize) {
+    const Player player = GetParam();
+    const auto source = makeMedia(
+        "fidelity_anamorphic.mp4",
+        "-f lavfi -i testsrc2=size=240x180:rate=30 -t 1 -vf setsar=4/3 " + h264() + "-an");
+    const auto out = reencoded(CompositionBuilder().video(source, 0, 600).build(), "anamorphic",
+                               plain(320, 180));
+    const auto work = testing_support::freshDir(std::string("anamorphic-") + playerName(player));
+    const testing_support::VideoDecodeOptions shown{testing_support::PixelLayout::i420,
+                                                    std::pair{320, 180}};
+    const DecodedVideo before =
+        testing_support::decodeVideo(source, player, work / "source", shown);
+    const DecodedVideo after = testing_support::decodeVideo(out, player, work / "out", shown);
+    ASSERT_EQ(before.error, "");
+    ASSERT_EQ(after.error, "");
+    ASSERT_EQ(after.frameCount(), before.frameCount());
+    EXPECT_GT(testing_support::psnr(after.frame(10), before.frame(10)), 30);
+}
+
 // Colour bars made in one colour description each, tagged with it.
 struct BarsCase {
     std::string name;

@@ -245,6 +245,14 @@ TEST(ProbeClip, IndexedMp4CutMidwayProbesOrFailsCleanly) {
     EXPECT_NEAR(probed->fullDurationSeconds, 1.0, 1.0 / 30);
 }
 
+TEST(ProbeClip, NonSquarePixelsGiveTheSizeTheyAreShownAt) {
+    const auto file = testing_support::makeMedia(
+        "anamorphic.mp4", samples::picture(240, 180) + "-t 1 -vf setsar=4/3 " + samples::kH264);
+    auto probed = probeClip(file, std::nullopt, someId());
+    ASSERT_TRUE(probed) << probed.error().message;
+    EXPECT_EQ(probed->naturalSize, (model::Size{320, 180}));
+}
+
 // Files whose container states no length, or only a guess from the bit rate of the first
 // frames: the length is measured from their packets.
 TEST(ProbeClip, LengthComesFromThePacketsWhereTheContainerHasNoneOrOnlyAGuess) {
