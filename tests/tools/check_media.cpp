@@ -202,8 +202,10 @@ class Checker {
                                        &said);
                 report_.line(name, e.name, "export", ok, ok ? "" : said);
                 if (!ok) continue;
-                // The status line after the edits says which road the export takes.
-                e.copied = !reencode && status.find("Lossless") != std::string::npos;
+                // The status line after the edits says which road the export means to take;
+                // the export says when it falls back to re-encoding.
+                e.copied = !reencode && status.find("Lossless") != std::string::npos &&
+                           said.find("Re-encoding") == std::string::npos;
                 exports.push_back(e);
             }
         }
