@@ -32,6 +32,21 @@ TEST_F(ExportTest, CopiesAnEligibleProjectAndNamesTheOutcomeLast) {
     EXPECT_EQ(probeStreams(out, dir), "h264,320,240\naac\n");
 }
 
+TEST_F(ExportTest, ReencodeOptionReencodesAProjectThatCouldBeCopied) {
+    const auto copyOf = [&](const std::string& name, const std::string& option) {
+        const auto out = dir / name;
+        EXPECT_EQ(
+            cli("export " + quote(project.string()) + option + " -o " + quote(out.string()), dir)
+                .status,
+            0);
+        return testing_support::ffprobe(
+            out, "-select_streams v:0 -show_entries stream=color_space -of csv=p=0");
+    };
+    // The re-encoding road tags its output in full; the copy keeps the untagged source's.
+    EXPECT_EQ(copyOf("copied.mp4", ""), "unknown\n");
+    EXPECT_EQ(copyOf("reencoded.mp4", " --reencode"), "smpte170m\n");
+}
+
 TEST_F(ExportTest, FormatFollowsTheExtensionUnlessGiven) {
     auto wav = dir / "sound.wav";
     ASSERT_EQ(cli("export " + quote(project.string()) + " -o " + quote(wav.string()), dir).status,
