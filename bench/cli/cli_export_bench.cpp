@@ -2,7 +2,7 @@
 // joins three whole 60-second 1080p30 H.264 + AAC files must take at most as long as the
 // ffmpeg tool's concat demuxer copying them (-c copy), each run as its own process. The
 // command opens the project, probes every file and plans the export before copying a byte,
-// so what it does beyond the copy (a thumbnail per file, once) shows here.
+// so any work beyond the copy, such as pictures that nothing shows, shows here.
 //
 // Usage: cli_bench [FOLDER] [--runs N]
 // FOLDER keeps the generated clips between runs.
