@@ -34,6 +34,7 @@ Slice toSlice(const LaneItem& item) {
     return Slice{
         .url = item.clip->mediaURL(),
         .timelineStart = MediaTime::fromSeconds(item.tStart),
+        .timelineEnd = MediaTime::fromSeconds(item.tEnd),
         .assetRange = sliceAssetRange(item.tStart, item.tEnd, item.aStart, item.aEnd, item.rate),
         .sourceNaturalSize = model::Size{},
         .rate = item.rate,

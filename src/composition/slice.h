@@ -15,6 +15,7 @@ namespace composition {
 struct Slice {
     std::filesystem::path url;          // the file to read, the reversed render if any
     common::MediaTime timelineStart;    // where the run begins on the timeline
+    common::MediaTime timelineEnd;      // where it ends: runs that meet share this tick
     common::MediaTimeRange assetRange;  // the stretch of the file that fills the run
     model::Size sourceNaturalSize;      // as stored, unrotated; 0 x 0 on audio slices
     double rate = 1.0;                  // source seconds per timeline second, above 0

@@ -29,6 +29,7 @@ Slice toSlice(const Pending& p) {
     return Slice{
         .url = p.clip->mediaURL(),
         .timelineStart = MediaTime::fromSeconds(p.tStart),
+        .timelineEnd = MediaTime::fromSeconds(p.tEnd),
         .assetRange = sliceAssetRange(p.tStart, p.tEnd, p.aStart, p.aEnd, p.rate),
         .sourceNaturalSize = p.clip->naturalSize,
         .rate = p.rate,

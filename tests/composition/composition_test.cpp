@@ -198,16 +198,15 @@ std::vector<Piece> afterASlowClip(double startTicks, double lengthTicks) {
     return composition.video ? pieces(composition.video->segments) : std::vector<Piece>{};
 }
 
-TEST(CompositionAssembly, CursorLeadingTheNextSliceLeavesATinyHoleAndLaggingShiftsIt) {
-    // The scaled length, 857.4 ticks, rounds down while the next clip's start, 857.8
-    // ticks, rounds up.
-    EXPECT_EQ(
-        afterASlowClip(0.4, 857.4),
-        (std::vector<Piece>{{0, 857, "a.mov", 0, 600}, hole(857, 1), {858, 600, "b.mov", 0, 600}}));
+TEST(CompositionAssembly, ScaledClipEndsWhereTheNextClipStartsWhateverTheRounding) {
+    // The scaled length, 857.4 ticks, would round down while the next clip's start, 857.8
+    // ticks, rounds up: the run ends at the rounded end of the clip, 858.
+    EXPECT_EQ(afterASlowClip(0.4, 857.4),
+              (std::vector<Piece>{{0, 858, "a.mov", 0, 600}, {858, 600, "b.mov", 0, 600}}));
     // Start and scaled length both round up (0.6 and 857.6 ticks), their sum down (858.2).
     EXPECT_EQ(
         afterASlowClip(0.6, 857.6),
-        (std::vector<Piece>{hole(0, 1), {1, 858, "a.mov", 0, 600}, {859, 600, "b.mov", 0, 600}}));
+        (std::vector<Piece>{hole(0, 1), {1, 857, "a.mov", 0, 600}, {858, 600, "b.mov", 0, 600}}));
 }
 
 TEST(CompositionAssembly, UnscaledClipsThatMeetOnTheTimelineMeetInTicks) {
