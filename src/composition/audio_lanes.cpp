@@ -34,8 +34,8 @@ Slice toSlice(const LaneItem& item) {
     return Slice{
         .url = item.clip->mediaURL(),
         .timelineStart = MediaTime::fromSeconds(item.tStart),
-        .assetRange = common::MediaTimeRange::fromStartEnd(MediaTime::fromSeconds(item.aStart),
-                                                           MediaTime::fromSeconds(item.aEnd)),
+        .timelineEnd = MediaTime::fromSeconds(item.tEnd),
+        .assetRange = sliceAssetRange(item.tStart, item.tEnd, item.aStart, item.aEnd, item.rate),
         .sourceNaturalSize = model::Size{},
         .rate = item.rate,
         .clipID = item.clip->id,

@@ -25,12 +25,11 @@ Track insertSlices(std::vector<Slice> slices, MediaKind kind, const StreamLookup
         }
         // A range that can't be laid down (out before in) costs only itself.
         if (slice.assetRange.duration.ticks <= 0) continue;
-        auto duration = slice.assetRange.duration;
-        double rate = 1.0;
-        if (std::abs(slice.rate - 1.0) > 0.0001 && slice.rate > 0) {
-            rate = slice.rate;
-            duration = common::MediaTime::fromSeconds(duration.seconds() / slice.rate);
-        }
+        // The run ends where the timeline says, so that the next one starts right there;
+        // a scaled run plays its whole source range over that span.
+        const common::MediaTime duration = slice.timelineEnd - cursor;
+        const double rate =
+            std::abs(slice.rate - 1.0) > 0.0001 && slice.rate > 0 ? slice.rate : 1.0;
         if (duration.ticks <= 0) continue;
         track.segments.push_back({cursor, duration,
                                   SegmentSource{slice.url, *stream, slice.assetRange, rate,

@@ -29,8 +29,8 @@ Slice toSlice(const Pending& p) {
     return Slice{
         .url = p.clip->mediaURL(),
         .timelineStart = MediaTime::fromSeconds(p.tStart),
-        .assetRange = common::MediaTimeRange::fromStartEnd(MediaTime::fromSeconds(p.aStart),
-                                                           MediaTime::fromSeconds(p.aEnd)),
+        .timelineEnd = MediaTime::fromSeconds(p.tEnd),
+        .assetRange = sliceAssetRange(p.tStart, p.tEnd, p.aStart, p.aEnd, p.rate),
         .sourceNaturalSize = p.clip->naturalSize,
         .rate = p.rate,
         .clipID = p.clip->id,

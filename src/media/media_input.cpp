@@ -4,7 +4,9 @@
 #include <cmath>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string_view>
+#include <utility>
 
 #include "media/av_error.h"
 #include "media/regular_file.h"
@@ -130,6 +132,30 @@ std::string sourceName(const AVFormatContext& input) {
     return std::string(url);
 }
 
+double displayWidth(const AVStream& stream) {
+    AVRational shape = stream.sample_aspect_ratio;
+    if (shape.num <= 0 || shape.den <= 0) shape = stream.codecpar->sample_aspect_ratio;
+    const double width = stream.codecpar->width;
+    if (shape.num <= 0 || shape.den <= 0) return width;
+    return width * shape.num / shape.den;
+}
+
+std::int64_t movieOrigin(const AVFormatContext& input, const AVStream& stream) {
+    std::optional<std::pair<std::int64_t, AVRational>> earliest;
+    for (unsigned i = 0; i < input.nb_streams; ++i) {
+        const AVStream& s = *input.streams[i];
+        const AVMediaType type = s.codecpar->codec_type;
+        if (type != AVMEDIA_TYPE_VIDEO && type != AVMEDIA_TYPE_AUDIO) continue;
+        if (s.disposition & AV_DISPOSITION_ATTACHED_PIC) continue;
+        if (s.start_time == AV_NOPTS_VALUE) continue;
+        if (!earliest ||
+            av_compare_ts(s.start_time, s.time_base, earliest->first, earliest->second) < 0)
+            earliest = std::pair{s.start_time, s.time_base};
+    }
+    if (!earliest) return 0;
+    return av_rescale_q(earliest->first, earliest->second, stream.time_base);
+}
+
 double fileDurationSeconds(const AVFormatContext& input) {
     const double container =
         input.duration != AV_NOPTS_VALUE ? static_cast<double>(input.duration) / AV_TIME_BASE : 0;
@@ -145,6 +171,33 @@ double fileDurationSeconds(const AVFormatContext& input) {
         longest = std::max(longest, seconds);
     }
     return anyTrack ? longest : container;
+}
+
+double measuredDurationSeconds(AVFormatContext& input) {
+    const double stated = fileDurationSeconds(input);
+    if (stated > 0 && input.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE)
+        return stated;
+    PacketPtr packet{av_packet_alloc()};
+    if (!packet) return stated;
+    std::optional<double> first;
+    std::optional<double> last;
+    while (av_read_frame(&input, packet.get()) >= 0) {
+        const AVStream& stream = *input.streams[packet->stream_index];
+        const AVMediaType type = stream.codecpar->codec_type;
+        const std::int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
+        if ((type == AVMEDIA_TYPE_VIDEO || type == AVMEDIA_TYPE_AUDIO) &&
+            !(stream.disposition & AV_DISPOSITION_ATTACHED_PIC) && time != AV_NOPTS_VALUE) {
+            const double start = time * av_q2d(stream.time_base);
+            const double end =
+                (time + std::max<std::int64_t>(packet->duration, 0)) * av_q2d(stream.time_base);
+            first = std::min(first.value_or(start), start);
+            last = std::max(last.value_or(end), end);
+        }
+        av_packet_unref(packet.get());
+    }
+    avformat_seek_file(&input, -1, INT64_MIN, 0, 0, 0);
+    if (!first || !(*last > *first)) return stated;
+    return *last - *first;
 }
 
 double nominalFrameRate(const AVStream& stream) {

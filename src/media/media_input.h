@@ -21,6 +21,17 @@ const AVStream* firstStream(const AVFormatContext& input, AVMediaType type);
 common::Result<CodecContextPtr> openDecoder(const AVFormatContext& input, const AVStream& stream,
                                             int threads);
 
+// Where a source's time 0 lies, in `stream`'s time base: the earliest start of any audio
+// or video stream of the file, which is where players start the movie. Every road measures
+// source times from it, so picture and sound keep their offset and a track that begins
+// late (an empty edit first) begins late in the output too.
+std::int64_t movieOrigin(const AVFormatContext& input, const AVStream& stream);
+
+// The width the stream's picture is shown at: its stored width stretched by the pixel shape
+// that the container or the codec gives (anamorphic DV and HDV, some phones' slow motion);
+// the stored width for square pixels. The height is always the stored one.
+double displayWidth(const AVStream& stream);
+
 // How far the stream's picture must be turned for display: 0, 90, 180 or 270 degrees
 // clockwise. Flips in the display matrix are ignored.
 int displayRotationDegrees(const AVStream& stream);
@@ -29,6 +40,12 @@ int displayRotationDegrees(const AVStream& stream);
 // store per-track lengths, so a track without one counts as the whole file. 0 when no
 // length is known.
 double fileDurationSeconds(const AVFormatContext& input);
+
+// fileDurationSeconds, except where the container gives no length (Matroska written to a
+// pipe) or only a guess from its bit rate (raw ADTS or MP3 without a header): then every
+// packet is read to find where the last one ends, from the movie's origin, and reading goes
+// back to the start.
+double measuredDurationSeconds(AVFormatContext& input);
 
 // Frames per second as a 32-bit float widened to double, which is how a clip's nominal
 // rate is reported; 0 when the stream gives none.

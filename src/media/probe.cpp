@@ -25,12 +25,11 @@ common::Result<model::Clip> probeClip(const std::filesystem::path& url,
     const AVStream* video = firstStream(input, AVMEDIA_TYPE_VIDEO);
     clip.hasVideo = video != nullptr;
     clip.hasAudio = firstStream(input, AVMEDIA_TYPE_AUDIO) != nullptr;
-    clip.fullDurationSeconds = fileDurationSeconds(input);
+    clip.fullDurationSeconds = measuredDurationSeconds(input);
     clip.outSeconds = clip.fullDurationSeconds;
     if (video) {
         clip.frameRate = nominalFrameRate(*video);
-        clip.naturalSize = {static_cast<double>(video->codecpar->width),
-                            static_cast<double>(video->codecpar->height)};
+        clip.naturalSize = {displayWidth(*video), static_cast<double>(video->codecpar->height)};
         clip.rotationDegrees = displayRotationDegrees(*video);
     }
     clip.fingerprint = fingerprint(input);

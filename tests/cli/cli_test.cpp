@@ -252,6 +252,19 @@ TEST_F(CommandTest, ExportWritesTheFormatOfTheExtensionAndOnFailureLeavesTheTarg
     ASSERT_EQ(cli("export " + quote(project.string()) + " -o " + quote(wav.string()), dir).status,
               0);
     EXPECT_EQ(probeStreams(wav), "pcm_s16le\n");
+    // The re-encoding road tags its output in full; the copy keeps the untagged source's.
+    const auto colourSpace = [&](const fs::path& file) {
+        return testing_support::ffprobe(
+            file, "-select_streams v:0 -show_entries stream=color_space -of csv=p=0");
+    };
+    auto reencoded = dir / "reencoded.mp4";
+    ASSERT_EQ(cli("export " + quote(project.string()) + " --reencode -o " +
+                      quote(reencoded.string()),
+                  dir)
+                  .status,
+              0);
+    EXPECT_EQ(colourSpace(mp4), "unknown\n");
+    EXPECT_EQ(colourSpace(reencoded), "smpte170m\n");
 
     auto gone = copyIn(movie, "gone.mp4");
     auto lost = newProject("lost.vantrell", {gone});

@@ -185,16 +185,28 @@ std::vector<Piece> afterASlowClip(double startTicks, double lengthTicks) {
     return composition.video ? pieces(composition.video->segments) : std::vector<Piece>{};
 }
 
-TEST(CompositionAssembly, CursorLeadingTheNextSliceLeavesATinyHoleAndLaggingShiftsIt) {
-    // The scaled length, 857.4 ticks, rounds down while the next clip's start, 857.8
-    // ticks, rounds up.
-    EXPECT_EQ(
-        afterASlowClip(0.4, 857.4),
-        (std::vector<Piece>{{0, 857, "a.mov", 0, 600}, hole(857, 1), {858, 600, "b.mov", 0, 600}}));
+TEST(CompositionAssembly, ScaledClipEndsWhereTheNextClipStartsWhateverTheRounding) {
+    // The scaled length, 857.4 ticks, would round down while the next clip's start, 857.8
+    // ticks, rounds up: the run ends at the rounded end of the clip, 858.
+    EXPECT_EQ(afterASlowClip(0.4, 857.4),
+              (std::vector<Piece>{{0, 858, "a.mov", 0, 600}, {858, 600, "b.mov", 0, 600}}));
     // Start and scaled length both round up (0.6 and 857.6 ticks), their sum down (858.2).
     EXPECT_EQ(
         afterASlowClip(0.6, 857.6),
-        (std::vector<Piece>{hole(0, 1), {1, 858, "a.mov", 0, 600}, {859, 600, "b.mov", 0, 600}}));
+        (std::vector<Piece>{hole(0, 1), {1, 857, "a.mov", 0, 600}, {858, 600, "b.mov", 0, 600}}));
+}
+
+TEST(CompositionAssembly, UnscaledClipsThatMeetOnTheTimelineMeetInTicks) {
+    // In 0.54 ticks and out 600.48 round to 1 and 600, a 599-tick range; the next clip
+    // starts at 599.94 ticks, which rounds to 600.
+    const auto first = clip("a.mov", 0, 0.0009, 1.0008);
+    const auto second = clip("b.mov", first.timelineEnd(), 0, 1);
+    for (const auto& track : [&] {
+             const auto c = buildComposition({first, second}, fakeLookup());
+             return std::vector{*c.video, c.audio.front()};
+         }())
+        EXPECT_EQ(pieces(track.segments),
+                  (std::vector<Piece>{{0, 600, "a.mov", 1, 600}, {600, 600, "b.mov", 0, 600}}));
 }
 
 TEST(CompositionAssembly, SegmentsCarryClipRotationAndRate) {

@@ -16,6 +16,7 @@ namespace {
 using composition::grabFrame;
 using composition::writePng;
 using render_test::clipOf;
+using testing_support::quote;
 
 std::vector<int> pixelAt(const model::ImageData& image, int x, int y) {
     const std::uint8_t* p = &image.rgba[(static_cast<std::size_t>(y) * image.width + x) * 4];
@@ -46,6 +47,20 @@ TEST(FrameGrab, GivesTheTopClipsFrameAndNothingWhereNoPictureShows) {
     auto gone = clip;
     gone.url = testing_support::scratchDir() / "render_gone.mp4";
     EXPECT_FALSE(grabFrame({gone}, 1.5));
+}
+
+TEST(FrameGrab, MeasuresASourceOnItsMoviesClockWherePictureStartsAfterSound) {
+    // The picture half a second after the sound, as the mp4 muxer writes it: an empty edit.
+    const auto late = testing_support::makeMedia(
+        "render_late_video.mp4", "-itsoffset 0.5 -i " + quote(render_test::h264().string()) +
+                                     " -f lavfi -i sine=sample_rate=48000 -t 3 -map 0:v -map 1:a "
+                                     "-c:v copy -c:a aac");
+    const auto clip = clipOf(late, 0, 0, 3);
+    EXPECT_FALSE(grabFrame({clip}, 0.25));
+    const auto shown = grabFrame({clip}, 1.0);
+    const auto same = grabFrame({clipOf(render_test::h264(), 0, 0, 3)}, 0.5);
+    ASSERT_TRUE(shown && same);
+    EXPECT_EQ(shown->rgba, same->rgba);
 }
 
 TEST(FrameGrab, IsTheExactFrameAtTheTimeAndTheRate) {

@@ -265,7 +265,8 @@ TEST(Slicing, EveryPieceCarriesItsClipsIdAndRateButOnlyPictureSlicesItsSizeAndRo
 // Rounding to ticks happens once, on the finished pieces
 
 TEST(Slicing, TimesAreRoundedToTheNearestTickOnlyAtTheEnd) {
-    // In 0.48 ticks rounds to 0 and out 600.96 to 601; the length itself is 600.48 ticks.
+    // In 0.48 ticks rounds to 0; the run spans 37.5 to 637.98 ticks on the timeline, 38 to
+    // 638, and an unscaled source range is as long as that span, so that it meets the next.
     const auto video = sliceVideoTopWins({clip("a.mov", 0.0625, 0.0008, 1.0016)});
     const auto lanes = assignAudioLanes({clip("a.mov", 0.0625, 0.0008, 1.0016)});
     ASSERT_EQ(lanes.size(), 1u);
@@ -273,7 +274,7 @@ TEST(Slicing, TimesAreRoundedToTheNearestTickOnlyAtTheEnd) {
         ASSERT_EQ(slices.size(), 1u);
         EXPECT_EQ(slices[0].timelineStart.ticks, 38);  // 37.5 ticks, half away from zero
         EXPECT_EQ(slices[0].assetRange.start.ticks, 0);
-        EXPECT_EQ(slices[0].assetRange.duration.ticks, 601);
+        EXPECT_EQ(slices[0].assetRange.duration.ticks, 600);
     }
     // A clip shorter than a tick still yields a slice.
     const auto blink = sliceVideoTopWins({clip("blink.mov", 1.0001, 2, 2.0002)});

@@ -215,4 +215,37 @@ TEST(ProbeClip, MissingTextAndCutFilesFailNamingThem) {
         expectFailureNaming(probeClip(file, std::nullopt, someId()), file);
 }
 
+TEST(ProbeClip, NonSquarePixelsGiveTheSizeTheyAreShownAt) {
+    const auto file = testing_support::makeMedia(
+        "anamorphic.mp4", samples::picture(240, 180) + "-t 1 -vf setsar=4/3 " + samples::kH264);
+    auto probed = probeClip(file, std::nullopt, someId());
+    ASSERT_TRUE(probed) << probed.error().message;
+    EXPECT_EQ(probed->naturalSize, (model::Size{320, 180}));
+}
+
+// Files whose container states no length, or only a guess from the bit rate of the first
+// frames: the length is measured from their packets.
+TEST(ProbeClip, LengthComesFromThePacketsWhereTheContainerHasNoneOrOnlyAGuess) {
+    using testing_support::quote;
+    const auto dir = testing_support::freshDir("probe-lengths");
+    // Matroska written to a pipe has no Duration element.
+    const auto piped = dir / "piped.mkv";
+    ASSERT_EQ(
+        testing_support::run(std::string(VANTRELL_FFMPEG) + " -nostdin -v error " +
+                             samples::picture(320, 240) + samples::kTone + "-t 2 " +
+                             samples::kH264 + "-c:a aac -f matroska - > " + quote(piped.string())),
+        0);
+    // Silence then noise: the guess from the first frames' rate is eight times too long.
+    const auto adts = testing_support::makeMedia(
+        "silence_then_noise.aac",
+        "-f lavfi -i \"aevalsrc=if(lt(t\\,1)\\,0\\,random(0)-0.5):s=48000:d=4\" -c:a aac "
+        "-q:a 2 -f adts");
+    for (const auto& [file, seconds] : {std::pair{piped, 2.0}, std::pair{adts, 4.0}}) {
+        auto probed = probeClip(file, std::nullopt, someId());
+        ASSERT_TRUE(probed) << probed.error().message;
+        EXPECT_NEAR(probed->fullDurationSeconds, seconds, 1.0 / 30) << file;
+        EXPECT_EQ(probed->outSeconds, probed->fullDurationSeconds);
+    }
+}
+
 }  // namespace
