@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <vector>
+
+#include "media/ff_ptr.h"
+
+namespace exporting {
+
+// How the H.264 or HEVC pictures of a stream frame their NAL units: with a length of
+// `lengthSize` bytes in front of each (MP4, Matroska), or with start codes (a transport
+// stream), where `lengthSize` is 0. Other codecs have no NAL units; `nal` is false.
+struct NalFraming {
+    bool nal = false;
+    bool hevc = false;
+    int lengthSize = 0;
+};
+
+NalFraming nalFraming(const AVCodecParameters& parameters);
+
+// The parameter sets of the stream's configuration record (avcC, hvcC or start-code
+// extradata), framed as the stream's pictures are, to go in front of a picture.
+std::vector<std::uint8_t> inBandParameterSets(const AVCodecParameters& parameters,
+                                              const NalFraming& framing);
+
+// NAL units with start codes (an encoder's output) reframed as `framing` says.
+std::vector<std::uint8_t> reframed(std::span<const std::uint8_t> annexB, const NalFraming& framing);
+
+// True if the picture's first slice is an IDR, after which a decoder keeps nothing from
+// before. A keyframe that is not (a CRA, an I-picture with a recovery point) needs an end
+// of sequence in front so that the decoder starts afresh at it.
+bool startsWithIdr(std::span<const std::uint8_t> picture, const NalFraming& framing);
+
+// An end-of-sequence NAL unit, framed.
+std::vector<std::uint8_t> endOfSequence(const NalFraming& framing);
+
+}  // namespace exporting
