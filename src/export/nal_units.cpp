@@ -135,15 +135,23 @@ bool startsWithIdr(std::span<const std::uint8_t> picture, const NalFraming& fram
     return framing.hevc ? (first == 19 || first == 20) : first == 5;
 }
 
-std::vector<std::uint8_t> endOfSequence(const NalFraming& framing) {
+std::vector<std::uint8_t> spliceStart(std::span<const std::uint8_t> picture,
+                                      const NalFraming& framing) {
     std::vector<std::uint8_t> out;
-    if (framing.hevc) {
-        const std::uint8_t nal[] = {36 << 1, 1};
-        appendFramed(out, nal, framing);
-    } else {
-        const std::uint8_t nal[] = {10};
-        appendFramed(out, nal, framing);
+    if (!framing.hevc) {
+        const std::uint8_t endOfSequence[] = {10};
+        appendFramed(out, endOfSequence, framing);
+        out.insert(out.end(), picture.begin(), picture.end());
+        return out;
     }
+    constexpr int kCra = 21;
+    constexpr int kBlaWithLeading = 16;
+    forEachNal(picture, framing, [&](auto nal) {
+        const std::size_t at = out.size() + (framing.lengthSize == 0 ? 4 : framing.lengthSize);
+        appendFramed(out, nal, framing);
+        if (nalType(nal, true) == kCra)
+            out[at] = static_cast<std::uint8_t>((out[at] & 0x81) | kBlaWithLeading << 1);
+    });
     return out;
 }
 

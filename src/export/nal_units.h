@@ -28,11 +28,13 @@ std::vector<std::uint8_t> inBandParameterSets(const AVCodecParameters& parameter
 std::vector<std::uint8_t> reframed(std::span<const std::uint8_t> annexB, const NalFraming& framing);
 
 // True if the picture's first slice is an IDR, after which a decoder keeps nothing from
-// before. A keyframe that is not (a CRA, an I-picture with a recovery point) needs an end
-// of sequence in front so that the decoder starts afresh at it.
+// before.
 bool startsWithIdr(std::span<const std::uint8_t> picture, const NalFraming& framing);
 
-// An end-of-sequence NAL unit, framed.
-std::vector<std::uint8_t> endOfSequence(const NalFraming& framing);
+// Makes a keyframe that is not an IDR the start of a new coded sequence, for a splice: an
+// HEVC CRA becomes a BLA (whose syntax is the same), after which decoders show what they
+// hold and then start afresh; an H.264 I-picture gets an end of sequence in front.
+std::vector<std::uint8_t> spliceStart(std::span<const std::uint8_t> picture,
+                                      const NalFraming& framing);
 
 }  // namespace exporting

@@ -398,12 +398,15 @@ common::Status VideoTrackWriter::writeCopy(const Range& range, const CutPiece& p
         p.duration = durations[index];
         if (foreignBefore_ && framing_.nal) {
             // The decoder has been fed other parameter sets, or another sequence; this
-            // keyframe brings its own and, unless an IDR, ends the sequence before it.
-            std::vector<std::uint8_t> bytes;
+            // keyframe brings its own and, unless an IDR, starts a new sequence.
             const std::span<const std::uint8_t> picture(p.data, static_cast<std::size_t>(p.size));
-            if (!startsWithIdr(picture, framing_)) bytes = endOfSequence(framing_);
-            bytes.insert(bytes.end(), sourceParameterSets_.begin(), sourceParameterSets_.end());
-            bytes.insert(bytes.end(), picture.begin(), picture.end());
+            std::vector<std::uint8_t> bytes = sourceParameterSets_;
+            if (startsWithIdr(picture, framing_)) {
+                bytes.insert(bytes.end(), picture.begin(), picture.end());
+            } else {
+                const auto spliced = spliceStart(picture, framing_);
+                bytes.insert(bytes.end(), spliced.begin(), spliced.end());
+            }
             media::PacketPtr joined{av_packet_alloc()};
             if (!joined || av_new_packet(joined.get(), static_cast<int>(bytes.size())) < 0)
                 return media::avError(AVERROR(ENOMEM), "Cannot copy " + range.file.string());
