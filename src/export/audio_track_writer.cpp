@@ -133,7 +133,7 @@ common::Status AudioTrackWriter::silentFrame() {
     context->profile = parameters_.profile;
     if (int rc = avcodec_open2(context.get(), codec, nullptr); rc < 0)
         return media::avError(rc, "Cannot open an encoder for silence");
-    const int frameSize = context->frame_size > 0 ? context->frame_size
+    const int frameSize = context->frame_size > 0      ? context->frame_size
                           : parameters_.frame_size > 0 ? parameters_.frame_size
                                                        : 1024;
     media::FramePtr frame{av_frame_alloc()};
@@ -164,7 +164,8 @@ common::Status AudioTrackWriter::silentFrame() {
 
 common::Status AudioTrackWriter::writeFramed(const composition::Segment& segment) {
     const auto& source = *segment.source;
-    if (!source_ || source_->path() != source.url || source_->stream().index != source.streamIndex) {
+    if (!source_ || source_->path() != source.url ||
+        source_->stream().index != source.streamIndex) {
         source_.reset();
         auto opened = SourceStream::open(source.url, source.streamIndex);
         if (!opened) return opened.error();
@@ -196,7 +197,8 @@ common::Status AudioTrackWriter::writeFramed(const composition::Segment& segment
         const std::int64_t pts = av_rescale_q(packet->pts - origin, sourceBase, outputBase);
         int samples = av_get_audio_frame_duration2(const_cast<AVCodecParameters*>(&parameters_),
                                                    packet->size);
-        if (samples <= 0) samples = static_cast<int>(av_rescale_q(packet->duration, sourceBase, outputBase));
+        if (samples <= 0)
+            samples = static_cast<int>(av_rescale_q(packet->duration, sourceBase, outputBase));
         if (samples <= 0)
             return common::Error{"An audio packet of " + source.url.string() + " has no length."};
         const std::int64_t middle = pts + samples / 2;
@@ -225,7 +227,8 @@ common::Status AudioTrackWriter::writeFramed(const composition::Segment& segment
 
 common::Status AudioTrackWriter::writePcm(const composition::Segment& segment) {
     const auto& source = *segment.source;
-    if (!source_ || source_->path() != source.url || source_->stream().index != source.streamIndex) {
+    if (!source_ || source_->path() != source.url ||
+        source_->stream().index != source.streamIndex) {
         source_.reset();
         auto opened = SourceStream::open(source.url, source.streamIndex);
         if (!opened) return opened.error();

@@ -11,9 +11,9 @@
 #include <string>
 #include <vector>
 
+#include "export/audio_track_writer.h"
 #include "export/movie_file.h"
 #include "export/partial_file.h"
-#include "export/audio_track_writer.h"
 #include "export/video_track_writer.h"
 #include "export/wav_writer.h"
 #include "media/av_error.h"
@@ -247,7 +247,9 @@ struct Lane {
     common::MediaTime duration;
     std::optional<TrackPacket> head = std::nullopt;
 
-    common::Result<std::optional<TrackPacket>> next() { return video ? video->next() : audio->next(); }
+    common::Result<std::optional<TrackPacket>> next() {
+        return video ? video->next() : audio->next();
+    }
     std::int64_t mediaStart() const { return video ? video->mediaStart() : audio->mediaStart(); }
     double doneSeconds() const { return video ? video->doneSeconds() : audio->doneSeconds(); }
     double totalSeconds() const { return video ? video->totalSeconds() : audio->totalSeconds(); }
@@ -313,8 +315,8 @@ common::Status writeMovie(const composition::Composition& composition, const fs:
         auto planned = VideoTrackWriter::plan(*composition.video, *videoStream->codecpar,
                                               videoStream->time_base);
         if (!planned) return planned.error();
-        lanes.push_back({std::move(planned).value(), std::nullopt, videoStream,
-                         composition.video->duration()});
+        lanes.push_back(
+            {std::move(planned).value(), std::nullopt, videoStream, composition.video->duration()});
     }
     if (audioStream) {
         const AudioCut cut =

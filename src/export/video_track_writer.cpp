@@ -67,9 +67,15 @@ common::Result<VideoTrackWriter> VideoTrackWriter::plan(const composition::Track
                 continue;
             }
         }
-        writer.ranges_.push_back(
-            {source.url, source.streamIndex, segment.start, segment.duration,
-             source.assetRange.start, 0, {0, 1}, {}, {}});
+        writer.ranges_.push_back({source.url,
+                                  source.streamIndex,
+                                  segment.start,
+                                  segment.duration,
+                                  source.assetRange.start,
+                                  0,
+                                  {0, 1},
+                                  {},
+                                  {}});
         writer.items_.push_back({segment.start, segment.duration, writer.ranges_.size() - 1});
     }
     bool rateKnown = false;
@@ -89,9 +95,9 @@ common::Result<VideoTrackWriter> VideoTrackWriter::plan(const composition::Track
         writer.shownCount_ += range.cut.shownCount;
         writer.reencodedCount_ += range.cut.reencodedCount;
         if (range.cut.shownFrom > range.cut.anchor) {
-            const auto lead = writer.blackFrames(
-                0, av_rescale_q(range.cut.shownFrom - range.cut.anchor, range.sourceTimeBase,
-                                outputTimeBase));
+            const auto lead =
+                writer.blackFrames(0, av_rescale_q(range.cut.shownFrom - range.cut.anchor,
+                                                   range.sourceTimeBase, outputTimeBase));
             writer.shownCount_ += lead;
             writer.reencodedCount_ += lead;
         }
@@ -99,14 +105,15 @@ common::Result<VideoTrackWriter> VideoTrackWriter::plan(const composition::Track
         for (const auto& piece : range.cut.pieces) {
             if (piece.kind != CutPiece::Kind::copy) continue;
             const CodedFrame& key = range.frames[piece.frames.front()];
-            writer.delay_ = std::max(
-                writer.delay_, av_rescale_q(key.pts - key.dts, range.sourceTimeBase, outputTimeBase));
+            writer.delay_ =
+                std::max(writer.delay_,
+                         av_rescale_q(key.pts - key.dts, range.sourceTimeBase, outputTimeBase));
         }
     }
     for (const Item& item : writer.items_) {
         if (item.range && !writer.ranges_[*item.range].cut.pieces.empty()) continue;
         const auto black = writer.blackFrames(writer.toOutput(item.start),
-                                               writer.toOutput(item.start + item.duration));
+                                              writer.toOutput(item.start + item.duration));
         writer.shownCount_ += black;
         writer.reencodedCount_ += black;
     }
@@ -159,7 +166,8 @@ common::Status VideoTrackWriter::scan(Range& range) {
             if (!more) return more.error();
             if (!*more) break;
             if (range.frames.empty() && !(packet->flags & AV_PKT_FLAG_KEY)) continue;
-            range.frames.push_back({packet->dts, packet->pts, (packet->flags & AV_PKT_FLAG_KEY) != 0,
+            range.frames.push_back({packet->dts, packet->pts,
+                                    (packet->flags & AV_PKT_FLAG_KEY) != 0,
                                     (packet->flags & AV_PKT_FLAG_DISCARD) != 0});
             break;
         }
@@ -222,8 +230,7 @@ common::Result<media::PacketPtr> VideoTrackWriter::take(const Range& range) {
     if (!packet) return media::avError(AVERROR(ENOMEM), "Cannot read " + range.file.string());
     auto more = readFrame(range, *packet);
     if (!more) return more.error();
-    if (!*more || position_ >= range.frames.size() ||
-        packet->dts != range.frames[position_].dts) {
+    if (!*more || position_ >= range.frames.size() || packet->dts != range.frames[position_].dts) {
         return common::Error{"The packets of " + range.file.string() +
                              " come back differently on a second reading."};
     }
@@ -239,8 +246,7 @@ common::Status VideoTrackWriter::moveTo(const Range& range, std::size_t index) {
         }
         return common::success();
     };
-    if (positioned_ && position_ <= index && index - position_ <= kReadAheadFrames)
-        return skipTo();
+    if (positioned_ && position_ <= index && index - position_ <= kReadAheadFrames) return skipTo();
     pending_.reset();
     positioned_ = false;
     media::PacketPtr packet{av_packet_alloc()};
@@ -272,7 +278,8 @@ common::Status VideoTrackWriter::moveTo(const Range& range, std::size_t index) {
     while (true) {
         auto more = readFrame(range, *packet);
         if (!more) return more.error();
-        if (!*more) return common::Error{"Cannot find a range of " + range.file.string() + " again."};
+        if (!*more)
+            return common::Error{"Cannot find a range of " + range.file.string() + " again."};
         if (packet->flags & AV_PKT_FLAG_KEY) break;
     }
     if (packet->dts != range.frames.front().dts)
@@ -288,8 +295,8 @@ common::Result<std::optional<TrackPacket>> VideoTrackWriter::next() {
         if (nextItem_ == items_.size()) return std::optional<TrackPacket>{};
         const Item& item = items_[nextItem_++];
         const Range* range = item.range ? &ranges_[*item.range] : nullptr;
-        common::Status written = range && !range->cut.pieces.empty() ? writeRange(*range)
-                                                                     : writeGap(item);
+        common::Status written =
+            range && !range->cut.pieces.empty() ? writeRange(*range) : writeGap(item);
         if (!written) return written.error();
         doneSeconds_ += item.duration.seconds();
     }
@@ -353,7 +360,8 @@ common::Status VideoTrackWriter::writeRange(const Range& range) {
     sourceParameterSets_ = inBandParameterSets(*source_->stream().codecpar, framing_);
     // Each shown frame lasts until the next one, the last until the range ends.
     std::vector<std::size_t> shown;
-    for (const auto& piece : range.cut.pieces) shown.insert(shown.end(), piece.frames.begin(), piece.frames.end());
+    for (const auto& piece : range.cut.pieces)
+        shown.insert(shown.end(), piece.frames.begin(), piece.frames.end());
     std::sort(shown.begin(), shown.end(), [&](std::size_t a, std::size_t b) {
         return range.frames[a].pts < range.frames[b].pts;
     });
@@ -442,9 +450,9 @@ common::Status VideoTrackWriter::writeReencoded(const Range& range, const CutPie
             const int rc = avcodec_receive_frame(decoder->get(), frame.get());
             if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) return common::success();
             if (rc < 0) return media::avError(rc, "Cannot decode " + range.file.string());
-            const std::int64_t pts =
-                frame->best_effort_timestamp != AV_NOPTS_VALUE ? frame->best_effort_timestamp
-                                                               : frame->pts;
+            const std::int64_t pts = frame->best_effort_timestamp != AV_NOPTS_VALUE
+                                         ? frame->best_effort_timestamp
+                                         : frame->pts;
             const auto found = wanted.find(pts);
             if (found == wanted.end()) continue;
             frame->pts = toOutput(range, pts);

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "media/copy_facts.h"
 #include "media/fingerprint.h"
 #include "media/media_input.h"
 #include "media/thumbnail.h"
@@ -35,6 +36,7 @@ common::Result<model::Clip> probeClip(const std::filesystem::path& url,
     clip.fingerprint = fingerprint(input);
     if (clip.hasVideo && thumbnail == ThumbnailPolicy::make)
         clip.thumbnail = thumbnailAt(input, kThumbnailSeconds);
+    clip.copyFacts = copyFacts(input);
     return clip;
 }
 

@@ -1,9 +1,9 @@
 #include "export/passthrough_export.h"
 
 #include <algorithm>
-#include <functional>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <stop_token>
 #include <string>
@@ -37,25 +37,28 @@ Road passthroughAs(ExportFormat format) {
 // Media for each kind of source that players get wrong. All 160x120, keyframes 1 s apart.
 fs::path bPyramid() {
     return makeMedia("smart_pyramid.mp4",
-                     picture("testsrc2") + kSweep + "-t 4 -c:v libx264 -preset veryfast -bf 3 "
-                     "-b_strategy 0 -x264-params b-pyramid=normal -g 30 -keyint_min 30 "
-                     "-sc_threshold 0 -pix_fmt yuv420p -c:a aac -aac_pns 0 -b:a 128k -ac 1");
+                     picture("testsrc2") + kSweep +
+                         "-t 4 -c:v libx264 -preset veryfast -bf 3 "
+                         "-b_strategy 0 -x264-params b-pyramid=normal -g 30 -keyint_min 30 "
+                         "-sc_threshold 0 -pix_fmt yuv420p -c:a aac -aac_pns 0 -b:a 128k -ac 1");
 }
 fs::path openGopHevc() {
     return makeMedia("smart_hevc.mp4",
-                     picture("testsrc2") + kSweep + "-t 4 -c:v libx265 -preset ultrafast -tag:v "
-                     "hvc1 -x265-params keyint=30:min-keyint=30:open-gop=1:bframes=3:"
-                     "scenecut=0:log-level=error -pix_fmt yuv420p -c:a aac -aac_pns 0 -ac 1");
+                     picture("testsrc2") + kSweep +
+                         "-t 4 -c:v libx265 -preset ultrafast -tag:v "
+                         "hvc1 -x265-params keyint=30:min-keyint=30:open-gop=1:bframes=3:"
+                         "scenecut=0:log-level=error -pix_fmt yuv420p -c:a aac -aac_pns 0 -ac 1");
 }
 fs::path offsetTracks() {
-    return makeMediaFrom("smart_offset.mp4", movieA(),
-                         "-itsoffset 0.5 -i " + quote(movieA().string()) +
-                             " -map 1:v -map 0:a -c copy");
+    return makeMediaFrom(
+        "smart_offset.mp4", movieA(),
+        "-itsoffset 0.5 -i " + quote(movieA().string()) + " -map 1:v -map 0:a -c copy");
 }
 fs::path variableRate() {
     return makeMedia("smart_vfr.mp4", picture("testsrc2") + kSweep +
                                           "-t 4 -vf \"select='not(eq(mod(n\\,7)\\,3))'\" "
-                                          "-fps_mode vfr " + h264() + "-c:a aac -ac 1");
+                                          "-fps_mode vfr " +
+                                          h264() + "-c:a aac -ac 1");
 }
 fs::path ntscRate() {
     return makeMedia("smart_2997.mp4", "-f lavfi -i testsrc2=size=160x120:rate=30000/1001 " +
@@ -213,14 +216,17 @@ INSTANTIATE_TEST_SUITE_P(
     testing::Values(
         SmartCutCase{"keyframe_cuts_copy_everything", movieA, {{f(30), f(90)}}, 0},
         SmartCutCase{"b_pyramid_join", bPyramid, {{f(10), f(100)}, {f(25), f(95)}}, 40},
-        SmartCutCase{"b_pyramid_gap", bPyramid, {{f(5), f(65)}, {0, -f(15)}, {f(28), f(95)}},
-                     52},
+        SmartCutCase{"b_pyramid_gap", bPyramid, {{f(5), f(65)}, {0, -f(15)}, {f(28), f(95)}}, 52},
         SmartCutCase{"open_gop_hevc", openGopHevc, {{f(12), f(70)}, {f(35), f(95)}}, 64},
         SmartCutCase{"offset_tracks", offsetTracks, {{f(3), f(45)}, {f(50), f(100)}}, 62},
         SmartCutCase{"variable_rate", variableRate, {{f(8), f(70)}, {f(80), f(110)}}, 60},
         SmartCutCase{"ntsc_rate", ntscRate, {{f(7), f(66)}, {f(71), f(100)}}, 60},
-        SmartCutCase{"pcm_in_mov", movieWithPcm, {{f(4), f(65)}, {0, -f(10)}, {f(25), f(90)}},
-                     46, ExportFormat::mov, 1}),
+        SmartCutCase{"pcm_in_mov",
+                     movieWithPcm,
+                     {{f(4), f(65)}, {0, -f(10)}, {f(25), f(90)}},
+                     46,
+                     ExportFormat::mov,
+                     1}),
     [](const auto& info) { return std::string(info.param.name); });
 
 TEST(PassthroughExport, RefusesWhatCannotBeCopiedSayingWhyAndWritingNothing) {
@@ -232,18 +238,21 @@ TEST(PassthroughExport, RefusesWhatCannotBeCopiedSayingWhyAndWritingNothing) {
     };
     const std::vector<Case> cases{
         {CompositionBuilder().video(movieA(), 0, 600, 2.0).build(), ExportFormat::mp4, "speed"},
-        {CompositionBuilder().clip(movieA(), 0, 600).build(), ExportFormat::wav, "holds no picture"},
+        {CompositionBuilder().clip(movieA(), 0, 600).build(), ExportFormat::wav,
+         "holds no picture"},
         {CompositionBuilder().audio(movieWithPcm(), 1, 0, 600).build(), ExportFormat::mp4,
          "cannot hold"},
-        {CompositionBuilder().audio(aacOnly(), 0, 0, 600).audioOnLane(1, aacOnly(), 0, 0, 600).build(),
+        {CompositionBuilder()
+             .audio(aacOnly(), 0, 0, 600)
+             .audioOnLane(1, aacOnly(), 0, 0, 600)
+             .build(),
          ExportFormat::m4a, "lanes"},
     };
     for (const auto& c : cases) {
         const auto file = dir / (std::string("out.") + std::string(model::toString(c.format)));
         const auto result = exporting::exportPassthrough(c.composition, file, c.format, {}, {});
         ASSERT_FALSE(result) << c.says;
-        EXPECT_NE(result.error().message.find(c.says), std::string::npos)
-            << result.error().message;
+        EXPECT_NE(result.error().message.find(c.says), std::string::npos) << result.error().message;
         EXPECT_FALSE(fs::exists(file));
     }
 }
