@@ -7,6 +7,7 @@
 #include <iostream>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "cli/commands.h"
 #include "cli/session.h"
@@ -20,13 +21,15 @@ namespace {
 
 constexpr const char* kUsage =
     "usage: vantrell-cli export PROJECT.vantrell -o OUT [--format mp4|mov|m4a|wav]\n"
+    "                           [--reencode]\n"
     "\n"
     "Exports the project to one file: a lossless, frame-exact copy of the encoded samples\n"
     "when the clips allow it, else re-encoded at the highest quality. The format is the\n"
     "extension of OUT unless --format says otherwise, and the project's first available\n"
     "format when OUT has none of the four. OUT is replaced only by a complete file.\n"
     "Shows a progress bar on a terminal and plain message lines otherwise; the last line\n"
-    "is the outcome. The exit status is 0 only on success.\n";
+    "is the outcome. The exit status is 0 only on success. --reencode re-encodes even\n"
+    "when the samples could be copied.\n";
 
 std::string clock(double seconds) {
     auto s = static_cast<long>(std::lround(std::max(seconds, 0.0)));
@@ -86,6 +89,7 @@ int exportCommand(const Arguments& args) {
     if (wantsHelp(args, kUsage)) return 0;
     std::optional<std::filesystem::path> project, out;
     std::optional<model::ExportFormat> format;
+    bool reencode = false;
     for (std::size_t i = 0; i < args.size(); ++i) {
         const auto& a = args[i];
         if (a == "-o" || a == "--output") {
@@ -95,6 +99,8 @@ int exportCommand(const Arguments& args) {
             if (++i == args.size()) return fail("--format needs one of mp4, mov, m4a, wav");
             format = model::parseExportFormat(args[i]);
             if (!format) return fail("unknown format '" + args[i] + "'; use mp4, mov, m4a or wav");
+        } else if (a == "--reencode") {
+            reencode = true;
         } else if (a.starts_with("-") && a.size() > 1) {
             return fail("unknown option '" + a + "' for export");
         } else if (!project) {
@@ -141,8 +147,9 @@ int exportCommand(const Arguments& args) {
     };
     hooks.failed = [&](const std::string& message) { outcome = message; };
     model::ExportSheetResult result{destination.stem().string(), *format};
-    exporting::confirmExport(p, result, destination, session.executor(), exporting::standardRoads(),
-                             hooks);
+    auto roads = exporting::standardRoads();
+    if (reencode) roads.passthrough = roads.reencode;
+    exporting::confirmExport(p, result, destination, session.executor(), std::move(roads), hooks);
     session.drain();
     p.removeObserver(observer);
     view.finish(outcome);

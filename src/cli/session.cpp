@@ -6,18 +6,20 @@
 #include <vector>
 
 #include "media/local_media_services.h"
+#include "media/probe.h"
 
 namespace cli {
 
 namespace {
 
-// The media layer of real files, with enrichment finding nothing at once.
+// The media layer of real files without pictures: the probe makes no thumbnail and
+// enrichment finds nothing at once.
 class MediaWithoutPictures final : public model::MediaServices {
   public:
     common::Result<model::Clip> probe(const std::filesystem::path& url,
                                       const std::optional<model::Bytes>& bookmark,
                                       const common::Uuid& id) override {
-        return local_.probe(url, bookmark, id);
+        return media::probeClip(url, bookmark, id, media::ThumbnailPolicy::skip);
     }
     std::optional<model::Bytes> makeBookmark(const std::filesystem::path& url) override {
         return local_.makeBookmark(url);

@@ -15,6 +15,7 @@ extern "C" {
 #include <libavfilter/buffersink.h>
 #include <libavfilter/buffersrc.h>
 #include <libavutil/channel_layout.h>
+#include <libavutil/opt.h>
 }
 
 namespace composition {
@@ -102,7 +103,7 @@ common::Result<AudioSegmentReader> AudioSegmentReader::open(const Segment& segme
     if (stream.codecpar->seek_preroll > 0 && stream.codecpar->sample_rate > 0)
         reader.prerollSeconds_ +=
             static_cast<double>(stream.codecpar->seek_preroll) / stream.codecpar->sample_rate;
-    reader.startPts_ = stream.start_time != AV_NOPTS_VALUE ? stream.start_time : 0;
+    reader.startPts_ = media::movieOrigin(*input.value(), stream);
     reader.input_ = std::move(input.value());
     reader.decoder_ = std::move(decoder.value());
     reader.packet_.reset(av_packet_alloc());
@@ -227,6 +228,10 @@ common::Status AudioSegmentReader::resample(const AVFrame* frame) {
             rc < 0)
             return media::avError(rc, "Cannot resample the sound of " + file_.string());
         resampler_.reset(made);
+        // A downmix adds channels together (5.1's left gets centre and surround too), so
+        // its matrix is scaled to keep a full-scale source within full scale.
+        if (in.nb_channels > out.nb_channels)
+            av_opt_set_double(resampler_.get(), "rematrix_maxval", 1.0, 0);
         if (int rc = swr_init(resampler_.get()); rc < 0)
             return media::avError(rc, "Cannot resample the sound of " + file_.string());
         resamplerChannels_ = frame->ch_layout.nb_channels;

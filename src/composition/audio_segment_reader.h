@@ -51,7 +51,7 @@ class AudioSegmentReader {
     std::filesystem::path file_;
     int streamIndex_ = -1;
     AudioFormat format_;
-    std::int64_t startPts_ = 0;  // in the stream's time base
+    std::int64_t startPts_ = 0;  // the movie's origin, in the stream's time base
     double prerollSeconds_ = 0;  // how long before the first sample wanted decoding starts
     media::InputFormatPtr input_;
     media::CodecContextPtr decoder_;

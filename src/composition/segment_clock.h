@@ -44,7 +44,7 @@ inline ExactSeconds exactSeconds(common::MediaTime time) {
     return {time.ticks, common::MediaTime::kTicksPerSecond};
 }
 
-// The source time, in seconds from the first frame or sample of the source's stream, that
+// The source time, in seconds from the movie's origin (see media::movieOrigin), that
 // composition time `time` maps to within `segment`, which must have a source. A scaled
 // segment plays its whole asset range over its whole duration, so the factor is exactly
 // assetRange.duration / duration (1 when unscaled), not the rounded-off rate.

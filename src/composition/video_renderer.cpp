@@ -66,6 +66,9 @@ common::Result<RenderedFrame> VideoRenderer::render(std::int64_t time, AVRationa
     const AVRational sourceTimeBase = source.value()->timeBase();
     const std::int64_t limit =
         floorToTimeBase(sourceSecondsAt(segment, at), sourceTimeBase.num, sourceTimeBase.den);
+    // A track that starts after the movie's origin (an empty edit first) shows nothing
+    // until it starts, as players show it.
+    if (limit < source.value()->firstTimestamp()) return RenderedFrame{};
     auto decoded = source.value()->frameAt(limit);
     if (!decoded) return decoded.error();
     const DecodedFrame& frame = *decoded.value();

@@ -19,8 +19,8 @@ namespace composition {
 struct FrameOrigin {
     std::size_t segmentIndex = 0;  // in the composition's video track
     common::Uuid clipID;
-    // When the decoded frame shown starts, counted from its stream's first frame, in
-    // sourceTimeBase units.
+    // When the decoded frame shown starts, counted from the movie's origin (see
+    // media::movieOrigin), in sourceTimeBase units.
     std::int64_t sourceTimestamp = 0;
     AVRational sourceTimeBase{0, 1};
 };
@@ -36,7 +36,8 @@ struct RenderedFrame {
 // Renders the video track of a Composition: at composition time t, the last frame of the
 // segment's source whose presentation time is at or before the source time t maps to
 // (frame-exact, no tolerance), turned upright, at the source's stored size (width and
-// height swapped for a quarter turn); black in empty ranges and past the track's end.
+// height swapped for a quarter turn); black in empty ranges, past the track's end and
+// before a source's track starts on the movie's clock.
 // Rising times decode forward on one open decoder per file, also across segments of one
 // file; a time behind or far ahead seeks to the keyframe at or before and decodes on,
 // dropping the frames between unconverted. Owned and used by one thread at a time.

@@ -48,7 +48,9 @@ common::Result<VideoSource> VideoSource::open(const std::filesystem::path& file,
     VideoSource source;
     source.file_ = file;
     source.streamIndex_ = streamIndex;
-    source.startPts_ = stream.start_time != AV_NOPTS_VALUE ? stream.start_time : 0;
+    source.startPts_ = media::movieOrigin(*input.value(), stream);
+    if (stream.start_time != AV_NOPTS_VALUE)
+        source.streamStart_ = std::max<std::int64_t>(0, stream.start_time - source.startPts_);
     source.input_ = std::move(input.value());
     source.decoder_ = std::move(decoder.value());
     source.packet_ = std::move(packet);

@@ -12,15 +12,15 @@ namespace composition {
 // One decoded frame and where it stands in its stream.
 struct DecodedFrame {
     media::FramePtr frame;
-    std::int64_t timestamp = 0;  // from the stream's first frame, in the stream's time base
+    std::int64_t timestamp = 0;  // from the movie's origin, in the stream's time base
     std::uint64_t serial = 0;    // unique within the process: tells frames apart cheaply
 };
 
 // One video stream of one file, kept open between requests. It decodes forward and seeks
 // only when the frame wanted lies behind it, or so far ahead that a keyframe stands
-// between, so rising requests never re-seek. Time 0 is the stream's start time, its
-// first frame even where the container's clock begins above 0. Owned and used by one
-// thread at a time.
+// between, so rising requests never re-seek. Time 0 is the movie's origin (see
+// media::movieOrigin), so a stream that starts late has its first frame above 0. Owned and
+// used by one thread at a time.
 class VideoSource {
   public:
     static common::Result<VideoSource> open(const std::filesystem::path& file, int streamIndex);
@@ -28,6 +28,9 @@ class VideoSource {
     const std::filesystem::path& file() const { return file_; }
     int streamIndex() const { return streamIndex_; }
     AVRational timeBase() const;
+    // Where the stream's first frame lies after the movie's origin (0 for the earliest
+    // stream), in its time base. Before it the track shows nothing.
+    std::int64_t firstTimestamp() const { return streamStart_; }
 
     // The frame shown at `limit` (time base units from the stream's start): the last one
     // whose timestamp is at or before it; the first frame where all lie after it; the last
@@ -49,7 +52,8 @@ class VideoSource {
 
     std::filesystem::path file_;
     int streamIndex_ = -1;
-    std::int64_t startPts_ = 0;  // in the stream's time base
+    std::int64_t startPts_ = 0;  // the movie's origin, in the stream's time base
+    std::int64_t streamStart_ = 0;
     media::InputFormatPtr input_;
     media::CodecContextPtr decoder_;
     media::PacketPtr packet_;

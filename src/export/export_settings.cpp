@@ -1,6 +1,7 @@
 #include "export/export_settings.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace exporting {
 
@@ -12,6 +13,18 @@ constexpr double kDefaultFramesPerSecond = 30;
 bool isQuarterTurn(int rotationDegrees) {
     const int normalized = ((rotationDegrees % 360) + 360) % 360;
     return normalized == 90 || normalized == 270;
+}
+
+// A clip's nominal rate comes as a 32-bit float, which puts 29.97 at 29.970030: the rate it
+// stands for is the nearest whole or NTSC (n * 1000 / 1001) rate when one lies within that
+// float's precision, else the float itself.
+double exactRate(double nominal) {
+    constexpr double kFloatPrecision = 1e-6;
+    const double whole = std::round(nominal);
+    if (std::abs(whole - nominal) <= kFloatPrecision * nominal) return whole;
+    const double ntsc = std::round(nominal * 1001 / 1000) * 1000 / 1001;
+    if (std::abs(ntsc - nominal) <= kFloatPrecision * nominal) return ntsc;
+    return nominal;
 }
 
 bool hasCrop(const CropInsets& insets) {
@@ -52,14 +65,19 @@ ReencodeSettings reencodeSettings(const std::vector<model::Clip>& clips, model::
         settings.frame = composition::outputFrame(*video);
         if (hasCrop(insets)) settings.framing = Framing::crop;
     }
-    if (settings.framing == Framing::crop) {
-        settings.framesPerSecond = kCropFramesPerSecond;
-        return settings;
-    }
     double highest = 0;
-    for (const auto& clip : clips)
-        if (clip.isOnVideoRow() && clip.frameRate > 0) highest = std::max(highest, clip.frameRate);
-    settings.framesPerSecond = highest > 0 ? highest : kDefaultFramesPerSecond;
+    bool shared = true;
+    for (const auto& clip : clips) {
+        if (!clip.isOnVideoRow() || !(clip.frameRate > 0)) continue;
+        const double rate = exactRate(clip.frameRate);
+        shared = shared && (highest == 0 || std::abs(rate - highest) < 0.0001);
+        highest = std::max(highest, rate);
+    }
+    // The crop compositor runs at one rate for all clips: theirs when they share one.
+    if (settings.framing == Framing::crop && !shared)
+        settings.framesPerSecond = kCropFramesPerSecond;
+    else
+        settings.framesPerSecond = highest > 0 ? highest : kDefaultFramesPerSecond;
     return settings;
 }
 

@@ -17,7 +17,7 @@ struct ReencodeSettings {
     // The output picture; none makes no video stream, as for an audio-only composition.
     std::optional<composition::OutputFrame> frame;
     Framing framing = Framing::whole;
-    double framesPerSecond = 30;  // the constant output rate
+    double framesPerSecond = 30;  // the constant output rate; NTSC rates exactly n*1000/1001
 
     friend bool operator==(const ReencodeSettings&, const ReencodeSettings&) = default;
 };
@@ -42,8 +42,10 @@ std::optional<composition::VideoSettings> exportVideoSettings(const std::vector<
                                                               const CropInsets& insets);
 
 // How to re-encode `clips`: the output frame of exportVideoSettings; the crop road when
-// there is such a frame and an inset above 0; 30 frames a second on the crop road, else
-// the highest nominal rate of the clips on the video row (30 if none has one).
+// there is such a frame and an inset above 0; the highest nominal rate of the clips on the
+// video row (30 if none has one), except on the crop road when those rates differ: 30 then.
+// A nominal rate stands for the whole or NTSC rate it was narrowed from (29.97 is exactly
+// 30000/1001).
 ReencodeSettings reencodeSettings(const std::vector<model::Clip>& clips, model::SmallClipMode mode,
                                   const CropInsets& insets);
 

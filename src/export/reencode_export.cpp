@@ -13,6 +13,7 @@
 #include "composition/crop_frame.h"
 #include "composition/picture_converter.h"
 #include "composition/video_renderer.h"
+#include "export/colour_conversion.h"
 #include "export/movie_file.h"
 #include "export/partial_file.h"
 #include "media/av_error.h"
@@ -202,6 +203,8 @@ class Reencoder {
     std::optional<CanvasContent> canvasContent_;
     media::SwsPtr scaler_;
     ScalerKey scalerKey_;
+    OutputColour outputColour_;
+    ColourConverter colours_;
 
     std::optional<Output> audio_;
     std::optional<composition::AudioRenderer> audioRenderer_;
@@ -246,7 +249,11 @@ common::Status Reencoder::addVideo(const composition::OutputFrame& frame, AVRati
     encoder.time_base = av_inv_q(rate);
     encoder.framerate = rate;
     encoder.sample_aspect_ratio = {1, 1};
+    outputColour_ = outputColourFor(shown_.width, shown_.height);
     encoder.color_range = AVCOL_RANGE_MPEG;
+    encoder.colorspace = outputColour_.matrix;
+    encoder.color_primaries = outputColour_.primaries;
+    encoder.color_trc = outputColour_.transfer;
     encoder.thread_count = 0;  // as many as x264 finds worthwhile
     if (output_->oformat->flags & AVFMT_GLOBALHEADER) encoder.flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
     const std::string preset{kX264Preset};
@@ -279,6 +286,9 @@ common::Status Reencoder::addVideo(const composition::OutputFrame& frame, AVRati
             rc, "Cannot hold a " + sizeText(width, height) + " picture for " + name());
     canvas_->sample_aspect_ratio = {1, 1};
     canvas_->color_range = AVCOL_RANGE_MPEG;
+    canvas_->colorspace = outputColour_.matrix;
+    canvas_->color_primaries = outputColour_.primaries;
+    canvas_->color_trc = outputColour_.transfer;
 
     // Frame k starts at k / rate; the last one starts before the end.
     const std::int64_t durationTicks = composition_.duration().ticks;
@@ -469,7 +479,7 @@ common::Status Reencoder::place(const AVFrame& picture, const Window& window) {
                         window.target.width,
                         window.target.height,
                         isFullRange(*view),
-                        view->colorspace};
+                        outputColour_.matrix};
     if (!scaler_ || !(key == scalerKey_)) {
         scaler_.reset(sws_getContext(
             key.sourceWidth, key.sourceHeight, key.sourceFormat, key.targetWidth, key.targetHeight,
@@ -478,10 +488,9 @@ common::Status Reencoder::place(const AVFrame& picture, const Window& window) {
             return common::Error{"Cannot scale a " + sizeText(key.sourceWidth, key.sourceHeight) +
                                  " " + std::string(av_get_pix_fmt_name(key.sourceFormat)) +
                                  " picture into " + name() + "."};
-        // Without this swscale reads every source as standard-definition, limited-range
-        // video; the output is limited range.
-        const int* table = sws_getCoefficients(
-            key.colorSpace == AVCOL_SPC_UNSPECIFIED ? SWS_CS_DEFAULT : key.colorSpace);
+        // YUV pictures come in the output's matrix already (see ColourConverter); RGB ones
+        // go into it here. Without this swscale writes standard definition's matrix.
+        const int* table = sws_getCoefficients(key.colorSpace);
         sws_setColorspaceDetails(scaler_.get(), table, key.fullRangeSource, table, 0, 0, 1 << 16,
                                  1 << 16);
         scalerKey_ = key;
@@ -546,7 +555,13 @@ common::Status Reencoder::encodeVideoFrame(std::int64_t index) {
     media::FramePtr direct;
     if (!rendered->picture) {
         if (auto painted = paintBlack(); !painted) return painted;
-    } else {
+    } else if (const CanvasContent content{false, rendered->origin->segmentIndex,
+                                           rendered->origin->sourceTimestamp};
+               !(canvasContent_ == content)) {
+        // Each source in its own colours, the output in one.
+        auto converted = colours_.convert(*rendered->picture, outputColour_);
+        if (!converted) return converted.error();
+        if (converted.value()) rendered->picture = std::move(converted.value());
         const AVFrame& picture = *rendered->picture;
         const auto placement = composition::placeFrame(frame_, picture.width, picture.height);
         const Window window =
@@ -560,12 +575,8 @@ common::Status Reencoder::encodeVideoFrame(std::int64_t index) {
         } else if (window.source.empty() || window.target.empty()) {
             if (auto painted = paintBlack(); !painted) return painted;
         } else {
-            const CanvasContent content{false, rendered->origin->segmentIndex,
-                                        rendered->origin->sourceTimestamp};
-            if (!(canvasContent_ == content)) {
-                if (auto placed = place(picture, window); !placed) return placed;
-                canvasContent_ = content;
-            }
+            if (auto placed = place(picture, window); !placed) return placed;
+            canvasContent_ = content;
         }
     }
     frame->pts = index;

@@ -1,6 +1,5 @@
 #include "export/source_stream.h"
 
-#include <optional>
 #include <string>
 #include <utility>
 
@@ -9,32 +8,12 @@
 
 namespace exporting {
 
-namespace {
-
-std::int64_t earliestStart(const AVFormatContext& input, const AVStream& stream) {
-    std::optional<std::pair<std::int64_t, AVRational>> earliest;
-    for (unsigned i = 0; i < input.nb_streams; ++i) {
-        const AVStream& s = *input.streams[i];
-        const AVMediaType type = s.codecpar->codec_type;
-        if (type != AVMEDIA_TYPE_VIDEO && type != AVMEDIA_TYPE_AUDIO) continue;
-        if (s.disposition & AV_DISPOSITION_ATTACHED_PIC) continue;
-        if (s.start_time == AV_NOPTS_VALUE) continue;
-        if (!earliest ||
-            av_compare_ts(s.start_time, s.time_base, earliest->first, earliest->second) < 0)
-            earliest = std::pair{s.start_time, s.time_base};
-    }
-    if (!earliest) return 0;
-    return av_rescale_q(earliest->first, earliest->second, stream.time_base);
-}
-
-}  // namespace
-
 SourceStream::SourceStream(media::InputFormatPtr input, std::filesystem::path path,
                            AVStream& stream)
     : input_(std::move(input)),
       path_(std::move(path)),
       stream_(&stream),
-      origin_(earliestStart(*input_, stream)) {}
+      origin_(media::movieOrigin(*input_, stream)) {}
 
 common::Result<SourceStream> SourceStream::open(const std::filesystem::path& path,
                                                 int streamIndex) {

@@ -4,7 +4,9 @@
 #include <cmath>
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <string_view>
+#include <utility>
 
 #include "media/av_error.h"
 
@@ -86,6 +88,22 @@ std::string sourceName(const AVFormatContext& input) {
     std::string_view url = input.url ? input.url : "";
     if (url.starts_with(kFileProtocol)) url.remove_prefix(kFileProtocol.size());
     return std::string(url);
+}
+
+std::int64_t movieOrigin(const AVFormatContext& input, const AVStream& stream) {
+    std::optional<std::pair<std::int64_t, AVRational>> earliest;
+    for (unsigned i = 0; i < input.nb_streams; ++i) {
+        const AVStream& s = *input.streams[i];
+        const AVMediaType type = s.codecpar->codec_type;
+        if (type != AVMEDIA_TYPE_VIDEO && type != AVMEDIA_TYPE_AUDIO) continue;
+        if (s.disposition & AV_DISPOSITION_ATTACHED_PIC) continue;
+        if (s.start_time == AV_NOPTS_VALUE) continue;
+        if (!earliest ||
+            av_compare_ts(s.start_time, s.time_base, earliest->first, earliest->second) < 0)
+            earliest = std::pair{s.start_time, s.time_base};
+    }
+    if (!earliest) return 0;
+    return av_rescale_q(earliest->first, earliest->second, stream.time_base);
 }
 
 double fileDurationSeconds(const AVFormatContext& input) {

@@ -21,6 +21,12 @@ const AVStream* firstStream(const AVFormatContext& input, AVMediaType type);
 common::Result<CodecContextPtr> openDecoder(const AVFormatContext& input, const AVStream& stream,
                                             int threads);
 
+// Where a source's time 0 lies, in `stream`'s time base: the earliest start of any audio
+// or video stream of the file, which is where players start the movie. Every road measures
+// source times from it, so picture and sound keep their offset and a track that begins
+// late (an empty edit first) begins late in the output too.
+std::int64_t movieOrigin(const AVFormatContext& input, const AVStream& stream);
+
 // How far the stream's picture must be turned for display: 0, 90, 180 or 270 degrees
 // clockwise. Flips in the display matrix are ignored.
 int displayRotationDegrees(const AVStream& stream);

@@ -96,21 +96,33 @@ TEST(ExportSettings, ClipsOffTheVideoRowOrWithoutASizeDoNotCount) {
     EXPECT_EQ(settings.framesPerSecond, 120);
 }
 
-TEST(ExportSettings, HighestNominalRateOfTheVideoRowWinsOrThirtyWithoutOne) {
+TEST(ExportSettings, HighestExactRateOfTheVideoRowWinsOrThirtyWithoutOne) {
     model::Clip soundOnly = videoClip(640, 480, 60);
     soundOnly.streamMask = model::StreamMask::audioOnly;
+    // Rates come narrowed to a float, as the probe reports them; NTSC ones come back exact.
     const std::vector<model::Clip> clips{videoClip(1920, 1080, 24), soundOnly,
-                                         videoClip(640, 480, 30000.0 / 1001), audioClip()};
-    EXPECT_DOUBLE_EQ(reencodeSettings(clips, SmallClipMode::proportional, {}).framesPerSecond,
-                     30000.0 / 1001);
+                                         videoClip(640, 480, float(30000.0 / 1001)), audioClip()};
+    EXPECT_EQ(reencodeSettings(clips, SmallClipMode::proportional, {}).framesPerSecond,
+              30000.0 / 1001);
+    EXPECT_EQ(reencodeSettings({videoClip(640, 480, float(24000.0 / 1001))},
+                               SmallClipMode::proportional, {})
+                  .framesPerSecond,
+              24000.0 / 1001);
+    EXPECT_EQ(reencodeSettings({videoClip(640, 480, 12.5)}, SmallClipMode::proportional, {})
+                  .framesPerSecond,
+              12.5);
     EXPECT_EQ(
         reencodeSettings({videoClip(640, 480, 0)}, SmallClipMode::proportional, {}).framesPerSecond,
         30);
-    // The crop road runs at thirty whatever the clips.
-    const auto crop =
-        reencodeSettings({videoClip(1280, 720, 60)}, SmallClipMode::proportional, {0, 0, 0, 0.5});
+    // The crop road runs at the clips' rate when they share one, else at thirty.
+    const auto crop = reencodeSettings({videoClip(1280, 720, 60), videoClip(640, 480, 60)},
+                                       SmallClipMode::proportional, {0, 0, 0, 0.5});
     EXPECT_EQ(crop.framing, Framing::crop);
-    EXPECT_EQ(crop.framesPerSecond, 30);
+    EXPECT_EQ(crop.framesPerSecond, 60);
+    EXPECT_EQ(reencodeSettings({videoClip(1280, 720, 60), videoClip(640, 480, 25)},
+                               SmallClipMode::proportional, {0, 0, 0, 0.5})
+                  .framesPerSecond,
+              30);
     ASSERT_TRUE(crop.frame);
     EXPECT_EQ(crop.frame->renderHeight, 360);
 }

@@ -1,0 +1,334 @@
+#include "support/player_decode.h"
+
+#include <algorithm>
+#include <cinttypes>
+#include <cmath>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <limits>
+#include <sstream>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include "support/media_fixtures.h"
+
+namespace testing_support {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+bool usesQuickTimeDemuxer(const fs::path& file) {
+    std::string ext = file.extension().string();
+    std::transform(ext.begin(), ext.end(), ext.begin(),
+                   [](unsigned char c) { return std::tolower(c); });
+    return ext == ".mp4" || ext == ".mov" || ext == ".m4a" || ext == ".m4v" || ext == ".3gp";
+}
+
+// The front of a GStreamer pipeline that ends in the decoded stream of one kind: through
+// qtdemux for the QuickTime family, as the issue at hand is how that demuxer reads them.
+std::string gstreamerSource(const fs::path& file, const std::string& kind) {
+    std::string front =
+        std::string(VANTRELL_GST_LAUNCH) + " -v filesrc location=" + quote(file.string());
+    if (usesQuickTimeDemuxer(file))
+        return front + " ! qtdemux name=d d." + kind + "_0 ! queue ! decodebin";
+    return front + " ! decodebin name=d d. ! " + kind + "/x-raw";
+}
+
+// Times in GStreamer's debug text, such as "0:00:01.066666666", in seconds.
+std::optional<double> gstTime(const std::string& line, const std::string& field) {
+    const auto at = line.find(field + ": ");
+    if (at == std::string::npos) return std::nullopt;
+    unsigned hours = 0, minutes = 0;
+    double seconds = 0;
+    if (std::sscanf(line.c_str() + at + field.size() + 2, "%u:%u:%lf", &hours, &minutes,
+                    &seconds) != 3)
+        return std::nullopt;
+    return hours * 3600.0 + minutes * 60.0 + seconds;
+}
+
+std::optional<std::uint64_t> gstField(const std::string& line, const std::string& field) {
+    const auto at = line.find(field + "=(guint64)");
+    if (at == std::string::npos) return std::nullopt;
+    return std::strtoull(line.c_str() + at + field.size() + 10, nullptr, 10);
+}
+
+std::optional<int> gstIntField(const std::string& line, const std::string& field) {
+    const auto at = line.find(field + "=(int)");
+    if (at == std::string::npos) return std::nullopt;
+    return std::atoi(line.c_str() + at + field.size() + 6);
+}
+
+// Follows a pipeline's `identity silent=false` messages: each buffer's time on the
+// running clock (segment base plus its offset into the segment), as a sink would play it.
+class GstTrace {
+  public:
+    void read(const std::string& line) {
+        if (line.find("filesink0.GstPad:sink: caps") != std::string::npos) {
+            width = gstIntField(line, "width").value_or(width);
+            height = gstIntField(line, "height").value_or(height);
+            rate = gstIntField(line, "rate").value_or(rate);
+            channels = gstIntField(line, "channels").value_or(channels);
+        }
+        if (line.find("last-message = ") == std::string::npos) return;
+        if (line.find("type: segment") != std::string::npos) {
+            segmentBase_ = gstField(line, "base").value_or(0) / 1e9;
+            segmentStart_ = gstField(line, "start").value_or(0) / 1e9;
+        } else if (line.find("chain ") != std::string::npos) {
+            if (auto pts = gstTime(line, "pts"))
+                times.push_back(segmentBase_ + *pts - segmentStart_);
+        }
+    }
+
+    int width = 0;
+    int height = 0;
+    int rate = 0;
+    int channels = 0;
+    std::vector<double> times;
+
+  private:
+    double segmentBase_ = 0;
+    double segmentStart_ = 0;
+};
+
+// Runs a command, feeding each line of its standard output and error to `onLine`; answers
+// the exit status.
+template <typename OnLine>
+int runLines(const std::string& command, OnLine onLine) {
+    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
+    if (!pipe) return -1;
+    std::string line;
+    char buffer[8192];
+    while (std::fgets(buffer, sizeof buffer, pipe)) {
+        line += buffer;
+        if (!line.empty() && line.back() == '\n') {
+            line.pop_back();
+            onLine(line);
+            line.clear();
+        }
+    }
+    if (!line.empty()) onLine(line);
+    const int status = pclose(pipe);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+// Presentation times from the ffmpeg tool's framemd5 lines.
+std::vector<double> framemd5Times(const std::string& text) {
+    std::vector<double> times;
+    std::istringstream lines(text);
+    std::string line;
+    double unit = 0;
+    while (std::getline(lines, line)) {
+        int num = 0, den = 0;
+        if (std::sscanf(line.c_str(), "#tb 0: %d/%d", &num, &den) == 2) unit = double(num) / den;
+        if (line.empty() || line[0] == '#') continue;
+        long long stream = 0, dts = 0, pts = 0;
+        if (std::sscanf(line.c_str(), "%lld, %lld, %lld", &stream, &dts, &pts) == 3)
+            times.push_back(pts * unit);
+    }
+    return times;
+}
+
+std::string hashOf(const std::vector<std::uint8_t>& bytes) {
+    std::uint64_t hash = 1469598103934665603ull;
+    for (auto b : bytes) hash = (hash ^ b) * 1099511628211ull;
+    char text[17];
+    std::snprintf(text, sizeof text, "%016" PRIx64, hash);
+    return text;
+}
+
+double lumaOf(const std::vector<std::uint8_t>& bytes, int width, int height, PixelLayout layout) {
+    const std::size_t pixels = std::size_t(width) * height;
+    if (pixels == 0) return 0;
+    double sum = 0;
+    if (layout == PixelLayout::i420) {
+        for (std::size_t i = 0; i < pixels; ++i) sum += bytes[i];
+    } else {
+        for (std::size_t i = 0; i < pixels; ++i)
+            sum += 0.2126 * bytes[3 * i] + 0.7152 * bytes[3 * i + 1] + 0.0722 * bytes[3 * i + 2];
+    }
+    return sum / pixels;
+}
+
+std::string fail(const std::string& what, const fs::path& file, const std::string& detail) {
+    return what + " could not decode " + file.string() + (detail.empty() ? "" : ": " + detail);
+}
+
+}  // namespace
+
+const char* playerName(Player player) {
+    return player == Player::ffmpeg ? "ffmpeg" : "gstreamer";
+}
+
+std::size_t DecodedVideo::frameBytes() const {
+    const std::size_t w = width, h = height;
+    if (layout == PixelLayout::rgb24) return w * h * 3;
+    return w * h + 2 * ((w + 1) / 2) * ((h + 1) / 2);
+}
+
+std::vector<std::uint8_t> DecodedVideo::frame(std::size_t index) const {
+    std::vector<std::uint8_t> bytes(frameBytes());
+    std::ifstream in(rawFile, std::ios::binary);
+    in.seekg(static_cast<std::streamoff>(index * bytes.size()));
+    in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    if (!in) bytes.clear();
+    return bytes;
+}
+
+float DecodedAudio::peakBetween(double fromSeconds, double toSeconds) const {
+    const auto first =
+        std::clamp<std::int64_t>(std::llround(fromSeconds * sampleRateHz), 0, frameCount());
+    const auto last =
+        std::clamp<std::int64_t>(std::llround(toSeconds * sampleRateHz), first, frameCount());
+    float peak = 0;
+    for (std::int64_t i = first * channels; i < last * channels; ++i)
+        peak = std::max(peak, std::abs(samples[i]));
+    return peak;
+}
+
+DecodedVideo decodeVideo(const fs::path& file, Player player, const fs::path& workDir,
+                         const VideoDecodeOptions& options) {
+    DecodedVideo video;
+    video.layout = options.layout;
+    fs::create_directories(workDir);
+    video.rawFile = workDir / (file.stem().string() + "-" + playerName(player) + ".raw");
+    fs::remove(video.rawFile);
+    const bool rgb = options.layout == PixelLayout::rgb24;
+    std::string output;
+    int status = 0;
+    if (player == Player::ffmpeg) {
+        std::string filters =
+            "-fps_mode passthrough -pix_fmt " + std::string(rgb ? "rgb24" : "yuv420p");
+        if (options.size)
+            filters += " -vf scale=" + std::to_string(options.size->first) + ":" +
+                       std::to_string(options.size->second);
+        const auto md5 = workDir / (file.stem().string() + "-ffmpeg.framemd5");
+        status = runLines(std::string(VANTRELL_FFMPEG) + " -nostdin -v error -y -i " +
+                              quote(file.string()) + " -map 0:v:0 " + filters + " -f rawvideo " +
+                              quote(video.rawFile.string()) + " -map 0:v:0 " + filters +
+                              " -enc_time_base -1 -f framemd5 " + quote(md5.string()),
+                          [&](const std::string& line) { output += line + "\n"; });
+        video.seconds = framemd5Times(contentsOf(md5));
+        const auto size =
+            outputOf(std::string(VANTRELL_FFPROBE) +
+                     " -v error -select_streams v:0 -show_entries stream=width,height "
+                     "-of csv=p=0:s=x " +
+                     quote(file.string()) + " 2>/dev/null");
+        if (options.size) {
+            video.width = options.size->first;
+            video.height = options.size->second;
+        } else if (std::sscanf(size.c_str(), "%dx%d", &video.width, &video.height) == 2) {
+            // ffmpeg turns a picture marked as turned by a quarter, so its stored size swaps.
+            const auto turn = outputOf(std::string(VANTRELL_FFPROBE) +
+                                       " -v error -select_streams v:0 -show_entries "
+                                       "stream_side_data=rotation -of csv=p=0 " +
+                                       quote(file.string()) + " 2>/dev/null");
+            if (std::abs(std::atoi(turn.c_str())) % 180 == 90) std::swap(video.width, video.height);
+        }
+    } else {
+        std::string caps = std::string("video/x-raw,format=") + (rgb ? "RGB" : "I420");
+        if (options.size)
+            caps += ",width=" + std::to_string(options.size->first) +
+                    ",height=" + std::to_string(options.size->second);
+        GstTrace trace;
+        status = runLines(
+            gstreamerSource(file, "video") +
+                " ! videoflip video-direction=auto ! videoconvert ! videoscale ! " + caps +
+                " ! identity silent=false ! filesink location=" + quote(video.rawFile.string()),
+            [&](const std::string& line) {
+                trace.read(line);
+                if (line.find("ERROR") != std::string::npos) output += line + "\n";
+            });
+        video.width = trace.width;
+        video.height = trace.height;
+        video.seconds = std::move(trace.times);
+    }
+    if (status != 0 || video.width <= 0 || video.height <= 0) {
+        video.error = fail(playerName(player), file, output);
+        return video;
+    }
+    std::ifstream in(video.rawFile, std::ios::binary);
+    std::vector<std::uint8_t> bytes(video.frameBytes());
+    while (in.read(reinterpret_cast<char*>(bytes.data()),
+                   static_cast<std::streamsize>(bytes.size()))) {
+        video.hashes.push_back(hashOf(bytes));
+        video.meanLuma.push_back(lumaOf(bytes, video.width, video.height, video.layout));
+    }
+    if (video.seconds.size() != video.hashes.size())
+        video.error = fail(playerName(player), file,
+                           std::to_string(video.hashes.size()) + " frames but " +
+                               std::to_string(video.seconds.size()) + " times");
+    return video;
+}
+
+DecodedAudio decodeAudio(const fs::path& file, Player player, int sampleRateHz, int channels) {
+    DecodedAudio audio;
+    audio.sampleRateHz = sampleRateHz;
+    audio.channels = channels;
+    std::string output;
+    std::string bytes;
+    if (player == Player::ffmpeg) {
+        // The first sample's time comes from a frame hash list of the same decode.
+        const std::string common =
+            std::string(VANTRELL_FFMPEG) + " -nostdin -v error -i " + quote(file.string()) +
+            " -map 0:a:0 -ar " + std::to_string(sampleRateHz) + " -ac " + std::to_string(channels);
+        bytes = outputOf(common + " -f f32le - 2>/dev/null");
+        const auto times =
+            framemd5Times(outputOf(common + " -c:a pcm_f32le -f framemd5 - 2>/dev/null"));
+        if (times.empty()) {
+            audio.error = fail("ffmpeg", file, "no audio");
+            return audio;
+        }
+        audio.startSeconds = times.front();
+    } else {
+        const auto raw =
+            fs::temp_directory_path() / ("player-decode-" + std::to_string(::getpid()) + "-" +
+                                         file.filename().string() + ".f32");
+        GstTrace trace;
+        const int status =
+            runLines(gstreamerSource(file, "audio") +
+                         " ! audioconvert ! audioresample ! "
+                         "audio/x-raw,format=F32LE,layout=interleaved,rate=" +
+                         std::to_string(sampleRateHz) + ",channels=" + std::to_string(channels) +
+                         " ! identity silent=false ! filesink location=" + quote(raw.string()),
+                     [&](const std::string& line) {
+                         trace.read(line);
+                         if (line.find("ERROR") != std::string::npos) output += line + "\n";
+                     });
+        bytes = contentsOf(raw);
+        fs::remove(raw);
+        if (status != 0 || trace.times.empty()) {
+            audio.error = fail("gstreamer", file, output);
+            return audio;
+        }
+        audio.startSeconds = trace.times.front();
+    }
+    audio.samples.resize(bytes.size() / sizeof(float));
+    std::memcpy(audio.samples.data(), bytes.data(), audio.samples.size() * sizeof(float));
+    return audio;
+}
+
+double psnr(const std::vector<std::uint8_t>& a, const std::vector<std::uint8_t>& b) {
+    if (a.size() != b.size() || a.empty()) return 0;
+    double squared = 0;
+    for (std::size_t i = 0; i < a.size(); ++i) {
+        const double d = double(a[i]) - double(b[i]);
+        squared += d * d;
+    }
+    if (squared == 0) return std::numeric_limits<double>::infinity();
+    return 10 * std::log10(255.0 * 255.0 * double(a.size()) / squared);
+}
+
+bool looksBlack(double meanLuma) {
+    return meanLuma <= 20;
+}
+
+bool hasStream(const fs::path& file, const std::string& kind) {
+    return !ffprobe(file, "-select_streams " + std::string(kind == "video" ? "v" : "a") +
+                              " -show_entries stream=index -of csv=p=0")
+                .empty();
+}
+
+}  // namespace testing_support

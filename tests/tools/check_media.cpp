@@ -1,0 +1,377 @@
+// Runs every file of a folder through the command line as a user would (import twice, cut
+// off keyframes, join with and without a gap, export through both roads) and checks each
+// export as the ffmpeg tool and GStreamer play it against the source as they play it.
+// One line per file, export and check, then a summary. Exit status 0 when nothing failed.
+//
+//   check_media --cli PATH/vantrell-cli DIR
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "support/media_fixtures.h"
+#include "support/player_decode.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using testing_support::DecodedAudio;
+using testing_support::DecodedVideo;
+using testing_support::Player;
+using testing_support::quote;
+
+// Small pictures keep hour-long camera files cheap; copied frames decode identically at any
+// scale, and a re-encode's error shows as well.
+constexpr std::pair<int, int> kCheckSize{320, 180};
+constexpr double kGapSeconds = 0.5;
+constexpr double kCopiedPsnr = 1e9;  // identical
+constexpr double kReencodedPsnr = 35;
+// Half an AAC frame at 48 kHz; a coded frame of most codecs is no longer.
+constexpr double kAudioToleranceSeconds = 0.0107;
+
+struct Placement {
+    double start = 0;
+    double in = 0;
+    double out = 0;
+    double end() const { return start + out - in; }
+};
+
+struct Tally {
+    std::map<std::string, std::pair<int, int>> byCheck;  // passed, failed
+    int failed = 0;
+};
+
+std::string fixed(double value, int digits = 3) {
+    char text[64];
+    std::snprintf(text, sizeof text, "%.*f", digits, value);
+    return text;
+}
+
+class Reporter {
+  public:
+    void line(const std::string& file, const std::string& what, const std::string& check, bool ok,
+              const std::string& detail) {
+        std::cout << (ok ? "PASS " : "FAIL ") << file << "  " << what << "  " << check << "  "
+                  << detail << "\n"
+                  << std::flush;
+        auto& counts = tally_.byCheck[check];
+        (ok ? counts.first : counts.second)++;
+        if (!ok) tally_.failed++;
+    }
+    void skip(const std::string& file, const std::string& why) {
+        std::cout << "SKIP " << file << "  " << why << "\n" << std::flush;
+        ++skipped_;
+    }
+    int summary(int files) const {
+        std::cout << "\nsummary: " << files << " files, " << skipped_ << " skipped\n";
+        int passed = 0;
+        for (const auto& [check, counts] : tally_.byCheck) {
+            std::cout << "  " << check << ": " << counts.first << " passed, " << counts.second
+                      << " failed\n";
+            passed += counts.first;
+        }
+        std::cout << "  all: " << passed << " passed, " << tally_.failed << " failed\n";
+        return tally_.failed == 0 ? 0 : 1;
+    }
+
+  private:
+    Tally tally_;
+    int skipped_ = 0;
+};
+
+// The last frame of `video` that starts at or before `seconds`, or none before the first.
+std::optional<std::size_t> frameAt(const DecodedVideo& video, double seconds) {
+    auto after = std::upper_bound(video.seconds.begin(), video.seconds.end(), seconds + 0.0005);
+    if (after == video.seconds.begin()) return std::nullopt;
+    return static_cast<std::size_t>(after - video.seconds.begin() - 1);
+}
+
+std::vector<float> mono(const DecodedAudio& audio, double from, double seconds) {
+    std::vector<float> out;
+    const auto first = static_cast<std::int64_t>(std::llround(from * audio.sampleRateHz));
+    const auto count = static_cast<std::int64_t>(seconds * audio.sampleRateHz);
+    for (std::int64_t i = first; i < first + count; ++i) {
+        float sum = 0;
+        for (int c = 0; c < audio.channels; ++c) {
+            const std::int64_t at = i * audio.channels + c;
+            sum += at >= 0 && at < std::ssize(audio.samples) ? audio.samples[at] : 0;
+        }
+        out.push_back(sum / audio.channels);
+    }
+    return out;
+}
+
+// Where (in seconds, relative to `expectedAt`) the output's window best matches the source.
+std::optional<double> audioOffset(const DecodedAudio& source, double expectedAt,
+                                  const DecodedAudio& output, double outputAt) {
+    constexpr double kWindow = 0.2;
+    constexpr double kSearch = 0.1;
+    const auto window = mono(output, outputAt - output.startSeconds, kWindow);
+    double energy = 0;
+    for (float s : window) energy += double(s) * s;
+    if (energy < 1e-4) return std::nullopt;  // silence matches anywhere
+    const auto haystack =
+        mono(source, expectedAt - source.startSeconds - kSearch, kWindow + 2 * kSearch);
+    double best = 1e300;
+    std::int64_t bestAt = 0;
+    for (std::size_t at = 0; at + window.size() <= haystack.size(); ++at) {
+        double error = 0;
+        for (std::size_t i = 0; i < window.size() && error < best; ++i) {
+            const double d = double(window[i]) - haystack[at + i];
+            error += d * d;
+        }
+        if (error < best) {
+            best = error;
+            bestAt = static_cast<std::int64_t>(at);
+        }
+    }
+    return double(bestAt) / source.sampleRateHz - kSearch;
+}
+
+struct Export {
+    std::string name;
+    fs::path file;
+    std::vector<Placement> clips;
+    bool copied = false;  // the lossless road, frames copied
+};
+
+class Checker {
+  public:
+    Checker(fs::path cli, Reporter& report) : cli_(std::move(cli)), report_(report) {}
+
+    void check(const fs::path& source, const fs::path& work) {
+        const std::string name = source.filename().string();
+        fs::remove_all(work);
+        fs::create_directories(work);
+        const auto probe = nlohmann::json::parse(
+            testing_support::outputOf(quote(cli_.string()) + " probe " + quote(source.string()) +
+                                      " 2>/dev/null"),
+            nullptr, false);
+        if (probe.is_discarded() || !probe.is_object() || !probe.contains("fullDurationSeconds")) {
+            report_.skip(name, "not media to the probe");
+            return;
+        }
+        const double duration = probe["fullDurationSeconds"].get<double>();
+        const bool hasVideo = probe.value("hasVideo", false);
+        const bool hasAudio = probe.value("hasAudio", false);
+        if (duration < 1.0) {
+            report_.skip(name, "shorter than a second");
+            return;
+        }
+        // Cuts at odd fractions of the length fall off keyframes.
+        const Placement a{0, duration * 0.25 + 0.037, duration * 0.55 + 0.021};
+        const Placement b{0, duration * 0.10 + 0.013, duration * 0.40 + 0.029};
+        std::vector<Export> exports;
+        for (double gap : {0.0, kGapSeconds}) {
+            const auto project = work / (gap > 0 ? "gap.vantrell" : "join.vantrell");
+            std::string status;
+            if (!runCli("new " + quote(project.string()) + " " + quote(source.string()) + " " +
+                        quote(source.string())) ||
+                !runCli("edit " + quote(project.string()) + " 'trim-in 0 " + fixed(a.in, 6) +
+                            "' 'trim-out 0 " + fixed(a.out, 6) + "' 'trim-in 1 " + fixed(b.in, 6) +
+                            "' 'trim-out 1 " + fixed(b.out, 6) + "' 'move 0 0' 'move 1 " +
+                            fixed(a.out - a.in + gap, 6) + "'",
+                        &status)) {
+                report_.line(name, project.stem().string(), "edit", false,
+                             "the command line refused");
+                continue;
+            }
+            const auto placed = placements(project);
+            if (placed.size() != 2) {
+                report_.line(name, project.stem().string(), "edit", false, "not two clips");
+                continue;
+            }
+            const std::string ext = hasVideo ? ".mp4" : ".m4a";
+            for (bool reencode : {false, true}) {
+                Export e;
+                e.name = project.stem().string() + (reencode ? "-reencode" : "-lossless");
+                e.file = work / (e.name + ext);
+                e.clips = placed;
+                std::string said;
+                const bool ok = runCli("export " + quote(project.string()) + " -o " +
+                                           quote(e.file.string()) + (reencode ? " --reencode" : ""),
+                                       &said);
+                report_.line(name, e.name, "export", ok, ok ? "" : said);
+                if (!ok) continue;
+                // The status line after the edits says which road the export takes.
+                e.copied = !reencode && status.find("Lossless") != std::string::npos;
+                exports.push_back(e);
+            }
+        }
+        for (Player player : testing_support::kPlayers) {
+            const std::string who = testing_support::playerName(player);
+            std::optional<DecodedVideo> sourceVideo;
+            std::optional<DecodedAudio> sourceAudio;
+            if (hasVideo) {
+                sourceVideo =
+                    testing_support::decodeVideo(source, player, work / "source",
+                                                 {testing_support::PixelLayout::i420, kCheckSize});
+                if (!sourceVideo->error.empty()) {
+                    report_.skip(name, who + " cannot play the source: " + sourceVideo->error);
+                    continue;
+                }
+            }
+            if (hasAudio) {
+                sourceAudio = testing_support::decodeAudio(source, player);
+                if (!sourceAudio->error.empty()) sourceAudio.reset();
+            }
+            for (const auto& e : exports) {
+                const std::string what = e.name + " " + who;
+                if (sourceVideo) checkVideo(name, what, e, player, *sourceVideo, work);
+                if (sourceAudio) checkAudio(name, what, e, player, *sourceAudio);
+            }
+        }
+    }
+
+  private:
+    bool runCli(const std::string& args, std::string* said = nullptr) {
+        int status = 0;
+        const std::string output = testing_support::outputOf(quote(cli_.string()) + " " + args +
+                                                             " 2>&1; echo \"exit=$?\"");
+        const auto at = output.rfind("exit=");
+        status = at == std::string::npos ? -1 : std::atoi(output.c_str() + at + 5);
+        if (said) *said = output.substr(0, at);
+        return status == 0;
+    }
+
+    static std::vector<Placement> placements(const fs::path& project) {
+        std::ifstream in(project);
+        const auto json = nlohmann::json::parse(in, nullptr, false);
+        std::vector<Placement> clips;
+        if (json.is_discarded()) return clips;
+        for (const auto& clip : json["clips"])
+            clips.push_back({clip.value("startOnTimeline", 0.0), clip.value("inSeconds", 0.0),
+                             clip.value("outSeconds", 0.0)});
+        return clips;
+    }
+
+    void checkVideo(const std::string& name, const std::string& what, const Export& e,
+                    Player player, const DecodedVideo& source, const fs::path& work) {
+        const DecodedVideo out = testing_support::decodeVideo(
+            e.file, player, work / "out", {testing_support::PixelLayout::i420, kCheckSize});
+        if (!out.error.empty()) {
+            report_.line(name, what, "decode", false, out.error);
+            return;
+        }
+        // The count: every frame of each range for a copy; the constant rate for a re-encode.
+        const double total = e.clips.back().end();
+        std::size_t expected = 0;
+        for (const auto& clip : e.clips)
+            for (double t : source.seconds)
+                if (t >= clip.in - 0.0005 && t < clip.out - 0.0005) ++expected;
+        const double sourceRate = source.seconds.size() > 1
+                                      ? double(source.seconds.size() - 1) /
+                                            (source.seconds.back() - source.seconds.front())
+                                      : 30;
+        const double gap = e.clips.back().start - e.clips.front().end();
+        if (e.copied) expected += static_cast<std::size_t>(std::llround(gap * sourceRate));
+        const bool countOk = e.copied
+                                 ? out.frameCount() == expected
+                                 : std::abs(double(out.frameCount()) - total * sourceRate) <= 2;
+        report_.line(name, what, "frames", countOk,
+                     std::to_string(out.frameCount()) + " frames, " +
+                         (e.copied ? std::to_string(expected) : fixed(total * sourceRate, 1)) +
+                         " expected");
+
+        // Each output frame against the source frame its time maps to.
+        int compared = 0, mismatched = 0, notBlack = 0;
+        double worst = 1e18;
+        double worstAt = 0;
+        for (std::size_t k = 0; k < out.frameCount(); ++k) {
+            const double t = out.seconds[k];
+            // A frame right at a cut may belong to either side once times are rounded.
+            bool atCut = false;
+            const Placement* clip = nullptr;
+            for (const auto& c : e.clips) {
+                if (t >= c.start - 0.0005 && t < c.end() - 0.0005) clip = &c;
+                atCut = atCut || std::abs(t - c.start) < 0.002 || std::abs(t - c.end()) < 0.002;
+            }
+            if (atCut) continue;
+            if (!clip) {
+                if (!testing_support::looksBlack(out.meanLuma[k])) ++notBlack;
+                continue;
+            }
+            const auto shown = frameAt(source, clip->in + (t - clip->start));
+            if (!shown) continue;
+            const double match = testing_support::psnr(out.frame(k), source.frame(*shown));
+            ++compared;
+            if (match < worst) {
+                worst = match;
+                worstAt = t;
+            }
+            if (match < (e.copied ? kCopiedPsnr : kReencodedPsnr)) ++mismatched;
+        }
+        report_.line(name, what, "pictures", compared > 0 && mismatched == 0,
+                     std::to_string(mismatched) + " of " + std::to_string(compared) +
+                         " differ; worst " +
+                         (std::isinf(worst) ? std::string("identical") : fixed(worst, 1) + " dB") +
+                         " at " + fixed(worstAt) + " s");
+        if (gap > 0)
+            report_.line(name, what, "gap-black", notBlack == 0,
+                         std::to_string(notBlack) + " frames in the gap not black");
+    }
+
+    void checkAudio(const std::string& name, const std::string& what, const Export& e,
+                    Player player, const DecodedAudio& source) {
+        const DecodedAudio out = testing_support::decodeAudio(e.file, player);
+        if (!out.error.empty()) {
+            report_.line(name, what, "decode-audio", false, out.error);
+            return;
+        }
+        const double total = e.clips.back().end();
+        report_.line(name, what, "audio-length", std::abs(out.seconds() - total) <= 0.05,
+                     fixed(out.seconds()) + " s of " + fixed(total) + " s");
+        std::string offsets;
+        bool ok = true;
+        for (const auto& clip : e.clips) {
+            const double middle = (clip.out - clip.in) / 2;
+            const auto offset = audioOffset(source, clip.in + middle, out, clip.start + middle);
+            if (!offset) {
+                offsets += " silent";
+                continue;
+            }
+            offsets += " " + fixed(*offset * 1000, 1) + " ms";
+            ok = ok && std::abs(*offset) <= kAudioToleranceSeconds;
+        }
+        report_.line(name, what, "audio-sync", ok, "offsets" + offsets);
+        const double gap = e.clips.back().start - e.clips.front().end();
+        if (gap > 0) {
+            const float peak =
+                out.peakBetween(e.clips.front().end() + 0.03, e.clips.back().start - 0.03);
+            report_.line(name, what, "gap-silent", peak < 0.001, "peak " + fixed(peak, 4));
+        }
+    }
+
+    fs::path cli_;
+    Reporter& report_;
+};
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    if (argc != 4 || std::string(argv[1]) != "--cli") {
+        std::cerr << "usage: check_media --cli PATH/vantrell-cli DIR\n";
+        return 2;
+    }
+    const fs::path cli = fs::absolute(argv[2]);
+    const fs::path dir = argv[3];
+    std::vector<fs::path> files;
+    for (const auto& entry : fs::recursive_directory_iterator(dir))
+        if (entry.is_regular_file()) files.push_back(entry.path());
+    std::sort(files.begin(), files.end());
+    Reporter report;
+    Checker checker(cli, report);
+    const fs::path work = fs::temp_directory_path() / ("check-media-" + std::to_string(::getpid()));
+    for (const auto& file : files) checker.check(file, work);
+    fs::remove_all(work);
+    return report.summary(static_cast<int>(files.size()));
+}
