@@ -12,21 +12,6 @@ namespace {
 // Enough packets to meet a stream's untimed B-frames.
 constexpr int kTimestampSample = 120;
 
-// Where source time 0 lies: the earliest start of any audio or video stream, in seconds.
-double clockOrigin(const AVFormatContext& input) {
-    std::optional<double> earliest;
-    for (unsigned i = 0; i < input.nb_streams; ++i) {
-        const AVStream& s = *input.streams[i];
-        const AVMediaType type = s.codecpar->codec_type;
-        if (type != AVMEDIA_TYPE_VIDEO && type != AVMEDIA_TYPE_AUDIO) continue;
-        if ((s.disposition & AV_DISPOSITION_ATTACHED_PIC) || s.start_time == AV_NOPTS_VALUE)
-            continue;
-        const double start = s.start_time * av_q2d(s.time_base);
-        if (!earliest || start < *earliest) earliest = start;
-    }
-    return earliest.value_or(0);
-}
-
 }  // namespace
 
 model::CopyFacts copyFacts(AVFormatContext& input) {
@@ -35,7 +20,8 @@ model::CopyFacts copyFacts(AVFormatContext& input) {
     const AVStream* audio = firstStream(input, AVMEDIA_TYPE_AUDIO);
     if (video) facts.videoCodec = avcodec_get_name(video->codecpar->codec_id);
     if (audio) facts.audioCodec = avcodec_get_name(audio->codecpar->codec_id);
-    const double origin = clockOrigin(input);
+    const double origin =
+        video ? static_cast<double>(movieOrigin(input, *video)) * av_q2d(video->time_base) : 0;
 
     if (av_seek_frame(&input, -1, 0, AVSEEK_FLAG_BACKWARD) < 0) return facts;
     media::PacketPtr packet{av_packet_alloc()};
