@@ -162,8 +162,8 @@ common::Status AudioTrackWriter::silentFrame() {
     return common::Error{"The encoder gave no silence."};
 }
 
-common::Status AudioTrackWriter::writeFramed(const composition::Segment& segment) {
-    const auto& source = *segment.source;
+common::Status AudioTrackWriter::seekSource(const composition::SegmentSource& source,
+                                            std::int64_t from) {
     if (!source_ || source_->path() != source.url ||
         source_->stream().index != source.streamIndex) {
         source_.reset();
@@ -172,33 +172,51 @@ common::Status AudioTrackWriter::writeFramed(const composition::Segment& segment
         source_.emplace(std::move(opened).value());
     }
     const AVRational sourceBase = source_->stream().time_base;
-    const AVRational outputBase{1, parameters_.sample_rate};
-    const std::int64_t origin = source_->origin();
+    return source_->seek(av_rescale_q(from, {1, parameters_.sample_rate}, sourceBase) +
+                         source_->origin());
+}
+
+common::Result<std::optional<AudioTrackWriter::SourcePacket>> AudioTrackWriter::readSource() {
+    const std::string file = source_->path().string();
+    media::PacketPtr packet{av_packet_alloc()};
+    if (!packet) return media::avError(AVERROR(ENOMEM), "Cannot read " + file);
+    auto more = source_->read(*packet);
+    if (!more) return more.error();
+    if (!*more) return std::optional<SourcePacket>{};
+    if (packet->pts == AV_NOPTS_VALUE) {
+        return common::Error{"An audio packet of " + file +
+                             " has no presentation time, so it cannot be placed."};
+    }
+    const AVRational sourceBase = source_->stream().time_base;
+    const std::int64_t pts =
+        av_rescale_q(packet->pts - source_->origin(), sourceBase, {1, parameters_.sample_rate});
+    return std::optional{SourcePacket{std::move(packet), pts}};
+}
+
+common::Status AudioTrackWriter::writeFramed(const composition::Segment& segment) {
+    const auto& source = *segment.source;
     const std::int64_t in = toOutput(source.assetRange.start);
     const std::int64_t out = toOutput(source.assetRange.end());
     const std::int64_t place = toOutput(segment.start);
     const bool first = !started_ && segment.start.ticks == 0;
-    if (auto sought = source_->seek(av_rescale_q(in, outputBase, sourceBase) + origin -
-                                    av_rescale_q(1, kLeadIn, sourceBase));
+    if (auto sought =
+            seekSource(source, in - av_rescale_q(1, kLeadIn, {1, parameters_.sample_rate}));
         !sought)
         return sought;
+    const AVRational sourceBase = source_->stream().time_base;
     media::PacketPtr before;  // the frame before the first one wanted
     std::int64_t beforeSamples = 0;
     while (true) {
-        media::PacketPtr packet{av_packet_alloc()};
-        if (!packet) return media::avError(AVERROR(ENOMEM), "Cannot read " + source.url.string());
-        auto more = source_->read(*packet);
-        if (!more) return more.error();
-        if (!*more) return common::success();
-        if (packet->pts == AV_NOPTS_VALUE) {
-            return common::Error{"An audio packet of " + source.url.string() +
-                                 " has no presentation time, so it cannot be placed."};
-        }
-        const std::int64_t pts = av_rescale_q(packet->pts - origin, sourceBase, outputBase);
+        auto read = readSource();
+        if (!read) return read.error();
+        if (!*read) return common::success();
+        auto& [packet, pts] = **read;
         int samples = av_get_audio_frame_duration2(const_cast<AVCodecParameters*>(&parameters_),
                                                    packet->size);
-        if (samples <= 0)
-            samples = static_cast<int>(av_rescale_q(packet->duration, sourceBase, outputBase));
+        if (samples <= 0) {
+            samples = static_cast<int>(
+                av_rescale_q(packet->duration, sourceBase, {1, parameters_.sample_rate}));
+        }
         if (samples <= 0)
             return common::Error{"An audio packet of " + source.url.string() + " has no length."};
         const std::int64_t middle = pts + samples / 2;
@@ -227,33 +245,16 @@ common::Status AudioTrackWriter::writeFramed(const composition::Segment& segment
 
 common::Status AudioTrackWriter::writePcm(const composition::Segment& segment) {
     const auto& source = *segment.source;
-    if (!source_ || source_->path() != source.url ||
-        source_->stream().index != source.streamIndex) {
-        source_.reset();
-        auto opened = SourceStream::open(source.url, source.streamIndex);
-        if (!opened) return opened.error();
-        source_.emplace(std::move(opened).value());
-    }
-    const AVRational sourceBase = source_->stream().time_base;
-    const AVRational outputBase{1, parameters_.sample_rate};
-    const std::int64_t origin = source_->origin();
     const std::int64_t in = toOutput(source.assetRange.start);
     const std::int64_t out = toOutput(source.assetRange.end());
     const std::int64_t place = toOutput(segment.start);
     const std::int64_t sampleBytes = parameters_.block_align;
-    if (auto sought = source_->seek(av_rescale_q(in, outputBase, sourceBase) + origin); !sought)
-        return sought;
+    if (auto sought = seekSource(source, in); !sought) return sought;
     while (true) {
-        media::PacketPtr packet{av_packet_alloc()};
-        if (!packet) return media::avError(AVERROR(ENOMEM), "Cannot read " + source.url.string());
-        auto more = source_->read(*packet);
-        if (!more) return more.error();
-        if (!*more) return common::success();
-        if (packet->pts == AV_NOPTS_VALUE) {
-            return common::Error{"An audio packet of " + source.url.string() +
-                                 " has no presentation time, so it cannot be placed."};
-        }
-        const std::int64_t pts = av_rescale_q(packet->pts - origin, sourceBase, outputBase);
+        auto read = readSource();
+        if (!read) return read.error();
+        if (!*read) return common::success();
+        auto& [packet, pts] = **read;
         const std::int64_t available = packet->size / sampleBytes;
         if (pts >= out) return common::success();
         std::int64_t keepStart = std::max(pts, in);

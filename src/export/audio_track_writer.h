@@ -35,6 +35,14 @@ class AudioTrackWriter {
     double totalSeconds() const { return totalSeconds_; }
 
   private:
+    // A source packet and when it plays, in output units from the source's origin.
+    struct SourcePacket {
+        media::PacketPtr packet;
+        std::int64_t pts = 0;
+    };
+
+    common::Status seekSource(const composition::SegmentSource& source, std::int64_t from);
+    common::Result<std::optional<SourcePacket>> readSource();
     common::Status writeSegment(const composition::Segment& segment);
     common::Status writeFramed(const composition::Segment& segment);
     common::Status writePcm(const composition::Segment& segment);
