@@ -8,9 +8,11 @@
 // Usage: export_bench [FOLDER] [--runs N]
 // FOLDER keeps the generated clips between runs.
 //
-// When written (Debian 12, FFmpeg 5.1, 2 cores, ext4, -O2): whole clips 0.81 s against
-// 0.75 s (ratio 1.08), cut ranges 0.68 s against 0.74 s (0.91); peak RSS 43 and 49 MB
-// against the tool's 60 and 62 MB. Both spend most of the time writing the 100-odd MB.
+// When written (Debian 12, FFmpeg 5.1, 2 cores shared with other builds at a load of about
+// 18, ext4, -O2, 2 runs): whole clips 5.29 s against 2.54 s (ratio 2.08; the planning pass
+// reads every packet once more before the copy), cut ranges 50.4 s against 2.63 s with 866
+// frames re-encoded (x264 keyframes 250 apart) whose encode alone takes the tool 96.5 s:
+// 0.50 of the budget; peak RSS 155 and 247 MB against the tool's 60 and 63 MB.
 
 #include <algorithm>
 #include <cstdio>
