@@ -60,7 +60,7 @@ common::Result<CutEncoder> CutEncoder::open(const AVCodecParameters& source, AVR
         av_dict_set(&options, "preset", "veryfast", 0);
     } else {
         c.flags |= AV_CODEC_FLAG_QSCALE;
-        c.global_quality = FF_QP2LAMBDA * 2;
+        c.global_quality = FF_QP2LAMBDA;
     }
     const int rc = avcodec_open2(&c, codec, &options);
     av_dict_free(&options);

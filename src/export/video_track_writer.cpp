@@ -23,6 +23,9 @@ namespace {
 // B-frames it may still present after the in point, so the search steps back a few times.
 constexpr int kSeekAttempts = 10;
 
+// Copied frames are handed on this many at a time.
+constexpr std::size_t kCopyBatch = 32;
+
 // Reading on from where the last piece stopped beats a seek for a short way.
 constexpr std::size_t kReadAheadFrames = 64;
 
@@ -292,12 +295,17 @@ common::Status VideoTrackWriter::moveTo(const Range& range, std::size_t index) {
 
 common::Result<std::optional<TrackPacket>> VideoTrackWriter::next() {
     while (ready_.empty()) {
+        if (range_) {
+            if (auto written = continueRange(); !written) return written.error();
+            continue;
+        }
         if (nextItem_ == items_.size()) return std::optional<TrackPacket>{};
         const Item& item = items_[nextItem_++];
-        const Range* range = item.range ? &ranges_[*item.range] : nullptr;
-        common::Status written =
-            range && !range->cut.pieces.empty() ? writeRange(*range) : writeGap(item);
-        if (!written) return written.error();
+        if (item.range && !ranges_[*item.range].cut.pieces.empty()) {
+            if (auto started = startRange(ranges_[*item.range]); !started) return started.error();
+            continue;
+        }
+        if (auto written = writeGap(item); !written) return written.error();
         doneSeconds_ += item.duration.seconds();
     }
     TrackPacket packet = std::move(ready_.front());
@@ -355,7 +363,7 @@ common::Status VideoTrackWriter::writeBlack(std::int64_t start, std::int64_t end
     return common::success();
 }
 
-common::Status VideoTrackWriter::writeRange(const Range& range) {
+common::Status VideoTrackWriter::startRange(const Range& range) {
     if (auto opened = openSource(range); !opened) return opened;
     sourceParameterSets_ = inBandParameterSets(*source_->stream().codecpar, framing_);
     // Each shown frame lasts until the next one, the last until the range ends.
@@ -365,45 +373,63 @@ common::Status VideoTrackWriter::writeRange(const Range& range) {
     std::sort(shown.begin(), shown.end(), [&](std::size_t a, std::size_t b) {
         return range.frames[a].pts < range.frames[b].pts;
     });
-    std::vector<std::int64_t> durations(range.frames.size(), 0);
+    durations_.assign(range.frames.size(), 0);
     const std::int64_t end = toOutput(range.timelineStart + range.duration) + delay_;
     for (std::size_t k = 0; k < shown.size(); ++k) {
         const std::int64_t at = toOutput(range, range.frames[shown[k]].pts);
         const std::int64_t after =
             k + 1 < shown.size() ? toOutput(range, range.frames[shown[k + 1]].pts) : end;
-        durations[shown[k]] = std::max<std::int64_t>(after - at, 1);
+        durations_[shown[k]] = std::max<std::int64_t>(after - at, 1);
     }
+    range_ = &range;
+    piece_ = 0;
+    copied_ = 0;
     const std::int64_t firstShown = toOutput(range, range.cut.shownFrom);
     const std::int64_t start = toOutput(range.timelineStart) + delay_;
-    if (firstShown > start) {
-        if (auto black = writeBlack(start, firstShown); !black) return black;
-    }
-    for (const auto& piece : range.cut.pieces) {
-        common::Status written = piece.kind == CutPiece::Kind::copy
-                                     ? writeCopy(range, piece, durations)
-                                     : writeReencoded(range, piece, durations);
-        if (!written) return written;
-    }
-    // The next range's pictures may come from another bitstream.
-    foreignBefore_ = true;
+    if (firstShown > start) return writeBlack(start, firstShown);
     return common::success();
 }
 
-common::Status VideoTrackWriter::writeCopy(const Range& range, const CutPiece& piece,
-                                           const std::vector<std::int64_t>& durations) {
-    if (auto moved = moveTo(range, piece.frames.front()); !moved) return moved;
-    std::size_t k = 0;
-    while (k < piece.frames.size()) {
+// One step of the range being written: a re-encoded piece whole, or the next few frames of
+// a copied one, so that what waits for the muxer stays small however long the range.
+common::Status VideoTrackWriter::continueRange() {
+    const Range& range = *range_;
+    if (piece_ == range.cut.pieces.size()) {
+        // The next range's pictures may come from another bitstream.
+        foreignBefore_ = true;
+        range_ = nullptr;
+        doneSeconds_ += range.duration.seconds();
+        return common::success();
+    }
+    const CutPiece& piece = range.cut.pieces[piece_];
+    if (piece.kind == CutPiece::Kind::reencode) {
+        ++piece_;
+        return writeReencoded(range, piece);
+    }
+    if (copied_ == 0) {
+        if (auto moved = moveTo(range, piece.frames.front()); !moved) return moved;
+    }
+    if (auto written = writeCopy(range, piece); !written) return written;
+    if (copied_ == piece.frames.size()) {
+        ++piece_;
+        copied_ = 0;
+    }
+    return common::success();
+}
+
+common::Status VideoTrackWriter::writeCopy(const Range& range, const CutPiece& piece) {
+    for (std::size_t batch = 0; batch < kCopyBatch && copied_ < piece.frames.size();) {
         const std::size_t index = position_;
         auto packet = take(range);
         if (!packet) return packet.error();
-        if (index != piece.frames[k]) continue;  // a leading picture of the first group
-        ++k;
+        if (index != piece.frames[copied_]) continue;  // a leading picture of the first group
+        ++copied_;
+        ++batch;
         AVPacket& p = **packet;
         const CodedFrame& frame = range.frames[index];
         p.pts = toOutput(range, frame.pts);
         p.dts = toOutput(range, frame.dts);
-        p.duration = durations[index];
+        p.duration = durations_[index];
         if (foreignBefore_ && framing_.nal) {
             // The decoder has been fed other parameter sets, or another sequence; this
             // keyframe brings its own and, unless an IDR, starts a new sequence.
@@ -428,8 +454,7 @@ common::Status VideoTrackWriter::writeCopy(const Range& range, const CutPiece& p
     return common::success();
 }
 
-common::Status VideoTrackWriter::writeReencoded(const Range& range, const CutPiece& piece,
-                                                const std::vector<std::int64_t>& durations) {
+common::Status VideoTrackWriter::writeReencoded(const Range& range, const CutPiece& piece) {
     auto decoder = media::openDecoder(source_->format(), source_->stream(), 0);
     if (!decoder) return decoder.error();
     auto encoder = CutEncoder::open(*source_->stream().codecpar, outputTimeBase_, frameRate_);
@@ -437,7 +462,7 @@ common::Status VideoTrackWriter::writeReencoded(const Range& range, const CutPie
     std::map<std::int64_t, std::int64_t> wanted;  // source pts to output duration
     std::size_t lastIndex = 0;
     for (std::size_t i : piece.frames) {
-        wanted[range.frames[i].pts] = durations[i];
+        wanted[range.frames[i].pts] = durations_[i];
         lastIndex = std::max(lastIndex, i);
     }
     std::map<std::int64_t, std::int64_t> outputDurations;

@@ -73,11 +73,10 @@ class VideoTrackWriter {
     common::Status writeGap(const Item& item);
     common::Status writeBlack(std::int64_t start, std::int64_t end);
     std::size_t blackFrames(std::int64_t start, std::int64_t end) const;
-    common::Status writeRange(const Range& range);
-    common::Status writeCopy(const Range& range, const CutPiece& piece,
-                             const std::vector<std::int64_t>& durations);
-    common::Status writeReencoded(const Range& range, const CutPiece& piece,
-                                  const std::vector<std::int64_t>& durations);
+    common::Status startRange(const Range& range);
+    common::Status continueRange();
+    common::Status writeCopy(const Range& range, const CutPiece& piece);
+    common::Status writeReencoded(const Range& range, const CutPiece& piece);
     common::Status push(media::PacketPtr packet, bool encoded);
 
     std::int64_t toOutput(common::MediaTime time) const;
@@ -101,6 +100,10 @@ class VideoTrackWriter {
     bool positioned_ = false;
     media::PacketPtr pending_;  // the frame at position_, already read
     std::deque<TrackPacket> ready_;
+    const Range* range_ = nullptr;         // the range being written, if any
+    std::size_t piece_ = 0;                // its piece being written
+    std::size_t copied_ = 0;               // frames of a copied piece written so far
+    std::vector<std::int64_t> durations_;  // output duration of each frame of the range
     std::int64_t lastDts_ = INT64_MIN;
     std::int64_t firstDts_ = 0;
     bool foreignBefore_ = false;  // pictures of another bitstream have been written
