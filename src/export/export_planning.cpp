@@ -1,7 +1,12 @@
 #include "export/export_planning.h"
 
+#include <algorithm>
+#include <array>
+#include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <optional>
+#include <string_view>
 
 #include "model/time_format.h"
 
@@ -21,6 +26,114 @@ std::string differReason(int differing, int total) {
     return buffer;
 }
 
+// Two sounds that play at once take two audio lanes, and a copy holds one audio track. The
+// same exact test as lane assignment: touching is no overlap.
+bool soundsOverlap(const model::Project& project) {
+    const auto& clips = project.clips();
+    for (std::size_t i = 0; i < clips.size(); ++i) {
+        if (!clips[i].isOnAudioRow()) continue;
+        for (std::size_t j = i + 1; j < clips.size(); ++j) {
+            if (!clips[j].isOnAudioRow()) continue;
+            if (!(clips[i].timelineEnd() <= clips[j].startOnTimeline) &&
+                !(clips[j].timelineEnd() <= clips[i].startOnTimeline))
+                return true;
+        }
+    }
+    return false;
+}
+
+bool overlapping(const model::Project& project) {
+    return project.hasOverlap() || soundsOverlap(project);
+}
+
+// The codecs each format's copy can hold.
+struct Holds {
+    model::ExportFormat format;
+    const char* name;
+    std::vector<std::string_view> video;
+    std::vector<std::string_view> audio;
+    bool pcm;
+};
+
+const std::array<Holds, 4>& containers() {
+    static const std::array<Holds, 4> table{{
+        {model::ExportFormat::mp4,
+         "MP4",
+         {"h264", "hevc", "mpeg4", "av1", "vp9", "mpeg2video", "mpeg1video"},
+         {"aac", "mp3", "alac", "opus", "ac3", "eac3", "mp2"},
+         false},
+        {model::ExportFormat::mov,
+         "MOV",
+         {"h264", "hevc", "mpeg4", "prores", "dnxhd", "mjpeg", "png", "mpeg2video", "mpeg1video",
+          "h263", "dvvideo"},
+         {"aac", "mp3", "alac", "ac3", "eac3", "mp2", "amr_nb", "amr_wb", "adpcm_ima_qt"},
+         true},
+        {model::ExportFormat::m4a, "M4A", {}, {"aac", "alac"}, false},
+        {model::ExportFormat::wav, "WAV", {}, {}, true},
+    }};
+    return table;
+}
+
+bool holds(const Holds& format, const std::vector<std::string_view>& list, std::string_view codec,
+           bool audio) {
+    if (audio && format.pcm && codec.starts_with("pcm_")) return true;
+    return std::find(list.begin(), list.end(), codec) != list.end();
+}
+
+// The first codec of the project that `format` cannot hold, as "pcm_s16le audio".
+std::optional<std::string> unheld(const model::Project& project, const Holds& format) {
+    for (const auto& c : project.clips()) {
+        const auto& facts = c.copyFacts;
+        if (c.isOnVideoRow() && !facts.videoCodec.empty() &&
+            !holds(format, format.video, facts.videoCodec, false))
+            return facts.videoCodec + " video";
+        if (c.isOnAudioRow() && !facts.audioCodec.empty() &&
+            !holds(format, format.audio, facts.audioCodec, true))
+            return facts.audioCodec + " audio";
+    }
+    return std::nullopt;
+}
+
+// Why the format the sheet starts with cannot hold the copy, naming the others that can.
+std::optional<std::string> containerReason(const model::Project& project) {
+    const auto offered = availableFormats(project).front();
+    const bool picture = offered == model::ExportFormat::mp4;
+    std::string others;
+    std::optional<std::string> missing;
+    for (const auto& format : containers()) {
+        if (format.format == offered) {
+            missing = unheld(project, format);
+            if (!missing) return std::nullopt;
+            continue;
+        }
+        if (picture && format.video.empty()) continue;
+        if (!unheld(project, format))
+            others += (others.empty() ? "" : " or ") + std::string(format.name);
+    }
+    std::string name;
+    for (const auto& format : containers())
+        if (format.format == offered) name = format.name;
+    return name + " can't hold " + *missing + (others.empty() ? "" : "; " + others + " can");
+}
+
+std::optional<std::string> untimedReason(const model::Project& project) {
+    for (const auto& c : project.clips())
+        if (c.copyFacts.untimedPackets) return c.displayName + " has packets without timestamps";
+    return std::nullopt;
+}
+
+int frames(double seconds, double rate) {
+    return static_cast<int>(std::lround(std::max(seconds, 0.0) * rate));
+}
+
+// One run of one source on the video row: clips that continue each other in both times.
+struct VideoRun {
+    const model::Clip* clip;
+    double start;
+    double inSeconds;
+    double outSeconds;
+};
+
 int clipsDifferingFromFirst(const model::Project& project) {
     const auto& clips = project.clips();
     int differing = 0;
@@ -34,25 +147,87 @@ int clipsDifferingFromFirst(const model::Project& project) {
 bool passthroughEligible(const model::Project& project) {
     if (project.clips().empty()) return false;
     if (project.hasCrop()) return false;
-    if (project.hasOverlap()) return false;
-    return clipsDifferingFromFirst(project) == 0;
+    if (overlapping(project)) return false;
+    if (clipsDifferingFromFirst(project) != 0) return false;
+    return !containerReason(project) && !untimedReason(project);
 }
 
 std::string reEncodeReason(const model::Project& project) {
     if (project.hasCrop()) return kReasonCrop;
-    if (project.hasOverlap()) return kReasonOverlap;
+    if (overlapping(project)) return kReasonOverlap;
     if (project.clips().empty()) return kReasonNoClips;
     int differing = clipsDifferingFromFirst(project);
-    if (differing == 0) return kReasonFormat;
-    return differReason(differing, static_cast<int>(project.clips().size()));
+    if (differing != 0) return differReason(differing, static_cast<int>(project.clips().size()));
+    if (auto reason = containerReason(project)) return *reason;
+    if (auto reason = untimedReason(project)) return *reason;
+    return kReasonFormat;
+}
+
+ReencodedFrames smartCutFrames(const model::Project& project) {
+    std::vector<VideoRun> runs;
+    for (const auto& c : project.clips())
+        if (c.isOnVideoRow()) runs.push_back({&c, c.startOnTimeline, c.inSeconds, c.outSeconds});
+    std::sort(runs.begin(), runs.end(),
+              [](const VideoRun& a, const VideoRun& b) { return a.start < b.start; });
+    std::vector<VideoRun> merged;
+    for (const auto& run : runs) {
+        if (!merged.empty()) {
+            VideoRun& last = merged.back();
+            const double lastEnd = last.start + (last.outSeconds - last.inSeconds);
+            if (last.clip->url == run.clip->url && std::abs(lastEnd - run.start) < 0.001 &&
+                std::abs(last.outSeconds - run.inSeconds) < 0.001) {
+                last.outSeconds = run.outSeconds;
+                continue;
+            }
+        }
+        merged.push_back(run);
+    }
+    ReencodedFrames count;
+    double at = 0;
+    for (const auto& run : merged) {
+        const model::Clip& c = *run.clip;
+        const double rate = c.frameRate > 0 ? c.frameRate : 30;
+        const int gap = frames(run.start - at, rate);
+        count.reencoded += gap;
+        count.total += gap;
+        at = run.start + (run.outSeconds - run.inSeconds);
+        const int all = frames(run.outSeconds - run.inSeconds, rate);
+        count.total += all;
+        if (c.copyFacts.videoCodec.empty()) continue;  // never probed: nothing known to cut
+        // Whole groups of pictures between the first keyframe at or after the in point and
+        // the last keyframe at or before the out point are copied; a group running to the end
+        // of the file ends at its end.
+        const double slack = 0.5 / rate;
+        const auto& keys = c.copyFacts.keyframeSeconds;
+        const auto first = std::find_if(keys.begin(), keys.end(),
+                                        [&](double k) { return k >= run.inSeconds - slack; });
+        double copyEnd = run.outSeconds;
+        if (run.outSeconds < c.fullDurationSeconds - slack) {
+            const auto last = std::find_if(keys.rbegin(), keys.rend(),
+                                           [&](double k) { return k <= run.outSeconds + slack; });
+            copyEnd = last == keys.rend() ? run.inSeconds : *last;
+        }
+        if (first == keys.end() || copyEnd <= *first + slack) {
+            count.reencoded += all;
+            continue;
+        }
+        count.reencoded += std::min(
+            all, frames(*first - run.inSeconds, rate) + frames(run.outSeconds - copyEnd, rate));
+    }
+    return count;
 }
 
 std::string statusLine(const model::Project& project) {
     const auto count = static_cast<int>(project.clips().size());
     if (count == 0) return "Drop clips here";
     std::string time = model::formatHMS(project.totalDurationSeconds());
-    std::string mode =
-        passthroughEligible(project) ? "Lossless ✓" : "Re-encode (" + reEncodeReason(project) + ")";
+    std::string mode = "Re-encode (" + reEncodeReason(project) + ")";
+    if (passthroughEligible(project)) {
+        const ReencodedFrames smart = smartCutFrames(project);
+        mode = smart.reencoded == 0 ? "Lossless ✓"
+                                    : "Smart cut ✓ · " + std::to_string(smart.reencoded) + " of " +
+                                          std::to_string(smart.total) + " frames re-encoded";
+    }
     return std::to_string(count) + (count == 1 ? " clip · " : " clips · ") + time + " · " + mode;
 }
 

@@ -11,9 +11,10 @@
 #include <string>
 #include <vector>
 
+#include "export/audio_track_writer.h"
 #include "export/movie_file.h"
 #include "export/partial_file.h"
-#include "export/track_copier.h"
+#include "export/video_track_writer.h"
 #include "export/wav_writer.h"
 #include "media/av_error.h"
 #include "media/ff_ptr.h"
@@ -173,7 +174,9 @@ std::optional<std::string> difference(const AVCodecParameters& a, const AVCodecP
         if (a.profile != b.profile) return "codec profiles";
         if (av_cmp_q(knownAspect(a.sample_aspect_ratio), knownAspect(b.sample_aspect_ratio)))
             return "pixel shapes";
-        if (!sameBytes(a, b)) return "codec parameter sets";
+        // H.264 and HEVC pictures carry their own parameter sets in band where they change.
+        const bool inBand = a.codec_id == AV_CODEC_ID_H264 || a.codec_id == AV_CODEC_ID_HEVC;
+        if (!inBand && !sameBytes(a, b)) return "codec parameter sets";
         return std::nullopt;
     }
     if (a.sample_rate != b.sample_rate) return "sample rates";
@@ -236,13 +239,21 @@ common::Result<AVRational> videoTimeBase(const std::vector<SourceConfig>& config
     return AVRational{1, static_cast<int>(den)};
 }
 
-// One track of the movie being written and the copier that feeds it.
+// One track of the movie being written and the writer that feeds it.
 struct Lane {
-    TrackCopier copier;
+    std::optional<VideoTrackWriter> video;
+    std::optional<AudioTrackWriter> audio;
     AVStream* stream;
-    FourCC handler;
-    std::optional<CopiedPacket> head = std::nullopt;
-    bool wrote = false;  // the muxer drops a track without samples
+    common::MediaTime duration;
+    std::optional<TrackPacket> head = std::nullopt;
+
+    common::Result<std::optional<TrackPacket>> next() {
+        return video ? video->next() : audio->next();
+    }
+    std::int64_t mediaStart() const { return video ? video->mediaStart() : audio->mediaStart(); }
+    double doneSeconds() const { return video ? video->doneSeconds() : audio->doneSeconds(); }
+    double totalSeconds() const { return video ? video->totalSeconds() : audio->totalSeconds(); }
+    FourCC handler() const { return video ? fourCC("vide") : fourCC("soun"); }
 };
 
 common::Result<AVStream*> addStream(AVFormatContext& output, const SourceConfig& config,
@@ -263,13 +274,6 @@ common::Result<AVStream*> addStream(AVFormatContext& output, const SourceConfig&
         std::memcpy(matrix, config.displayMatrix.data(), sizeof(DisplayMatrix));
     }
     return stream;
-}
-
-std::vector<Mp4Edit> movieEdits(const std::vector<TrackEdit>& edits) {
-    std::vector<Mp4Edit> result;
-    for (const auto& edit : edits)
-        result.push_back({edit.mediaTime, static_cast<std::uint64_t>(edit.duration.ticks)});
-    return result;
 }
 
 common::Status writeMovie(const composition::Composition& composition, const fs::path& destination,
@@ -308,23 +312,24 @@ common::Status writeMovie(const composition::Composition& composition, const fs:
     // The muxer has now fixed each track's timescale as its stream time base.
     std::vector<Lane> lanes;
     if (videoStream) {
-        lanes.push_back({TrackCopier(*composition.video, CopyKind::video, *videoStream->codecpar,
-                                     videoStream->time_base),
-                         videoStream, fourCC("vide")});
+        auto planned = VideoTrackWriter::plan(*composition.video, *videoStream->codecpar,
+                                              videoStream->time_base);
+        if (!planned) return planned.error();
+        lanes.push_back(
+            {std::move(planned).value(), std::nullopt, videoStream, composition.video->duration()});
     }
     if (audioStream) {
-        const CopyKind kind = isCuttablePcm(audioStream->codecpar->codec_id)
-                                  ? CopyKind::pcmAudio
-                                  : CopyKind::framedAudio;
-        lanes.push_back({TrackCopier(*audio, kind, *audioStream->codecpar, audioStream->time_base),
-                         audioStream, fourCC("soun")});
+        const AudioCut cut =
+            isCuttablePcm(audioStream->codecpar->codec_id) ? AudioCut::pcm : AudioCut::framed;
+        lanes.push_back({std::nullopt, AudioTrackWriter(*audio, cut, *audioStream->codecpar),
+                         audioStream, audio->duration()});
     }
 
     double total = 0;
-    for (const auto& lane : lanes) total += lane.copier.totalSeconds();
+    for (const auto& lane : lanes) total += lane.totalSeconds();
     double reported = 0;
     for (auto& lane : lanes) {
-        auto first = lane.copier.next();
+        auto first = lane.next();
         if (!first) return first.error();
         lane.head = std::move(first).value();
     }
@@ -341,27 +346,25 @@ common::Status writeMovie(const composition::Composition& composition, const fs:
         packet.stream_index = earliest->stream->index;
         if (int rc = av_write_frame(output.get(), &packet); rc < 0)
             return media::avError(rc, "Cannot write " + destination.string());
-        earliest->wrote = true;
-        auto next = earliest->copier.next();
+        auto next = earliest->next();
         if (!next) return next.error();
         earliest->head = std::move(next).value();
 
-        double copied = 0;
-        for (const auto& lane : lanes) copied += lane.copier.copiedSeconds();
-        const double fraction = total > 0 ? copied / total : 1.0;
+        double done = 0;
+        for (const auto& lane : lanes) done += lane.doneSeconds();
+        const double fraction = total > 0 ? done / total : 1.0;
         if (progress && fraction >= reported + 0.01) {
             reported = fraction;
             progress(std::min(fraction, 1.0));
         }
     }
+    // Each track is one plain run of samples: its one edit skips what plays before
+    // composition time 0 and lasts as long as the track.
     std::vector<MovieTrackEdits> edits;
     for (const auto& lane : lanes) {
-        if (!lane.wrote) {
-            return common::Error{std::string("No ") +
-                                 (lane.handler == fourCC("vide") ? "picture" : "sound") +
-                                 " could be read from the ranges of the sources."};
-        }
-        edits.push_back({lane.handler, movieEdits(lane.copier.edits())});
+        const std::vector<Mp4Edit> one{
+            {lane.mediaStart(), static_cast<std::uint64_t>(lane.duration.ticks)}};
+        edits.push_back({lane.handler(), one});
     }
     lanes.clear();  // they read the output's codec parameters, which go with it
     if (int rc = av_write_trailer(output.get()); rc < 0)

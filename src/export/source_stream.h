@@ -16,6 +16,7 @@ class SourceStream {
 
     const std::filesystem::path& path() const { return path_; }
     const AVStream& stream() const { return *stream_; }
+    const AVFormatContext& format() const { return *input_; }
 
     // Where source time 0 lies, in the stream's time base: the earliest start of any audio
     // or video stream of the file, so that picture and sound keep their offset.

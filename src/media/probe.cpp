@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "media/copy_facts.h"
 #include "media/fingerprint.h"
 #include "media/media_check.h"
 #include "media/media_input.h"
@@ -39,6 +40,7 @@ common::Result<model::Clip> probeClip(const std::filesystem::path& url,
     // A poster proves that the video decodes; without one the file must show it holds media.
     if (!clip.thumbnail)
         if (auto decodes = decodesFirstFrame(input); !decodes) return decodes.error();
+    clip.copyFacts = copyFacts(input);
     return clip;
 }
 

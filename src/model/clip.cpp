@@ -49,7 +49,7 @@ bool operator==(const Clip& a, const Clip& b) {
            a.isMissing == b.isMissing && a.startOnTimeline == b.startOnTimeline &&
            a.thumbnail == b.thumbnail && a.filmstrip == b.filmstrip && a.waveform == b.waveform &&
            samePeaks(a.waveformPeaks, b.waveformPeaks) && a.fingerprint == b.fingerprint &&
-           a.rotationDegrees == b.rotationDegrees;
+           a.rotationDegrees == b.rotationDegrees && a.copyFacts == b.copyFacts;
 }
 
 std::size_t hashValue(const Clip& c) {

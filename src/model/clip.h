@@ -20,6 +20,18 @@ struct Size {
     friend bool operator==(const Size&, const Size&) = default;
 };
 
+// What the probe found that decides how an export can copy a clip's samples: FFmpeg's codec
+// names ("h264", "aac", "pcm_s16le"; empty without such a stream), where the video's
+// keyframes show (source seconds on the file's clock, ascending), and whether some packets
+// come without timestamps, which copying cannot place.
+struct CopyFacts {
+    std::string videoCodec;
+    std::string audioCodec;
+    std::vector<double> keyframeSeconds;
+    bool untimedPackets = false;
+    friend bool operator==(const CopyFacts&, const CopyFacts&) = default;
+};
+
 // One stretch of one media file placed on the timeline. A plain value: copies share
 // only immutable images and peaks, so a history entry is a plain copy of the clip array.
 // Clips are made by the media probe (a live clip) or by missingPlaceholder (a lost file).
@@ -51,6 +63,7 @@ struct Clip {
     std::string fingerprint;
     // Display rotation of the first video stream: 0, 90, 180 or 270 degrees clockwise.
     int rotationDegrees = 0;
+    CopyFacts copyFacts;
 
     double effectiveRate() const { return rateMultiplier > 0 ? rateMultiplier : 1.0; }
     double sourceLength() const { return outSeconds - inSeconds > 0 ? outSeconds - inSeconds : 0; }

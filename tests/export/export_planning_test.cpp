@@ -47,13 +47,88 @@ TEST(ExportPlanning, OneClipIsEligibleUnlessCropped) {
     EXPECT_EQ(exporting::statusLine(p), "1 clip · 1:01 · Re-encode (cropped)");
 }
 
-TEST(ExportPlanning, OverlapsBeyondAMillisecondEndEligibility) {
+Clip silent(Clip c) {
+    c.streamMask = model::StreamMask::videoOnly;
+    return c;
+}
+
+// Pictures may intrude by a millisecond (the top one wins); sounds that play at once at all
+// need a second audio track, as lane assignment decides.
+TEST(ExportPlanning, OverlapsEndEligibilityAsLaneAssignmentDoes) {
     model::Project p;
-    p.setClips({clip(0, 10), clip(9.999, 5)});
+    p.setClips({silent(clip(0, 10)), silent(clip(9.999, 5))});
     EXPECT_TRUE(exporting::passthroughEligible(p));
-    p.setClips({clip(0, 10), clip(9.99, 5)});
+    p.setClips({silent(clip(0, 10)), silent(clip(9.99, 5))});
+    EXPECT_EQ(exporting::reEncodeReason(p), "clips overlap");
+    p.setClips({clip(0, 10), clip(9.999, 5)});
     EXPECT_FALSE(exporting::passthroughEligible(p));
     EXPECT_EQ(exporting::reEncodeReason(p), "clips overlap");
+    p.setClips({clip(0, 10), clip(10, 5)});
+    EXPECT_TRUE(exporting::passthroughEligible(p));
+}
+
+// A probed H.264 clip with AAC sound and keyframes every `gop` seconds.
+Clip probed(double start, double in, double out, double gop = 1, std::string audioCodec = "aac") {
+    Clip c = clip(start, 0);
+    c.inSeconds = in;
+    c.outSeconds = out;
+    c.fullDurationSeconds = 10;
+    c.copyFacts.videoCodec = "h264";
+    c.copyFacts.audioCodec = std::move(audioCodec);
+    for (double k = 0; k < 10; k += gop) c.copyFacts.keyframeSeconds.push_back(k);
+    return c;
+}
+
+TEST(ExportPlanning, StatusLineCountsTheFramesASmartCutReencodes) {
+    struct Case {
+        std::vector<Clip> clips;
+        std::string mode;
+    };
+    const std::vector<Case> cases{
+        {{probed(0, 1, 3)}, "Lossless ✓"},
+        {{probed(0, 0, 10)}, "Lossless ✓"},
+        {{probed(0, 2, 10)}, "Lossless ✓"},  // the last group runs to the end of the file
+        {{probed(0, 0.5, 3.2)}, "Smart cut ✓ · 21 of 81 frames re-encoded"},
+        {{probed(0, 1.1, 1.9)}, "Smart cut ✓ · 24 of 24 frames re-encoded"},
+        {{probed(0, 1, 3), probed(2, 3, 5)}, "Lossless ✓"},  // split and put back: no cut
+        {{probed(0, 1, 3), probed(2.5, 5, 6)}, "Smart cut ✓ · 15 of 105 frames re-encoded"},
+    };
+    for (const auto& c : cases) {
+        model::Project p;
+        p.setClips(c.clips);
+        const std::string line = exporting::statusLine(p);
+        const std::string mode = line.substr(line.find(" · ", line.find(" · ") + 1) + 4);
+        EXPECT_EQ(mode, c.mode) << line;
+    }
+}
+
+TEST(ExportPlanning, EveryReasonTheCopyWouldMeetIsKnownBeforehand) {
+    struct Case {
+        Clip clip;
+        std::string reason;
+    };
+    Clip untimed = probed(0, 0, 5);
+    untimed.copyFacts.untimedPackets = true;
+    Clip audioOnly = probed(0, 0, 5, 1, "pcm_s16le");
+    audioOnly.hasVideo = false;
+    audioOnly.copyFacts.videoCodec.clear();
+    Clip vorbis = audioOnly;
+    vorbis.copyFacts.audioCodec = "vorbis";
+    Clip prores = probed(0, 0, 5);
+    prores.copyFacts.videoCodec = "prores";
+    const std::vector<Case> cases{
+        {probed(0, 0, 5, 1, "pcm_s16le"), "MP4 can't hold pcm_s16le audio; MOV can"},
+        {prores, "MP4 can't hold prores video; MOV can"},
+        {audioOnly, "M4A can't hold pcm_s16le audio; MOV or WAV can"},
+        {vorbis, "M4A can't hold vorbis audio"},
+        {untimed, "holiday.mov has packets without timestamps"},
+    };
+    for (const auto& c : cases) {
+        model::Project p;
+        p.setClips({c.clip});
+        EXPECT_FALSE(exporting::passthroughEligible(p)) << c.reason;
+        EXPECT_EQ(exporting::reEncodeReason(p), c.reason);
+    }
 }
 
 TEST(ExportPlanning, TheFirstMatchingReasonWins) {

@@ -35,6 +35,7 @@ constexpr std::pair<int, int> kCheckSize{320, 180};
 constexpr double kGapSeconds = 0.5;
 constexpr double kCopiedPsnr = 1e9;  // identical
 constexpr double kReencodedPsnr = 35;
+constexpr double kSmartCutPsnr = 45;  // the frames a smart cut re-encodes around its cuts
 // Half an AAC frame at 48 kHz; a coded frame of most codecs is no longer.
 constexpr double kAudioToleranceSeconds = 0.0107;
 
@@ -141,7 +142,8 @@ struct Export {
     std::string name;
     fs::path file;
     std::vector<Placement> clips;
-    bool copied = false;  // the lossless road, frames copied
+    bool copied = false;    // the lossless road, frames copied
+    bool smartCut = false;  // copied but for the frames around the cuts
 };
 
 class Checker {
@@ -204,8 +206,10 @@ class Checker {
                 if (!ok) continue;
                 // The status line after the edits says which road the export means to take;
                 // the export says when it falls back to re-encoding.
-                e.copied = !reencode && status.find("Lossless") != std::string::npos &&
-                           said.find("Re-encoding") == std::string::npos;
+                const bool fellBack = said.find("Re-encoding") != std::string::npos;
+                e.copied = !reencode && !fellBack && status.find("Lossless") != std::string::npos;
+                e.smartCut =
+                    !reencode && !fellBack && status.find("Smart cut") != std::string::npos;
                 exports.push_back(e);
             }
         }
@@ -275,13 +279,13 @@ class Checker {
                                             (source.seconds.back() - source.seconds.front())
                                       : 30;
         const double gap = e.clips.back().start - e.clips.front().end();
-        if (e.copied) expected += static_cast<std::size_t>(std::llround(gap * sourceRate));
-        const bool countOk = e.copied
-                                 ? out.frameCount() == expected
-                                 : std::abs(double(out.frameCount()) - total * sourceRate) <= 2;
+        const bool exact = e.copied || e.smartCut;
+        if (exact) expected += static_cast<std::size_t>(std::llround(gap * sourceRate));
+        const bool countOk = exact ? out.frameCount() == expected
+                                   : std::abs(double(out.frameCount()) - total * sourceRate) <= 2;
         report_.line(name, what, "frames", countOk,
                      std::to_string(out.frameCount()) + " frames, " +
-                         (e.copied ? std::to_string(expected) : fixed(total * sourceRate, 1)) +
+                         (exact ? std::to_string(expected) : fixed(total * sourceRate, 1)) +
                          " expected");
 
         // Each output frame against the source frame its time maps to.
@@ -310,7 +314,10 @@ class Checker {
                 worst = match;
                 worstAt = t;
             }
-            if (match < (e.copied ? kCopiedPsnr : kReencodedPsnr)) ++mismatched;
+            const double least = e.copied     ? kCopiedPsnr
+                                 : e.smartCut ? kSmartCutPsnr
+                                              : kReencodedPsnr;
+            if (match < least) ++mismatched;
         }
         report_.line(name, what, "pictures", compared > 0 && mismatched == 0,
                      std::to_string(mismatched) + " of " + std::to_string(compared) +
