@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <mutex>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -17,8 +18,10 @@ class FrameRelay {
   public:
     using ListenerID = std::uint64_t;
 
+    // The listener gets the picture on show now, if there is one, and every one after.
     ListenerID add(FrameSink listener) {
         std::lock_guard lock(mutex_);
+        if (last_) listener(*last_);
         listeners_.emplace_back(++lastID_, std::move(listener));
         return lastID_;
     }
@@ -28,12 +31,14 @@ class FrameRelay {
     }
     void present(const PresentedFrame& frame) {
         std::lock_guard lock(mutex_);
+        last_ = frame;
         for (const auto& [id, listener] : listeners_) listener(frame);
     }
 
   private:
     std::mutex mutex_;
     ListenerID lastID_ = 0;                                    // guarded by mutex_
+    std::optional<PresentedFrame> last_;                       // guarded by mutex_
     std::vector<std::pair<ListenerID, FrameSink>> listeners_;  // guarded by mutex_
 };
 

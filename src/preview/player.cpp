@@ -20,6 +20,7 @@
 #include "common/media_time.h"
 #include "composition/audio_renderer.h"
 #include "composition/video_renderer.h"
+#include "model/project.h"
 #include "preview/playback_clock.h"
 
 namespace preview {
@@ -516,6 +517,13 @@ void Player::ended() {
     periodic_.stop();
     if (audioSink_) audioSink_->suspend();
     if (onEnd_) onEnd_();
+}
+
+double frameRateFor(const std::vector<model::Clip>& clips) {
+    double rate = 0;
+    for (const model::Clip& clip : clips)
+        if (clip.isOnVideoRow()) rate = std::max(rate, clip.frameRate);
+    return rate > 0 ? std::min(rate, 60.0) : model::Project::defaultFrameRate;
 }
 
 }  // namespace preview

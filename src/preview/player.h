@@ -12,6 +12,7 @@
 
 #include "common/result.h"
 #include "composition/composition.h"
+#include "model/clip.h"
 #include "preview/presented_frame.h"
 
 class QAudioSink;
@@ -95,5 +96,9 @@ class Player : public QObject {
     std::function<void(double)> onPeriodic_;
     std::function<void()> onEnd_;
 };
+
+// Pictures per second for playing `clips`: the fastest video clip's rate up to 60, as a
+// display would refresh; the project's default without video.
+double frameRateFor(const std::vector<model::Clip>& clips);
 
 }  // namespace preview

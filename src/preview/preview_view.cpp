@@ -14,14 +14,6 @@ namespace preview {
 
 namespace {
 
-// Pictures per second while playing: the fastest clip's rate, as a display would refresh.
-double frameRateOf(const std::vector<model::Clip>& clips) {
-    double rate = 0;
-    for (const model::Clip& clip : clips)
-        if (clip.isOnVideoRow()) rate = std::max(rate, clip.frameRate);
-    return rate > 0 ? std::min(rate, 60.0) : model::Project::defaultFrameRate;
-}
-
 QSize devicePixels(const QRectF& rect, double ratio) {
     return {static_cast<int>(std::lround(rect.width() * ratio)),
             static_cast<int>(std::lround(rect.height() * ratio))};
@@ -106,7 +98,7 @@ void PreviewView::seek(double globalSeconds) {
 
 void PreviewView::tearDown() {
     player_.reset();
-    converter_->submit(nullptr);
+    relay_->present({});
 }
 
 void PreviewView::installPlayer(std::unique_ptr<Player> player) {
@@ -119,7 +111,7 @@ void PreviewView::rebuildAsync(std::vector<model::Clip> clips, double seekTo, bo
     builder_.post([this, clips = std::move(clips), seekTo, autoPlay] {
         auto built =
             std::make_shared<composition::Composition>(composition::buildComposition(clips));
-        const double frameRate = frameRateOf(clips);
+        const double frameRate = frameRateFor(clips);
         QMetaObject::invokeMethod(
             this,
             [this, built, frameRate, seekTo, autoPlay] {
