@@ -9,7 +9,7 @@
 // The first, second and last run `vantrell-cli play` as a child; the other two run the
 // preview widget in this process on the offscreen platform.
 //
-// Usage: preview_bench [FOLDER] [--runs N]
+// Usage: preview_bench [FOLDER] [--case playback|seeks|scrub|rebuild|memory]
 // FOLDER keeps the generated samples between runs.
 
 #include <algorithm>
@@ -150,7 +150,8 @@ int seeks(const fs::path& folder, const std::string& cli, const fs::path& source
                         bench::ChildErrors::shown))
         return 1;
     std::vector<double> ours;
-    for (double s : readJson(report)["seekLatenciesSeconds"]) ours.push_back(s * 1e3);
+    const auto stats = readJson(report);
+    for (double s : stats["seekLatenciesSeconds"]) ours.push_back(s * 1e3);
     std::vector<double> tool;
     for (const auto& t : times) {
         const auto usage =
@@ -290,8 +291,17 @@ int memory(const fs::path& folder, const std::string& cli) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    // Each result shows as soon as it is known, also when the output is a file.
+    std::setvbuf(stdout, nullptr, _IOLBF, 0);
     const std::vector<std::string_view> args(argv + 1, argv + argc);
-    const auto options = bench::readOptions(args, {VANTRELL_BENCH_MEDIA, 1});
+    std::string only;  // --case NAME runs one case: playback, seeks, scrub, rebuild, memory
+    const auto options = bench::readOptions(args, {VANTRELL_BENCH_MEDIA, 1},
+                                            [&](std::string_view name, std::string_view value) {
+                                                if (name != "--case") return false;
+                                                only = value;
+                                                return true;
+                                            });
+    const auto wanted = [&](const char* name) { return only.empty() || only == name; };
     const fs::path folder = options.folder;
     const std::string cli = VANTRELL_CLI;
     const auto gop30 = bench::videoSample(folder, "testsrc2_1080p30_60s_g30.mp4", 30);
@@ -304,8 +314,10 @@ int main(int argc, char** argv) {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     QApplication app(argc, argv);
     std::printf("preview_bench: samples in %s\n", folder.string().c_str());
-    if (playback(folder, cli, *gop30) != 0 || seeks(folder, cli, *gop250) != 0 ||
-        scrub(*gop30) != 0 || rebuild(*gop30) != 0 || memory(folder, cli) != 0) {
+    if ((wanted("playback") && playback(folder, cli, *gop30) != 0) ||
+        (wanted("seeks") && seeks(folder, cli, *gop250) != 0) ||
+        (wanted("scrub") && scrub(*gop30) != 0) || (wanted("rebuild") && rebuild(*gop30) != 0) ||
+        (wanted("memory") && memory(folder, cli) != 0)) {
         std::cerr << "preview_bench: a run failed\n";
         return 1;
     }
