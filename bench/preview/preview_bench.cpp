@@ -12,6 +12,11 @@
 //
 // Usage: preview_bench [FOLDER] [--case playback|seeks|scrub|rebuild|memory]
 // FOLDER keeps the generated samples between runs.
+//
+// When written (Debian 12, FFmpeg 5.1, 2 cores under a load average of 17 to 27 from other
+// builds): playback CPU ratio 1.04, 0 of 1800 frames dropped at load 17 (121 at load 27);
+// seeks median ratio 0.36, p95 0.56; 4K peak 255 MB. The UI stalls (60 to 300 ms) were
+// waits for a core: the UI thread worked under 1 ms of each.
 
 #include <algorithm>
 #include <chrono>

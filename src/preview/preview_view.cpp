@@ -182,6 +182,8 @@ void PreviewView::installStarted(Player* player) {
 
 void PreviewView::applyTrimPreview(const model::TrimPreviewState& state) {
     if (trimPreviewURL_ != state.url) {
+        // A composition still finding its first picture is stale: the drag's end rebuilds.
+        starting_.clear();
         installPlayer(std::make_unique<Player>(
             [url = state.url] { return sourceComposition(url); },
             Player::Options{model::Project::defaultFrameRate, AudioOutput::none}));
