@@ -109,7 +109,8 @@ QWidget* Timeline::slider() const {
     return slider_;
 }
 
-TrimReadoutBubble* Timeline::readoutBubble() const {
+TrimReadoutBubble* Timeline::readoutBubble() {
+    ensureSynced();
     return bubble_ && bubble_->isVisible() ? bubble_.data() : nullptr;
 }
 

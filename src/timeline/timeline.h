@@ -52,7 +52,7 @@ class Timeline : public QWidget {
     QWidget* slider() const;
     PlayheadThumb* thumb() const { return thumb_; }
     // The trim bubble while a trim runs, else null.
-    TrimReadoutBubble* readoutBubble() const;
+    TrimReadoutBubble* readoutBubble();
     const PictureCache& pictureCache() const { return cache_; }
     // The context menu that is open, if any.
     QMenu* openMenu() const { return menu_; }

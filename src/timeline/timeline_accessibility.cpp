@@ -27,7 +27,11 @@ class RowElement : public QAccessibleInterface, public QAccessibleActionInterfac
     using Key = std::variant<common::Uuid, model::GapSelection>;
     RowElement(TrackRow* row, Key key) : row_(row), key_(std::move(key)) {}
 
-    bool isValid() const override { return row_ && (bar() || gapIndex()); }
+    bool isValid() const override {
+        if (!row_) return false;
+        row_->ensureSynced();
+        return bar() || gapIndex();
+    }
     QObject* object() const override { return nullptr; }
     QWindow* window() const override {
         return row_ && row_->window() ? row_->window()->windowHandle() : nullptr;
@@ -67,9 +71,12 @@ class RowElement : public QAccessibleInterface, public QAccessibleActionInterfac
     QAccessible::State state() const override {
         QAccessible::State s;
         s.selectable = true;
+        if (!isValid()) {
+            s.invalid = true;
+            return s;
+        }
         if (ClipBar* b = bar()) s.selected = b->values().selected;
         if (auto i = gapIndex()) s.selected = row_->selectedGapIndex() == *i;
-        if (!isValid()) s.invalid = true;
         return s;
     }
     void* interface_cast(QAccessible::InterfaceType type) override {
