@@ -494,15 +494,21 @@ bool Timeline::isInStrip(QObject* watched) const {
 }
 
 bool Timeline::eventFilter(QObject* watched, QEvent* event) {
+    bool taken = false;
     switch (event->type()) {
         case QEvent::Wheel:
-            return zoomByWheel(watched, event) || scrollByWheel(watched, event);
+            taken = zoomByWheel(watched, event) || scrollByWheel(watched, event);
+            break;
         case QEvent::NativeGesture:
         case QEvent::Gesture:
-            return zoomByPinch(watched, event);
+            taken = zoomByPinch(watched, event);
+            break;
         default:
-            return false;
+            break;
     }
+    // Accepted too, or Qt offers the event to each parent in turn, and this filter with it.
+    if (taken) event->accept();
+    return taken;
 }
 
 bool Timeline::zoomByWheel(QObject*, QEvent* event) {
