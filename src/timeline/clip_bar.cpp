@@ -345,6 +345,20 @@ QColor ClipBar::strokeColor() const {
                                  : accentColor(0.7);
 }
 
+QString ClipBar::toolTipAt(QPointF p) const {
+    QPointF local(p.x() - drawnX(), p.y() - kBarPadding);
+    if (values_.isMissing)
+        return showsLocateButton(values_.width) &&
+                       locateButtonRect(values_.width, values_.height).contains(local)
+                   ? QStringLiteral("Locate moved or renamed source file")
+                   : QString();
+    if (showsLinkChip(values_.linkState, values_.width) &&
+        linkChipRect(values_.width).contains(local))
+        return values_.linkState == model::ClipLinkState::linked ? QStringLiteral("Unlink Audio")
+                                                                 : QStringLiteral("Re-link Audio");
+    return {};
+}
+
 QString ClipBar::accessibleLabel() const {
     return clipAccessibilityLabel({values_.isMissing,
                                    QString::fromStdString(values_.clipURL.filename().string()),

@@ -105,6 +105,8 @@ class ClipBar {
                double spinPhase) const;
 
     QString accessibleLabel() const;
+    // The help text of the button under `p` (row coordinates), if any.
+    QString toolTipAt(QPointF p) const;
     void tap() { callbacks_.onTap(); }
 
   private:

@@ -337,11 +337,7 @@ void Timeline::showClipMenu(const common::Uuid& id, QPoint globalPos) {
         return a;
     };
 
-    if (clip->isMissing) {
-        add("Locate File…", [this, id] {
-            if (onRelinkRequested) onRelinkRequested(id);
-        });
-        menu->addSeparator();
+    auto addDelete = [&] {
         add(
             "Delete Clip",
             [&p, select] {
@@ -349,6 +345,14 @@ void Timeline::showClipMenu(const common::Uuid& id, QPoint globalPos) {
                 p.deleteSelected();
             },
             editing);
+    };
+
+    if (clip->isMissing) {
+        add("Locate File…", [this, id] {
+            if (onRelinkRequested) onRelinkRequested(id);
+        });
+        menu->addSeparator();
+        addDelete();
     } else {
         add(
             "Split at Playhead",
@@ -417,13 +421,7 @@ void Timeline::showClipMenu(const common::Uuid& id, QPoint globalPos) {
         });
         add("Paste", [&p] { p.pasteAtPlayhead(); });
         menu->addSeparator();
-        add(
-            "Delete Clip",
-            [&p, select] {
-                select();
-                p.deleteSelected();
-            },
-            editing);
+        addDelete();
     }
     menu->popup(globalPos);
 }

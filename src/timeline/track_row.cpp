@@ -7,6 +7,7 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
+#include <QToolTip>
 
 #include "timeline/hit_testing.h"
 #include "timeline/picture_cache.h"
@@ -266,6 +267,19 @@ void TrackRow::keyPressEvent(QKeyEvent* event) {
         return;
     }
     QWidget::keyPressEvent(event);
+}
+
+bool TrackRow::event(QEvent* event) {
+    if (event->type() != QEvent::ToolTip) return QWidget::event(event);
+    auto* help = static_cast<QHelpEvent*>(event);
+    hooks_.ensureSynced();
+    QString text;
+    if (auto id = barAt(help->pos())) text = barFor(*id)->toolTipAt(help->pos());
+    if (text.isEmpty())
+        QToolTip::hideText();
+    else
+        QToolTip::showText(help->globalPos(), text, this);
+    return true;
 }
 
 void TrackRow::redragAt(QPoint globalPos) {
