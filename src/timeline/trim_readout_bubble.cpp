@@ -79,6 +79,13 @@ void TrimReadoutBubble::setInfo(const model::TrimReadoutInfo& info,
     update();
 }
 
+void TrimReadoutBubble::hideEvent(QHideEvent*) {
+    // A new trim starts with the spinner, not with the last trim's frame.
+    spinner_.stop();
+    info_.reset();
+    frame_.reset();
+}
+
 void TrimReadoutBubble::paintEvent(QPaintEvent*) {
     if (!info_) return;
     if (frame_) spinner_.stop();
