@@ -25,6 +25,14 @@ TEST(TimeFormat, HMSRoundsHalvesUpAndShowsHoursFromAnHourOn) {
     for (const auto& [seconds, text] : cases) EXPECT_EQ(model::formatHMS(seconds), text) << seconds;
 }
 
+TEST(TimeFormat, LCDTimecodeHasTwoDigitMinutesFromZeroAndCountsPastAnHour) {
+    const std::vector<std::pair<double, std::string>> cases = {
+        {0, "00:00.00"},     {-2, "00:00.00"},     {5.5, "00:05.50"},
+        {61.25, "01:01.25"}, {3725.5, "62:05.50"}, {59.996, "00:60.00"}};
+    for (const auto& [seconds, text] : cases)
+        EXPECT_EQ(model::formatLCDTimecode(seconds), text) << seconds;
+}
+
 // Each candidate holds from the zoom where it spans sixty points; beyond the ends, the
 // smallest candidate and half an hour.
 TEST(RulerIntervals, EachCandidateHoldsFromTheZoomWhereItSpansSixtyPoints) {
