@@ -1,3 +1,4 @@
+#include <cmath>
 #include <iostream>
 
 #include "cli/commands.h"
@@ -12,6 +13,16 @@ bool wantsHelp(const Arguments& args, const char* usage) {
         }
     }
     return false;
+}
+
+std::optional<double> parseSeconds(const std::string& text) {
+    try {
+        std::size_t used = 0;
+        const double seconds = std::stod(text, &used);
+        if (used == text.size() && std::isfinite(seconds) && seconds >= 0) return seconds;
+    } catch (const std::exception&) {
+    }
+    return std::nullopt;
 }
 
 int fail(const std::string& message) {

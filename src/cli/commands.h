@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,9 +19,13 @@ int frameCommand(const Arguments& args);
 int peaksCommand(const Arguments& args);
 int filmstripCommand(const Arguments& args);
 int waveformCommand(const Arguments& args);
+int playCommand(const Arguments& args);
 
 // True if `args` asks for help; prints `usage` to standard output then.
 bool wantsHelp(const Arguments& args, const char* usage);
+
+// `text` as a time of 0 seconds or more, if it is wholly one.
+std::optional<double> parseSeconds(const std::string& text);
 
 // Prints "vantrell-cli: MESSAGE" to standard error and answers 1.
 int fail(const std::string& message);

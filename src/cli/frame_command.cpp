@@ -1,4 +1,3 @@
-#include <cmath>
 #include <filesystem>
 #include <iostream>
 #include <optional>
@@ -30,13 +29,8 @@ int frameCommand(const Arguments& args) {
             out = args[i];
         } else if (a == "--at") {
             if (++i == args.size()) return fail("--at needs a time in seconds");
-            try {
-                std::size_t used = 0;
-                at = std::stod(args[i], &used);
-                if (used != args[i].size() || !std::isfinite(*at) || *at < 0) throw 0;
-            } catch (...) {
-                return fail("'" + args[i] + "' is not a time in seconds");
-            }
+            at = parseSeconds(args[i]);
+            if (!at) return fail("'" + args[i] + "' is not a time in seconds");
         } else if (a.starts_with("-") && a.size() > 1) {
             return fail("unknown option '" + a + "' for frame");
         } else if (!project) {

@@ -27,6 +27,7 @@ constexpr const char* kUsage =
     "  peaks FILE [--count N]             the audio levels of a media file, as JSON\n"
     "  filmstrip FILE -o DIR              the timeline's frames of a media file, as PNGs\n"
     "  waveform FILE -o OUT.png           the timeline's picture of a file's audio\n"
+    "  play PROJECT.vantrell [--json]     play with the preview's player and report its cost\n"
     "\n"
     "Run 'vantrell-cli COMMAND --help' for a command's options.\n";
 
@@ -40,7 +41,7 @@ constexpr Command kCommands[] = {
     {"info", cli::infoCommand},         {"edit", cli::editCommand},
     {"export", cli::exportCommand},     {"frame", cli::frameCommand},
     {"peaks", cli::peaksCommand},       {"filmstrip", cli::filmstripCommand},
-    {"waveform", cli::waveformCommand},
+    {"waveform", cli::waveformCommand}, {"play", cli::playCommand},
 };
 
 }  // namespace

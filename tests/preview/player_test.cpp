@@ -1,0 +1,138 @@
+#include <cstdio>
+#include <fstream>
+#include <mutex>
+
+#include <gtest/gtest.h>
+
+#include "composition/stream_lookup.h"
+#include "preview/player.h"
+#include "preview/preview_test_support.h"
+#include "support/media_fixtures.h"
+
+namespace {
+
+using namespace preview_test;
+using testing_support::freshDir;
+using testing_support::quote;
+namespace fs = std::filesystem;
+
+// Plays `clips` from `from` to the end, recording every picture presented.
+struct Playback {
+    std::vector<preview::PresentedFrame> frames;
+    bool ended = false;
+    preview::PlaybackStats stats;
+    double endTime = 0;
+    int rateAtEnd = -1;
+};
+
+Playback playToEnd(composition::Composition built, double frameRate, double from,
+                   const std::function<void()>& beforePlay = {}) {
+    Playback run;
+    std::mutex mutex;
+    preview::Player player([built]() -> common::Result<composition::Composition> { return built; },
+                           {frameRate, preview::AudioOutput::none});
+    player.setFrameSink([&](const preview::PresentedFrame& frame) {
+        std::lock_guard lock(mutex);
+        run.frames.push_back(frame);
+    });
+    player.setEndCallback([&] {
+        run.ended = true;
+        run.endTime = player.currentTime();
+        run.rateAtEnd = player.rate();
+    });
+    player.seek(from);
+    EXPECT_TRUE(player.waitUntilSettled(std::chrono::seconds(20)));
+    if (beforePlay) beforePlay();
+    player.play();
+    EXPECT_TRUE(waitFor([&] { return run.ended; }));
+    run.stats = player.stats();
+    EXPECT_EQ(player.duration(), built.duration().seconds());
+    return run;
+}
+
+class PlayerTest : public ::testing::Test {
+  protected:
+    void SetUp() override { ensureApplication(); }
+};
+
+TEST_F(PlayerTest, EndLeavesThePlayerPausedAtTheEnd) {
+    const auto clips = clipsOf({movie("preview_short.mp4", 1)});
+    const auto built = composition::buildComposition(clips);
+    const Playback run = playToEnd(built, 30, 0.5);
+    EXPECT_TRUE(run.ended);
+    EXPECT_EQ(run.rateAtEnd, 0);
+    EXPECT_DOUBLE_EQ(run.endTime, built.duration().seconds());
+    EXPECT_EQ(run.stats.framesDropped, 0);
+    EXPECT_GE(run.stats.framesPresented, 13);
+}
+
+TEST_F(PlayerTest, AVanishedFileShowsBlackForItsRangeAndPlayGoesOn) {
+    const fs::path dir = freshDir("preview_vanished");
+    const fs::path first = movie("preview_two_a.mp4", 1);
+    const fs::path second = dir / "gone.mp4";
+    fs::copy_file(movie("preview_two_b.mp4", 1), second);
+    const auto built = composition::buildComposition(clipsOf({first, second}));
+    const Playback run = playToEnd(built, 30, 0.5, [&] { fs::remove(second); });
+    EXPECT_TRUE(run.ended);
+    for (const auto& frame : run.frames)
+        EXPECT_EQ(frame.picture == nullptr, frame.seconds >= 1.0) << frame.seconds;
+    EXPECT_GT(run.frames.back().seconds, 1.9);
+}
+
+TEST_F(PlayerTest, ACorruptPacketCostsOnlyItsOwnFrames) {
+    // Every frame a keyframe, so one damaged packet spoils nothing but itself.
+    const fs::path intact = testing_support::makeMedia(
+        "preview_intra.mp4",
+        "-f lavfi -i testsrc2=size=320x240:rate=30 -t 2 -c:v libx264 -preset veryfast -g 1 "
+        "-pix_fmt yuv420p");
+    const fs::path damaged = freshDir("preview_corrupt") / "damaged.mp4";
+    fs::copy_file(intact, damaged);
+    {
+        std::fstream file(damaged, std::ios::in | std::ios::out | std::ios::binary);
+        file.seekp(static_cast<std::streamoff>(fs::file_size(damaged) / 2));
+        const std::string noise(400, '\x5a');
+        file.write(noise.data(), static_cast<std::streamsize>(noise.size()));
+    }
+    const auto built = composition::buildComposition(clipsOf({damaged}));
+    const Playback run = playToEnd(built, 30, 0);
+    EXPECT_TRUE(run.ended);
+    std::size_t black = 0;
+    for (const auto& frame : run.frames) black += frame.picture == nullptr;
+    EXPECT_LE(black, 2u);
+    EXPECT_GE(run.stats.framesPresented + run.stats.framesDropped, 58);
+}
+
+TEST_F(PlayerTest, SnapshotsEqualTheFrameCommand) {
+    const fs::path dir = freshDir("preview_snapshots");
+    // Keyframes a second apart: the second clip starts at 1.6 s from 0.5 s into its file,
+    // between two of them.
+    const fs::path a = movie("preview_cut_a.mp4", 2);
+    const fs::path b = movie("preview_cut_b.mp4", 2);
+    const std::string cli = quote(VANTRELL_CLI);
+    const std::string project = quote((dir / "p.vantrell").string());
+    ASSERT_EQ(testing_support::run(cli + " new " + project + " " + quote(a.string()) + " " +
+                                   quote(b.string()) + " >/dev/null"),
+              0);
+    ASSERT_EQ(testing_support::run(cli + " edit " + project +
+                                   " 'select 0' 'playhead 1.6' set-out 'trim-in 1 0.5' 'move 1 1.6'"
+                                   " >/dev/null 2>&1"),
+              0);
+    const std::vector<std::string> times = {"0.5", "1.1", "1.6", "2.45", "3.05"};
+    std::string list;
+    for (const auto& t : times) list += (list.empty() ? "" : ",") + t;
+    ASSERT_EQ(testing_support::run(cli + " play " + project + " --at " + list + " --snapshots " +
+                                   quote((dir / "snaps").string()) + " >/dev/null 2>&1"),
+              0);
+    for (const auto& t : times) {
+        const fs::path frame = dir / (t + ".png");
+        ASSERT_EQ(testing_support::run(cli + " frame " + project + " --at " + t + " -o " +
+                                       quote(frame.string()) + " >/dev/null"),
+                  0);
+        // One PNG encoder on both sides: equal files are equal pictures.
+        EXPECT_EQ(testing_support::contentsOf(dir / "snaps" / (t + ".png")),
+                  testing_support::contentsOf(frame))
+            << t;
+    }
+}
+
+}  // namespace
