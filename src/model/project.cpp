@@ -183,6 +183,19 @@ void Project::commitEdit() {
     setTrimPreview(std::nullopt);
 }
 
+void Project::cancelEdit() {
+    if (undoStack_.empty()) return;
+    std::vector<Clip> clips = std::move(undoStack_.back().clips);
+    undoStack_.pop_back();
+    notify(ProjectField::undoStack);
+    setClips(std::move(clips));
+    clampPlayhead();
+    setTrimReadout(std::nullopt);
+    setTrimSnappedClipID(std::nullopt);
+    setTrimPreview(std::nullopt);
+    setDragLandingX(std::nullopt);
+}
+
 void Project::undo() {
     if (undoStack_.empty()) return;
     UndoEntry entry = std::move(undoStack_.back());

@@ -182,6 +182,9 @@ class Project {
     // History.
     void recordSnapshot(std::string name);
     void commitEdit();
+    // Gives up a live edit: puts back the clips of the newest history entry and drops that
+    // entry, with nothing for redo and the token unchanged, as if the edit never began.
+    void cancelEdit();
     void undo();
     void redo();
     bool canUndo() const { return !undoStack_.empty(); }
@@ -355,6 +358,9 @@ class Project {
     double cropInsetBottom_ = 0;
     double footerHeight_ = 282.0;
 };
+
+// The link state of one clip, from the clip alone; what Project::linkState answers for it.
+ClipLinkState linkState(const Clip& clip);
 
 // The record that saves one clip.
 VantrellSnapshotClip snapshotRecord(const Clip& clip);

@@ -21,12 +21,15 @@ bool isLinked(const Clip& c) {
 
 }  // namespace
 
+ClipLinkState linkState(const Clip& clip) {
+    if (isLinked(clip)) return ClipLinkState::linked;
+    if (clip.linkGroupID) return ClipLinkState::unlinked;
+    return ClipLinkState::none;
+}
+
 ClipLinkState Project::linkState(const common::Uuid& id) const {
     const Clip* c = clip(id);
-    if (!c) return ClipLinkState::none;
-    if (isLinked(*c)) return ClipLinkState::linked;
-    if (c->linkGroupID) return ClipLinkState::unlinked;
-    return ClipLinkState::none;
+    return c ? model::linkState(*c) : ClipLinkState::none;
 }
 
 void Project::toggleLinkAV(const common::Uuid& id) {

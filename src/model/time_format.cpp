@@ -32,16 +32,29 @@ std::string twoDigits(std::int64_t value) {
     return text.size() < 2 ? "0" + text : text;
 }
 
+std::int64_t wholeMinutes(double s) {
+    return static_cast<std::int64_t>(s) / 60;
+}
+
+// The seconds past the whole minutes as "%05.2f".
+std::string secondsOfMinute(double s) {
+    std::string rest = fixed2(s - 60.0 * static_cast<double>(wholeMinutes(s)));
+    if (rest.size() < 5) rest.insert(0, 5 - rest.size(), '0');
+    return rest;
+}
+
 }  // namespace
 
 std::string formatTimecode(double seconds) {
     // Written so that -0.0 also shows as 0.00s.
     const double s = seconds > 0 ? seconds : 0.0;
     if (s < 60) return fixed2(s) + "s";
-    const std::int64_t minutes = static_cast<std::int64_t>(s) / 60;
-    std::string rest = fixed2(s - 60.0 * static_cast<double>(minutes));
-    if (rest.size() < 5) rest.insert(0, 5 - rest.size(), '0');
-    return std::to_string(minutes) + ":" + rest;
+    return std::to_string(wholeMinutes(s)) + ":" + secondsOfMinute(s);
+}
+
+std::string formatLCDTimecode(double seconds) {
+    const double s = seconds > 0 ? seconds : 0.0;
+    return twoDigits(wholeMinutes(s)) + ":" + secondsOfMinute(s);
 }
 
 std::string formatHMS(double seconds) {

@@ -10,6 +10,10 @@ namespace model {
 // "1:60.00". Locale independent. `seconds` must be finite and within 64-bit integer range.
 std::string formatTimecode(double seconds);
 
+// Seconds as the window's time display and the playhead's accessibility value show them:
+// "mm:ss.ss", minutes counting on past 59. Negative values show as 0. Locale independent.
+std::string formatLCDTimecode(double seconds);
+
 // Seconds rounded to whole seconds, halves away from zero, as the status line shows a
 // duration: "m:ss" below an hour, else "h:mm:ss". `seconds` must be finite, not negative
 // and within 64-bit integer range.

@@ -199,6 +199,26 @@ TEST(Project, ADragIsOneStepAndCommitRaisesTheTokenThenClampsThenClearsTheTrimSt
     EXPECT_EQ(p.clips()[0].outSeconds, 10) << "the whole drag is one step";
 }
 
+TEST(Project, ACancelledDragPutsTheClipsBackAndLeavesNoStep) {
+    Project p;
+    Clip a = clipAt(0, 10);
+    edit(p, "Import", {a});
+    p.recordSnapshot("Trim Out");
+    p.setOut(a.id, 4);
+    p.setTrimReadout(
+        model::TrimReadoutInfo{a.id, model::TrimReadoutInfo::Edge::out, 4, 4, 120, true});
+    p.setDragLandingX(30);
+    auto token = p.compositionToken();
+
+    p.cancelEdit();
+
+    EXPECT_EQ(p.clips()[0].outSeconds, 10);
+    EXPECT_EQ(lastStep(p), (Step{"Import", 1}));
+    EXPECT_FALSE(p.canRedo());
+    EXPECT_EQ(p.compositionToken(), token);
+    EXPECT_FALSE(p.trimReadout() || p.dragLandingX());
+}
+
 // Observation.
 
 TEST(Project, AWriteTellsItsFieldOnlyWhenTheValueChangesAndMarksNothing) {

@@ -27,6 +27,14 @@ TEST(TimeFormat, Timecode) {
     for (const auto& [seconds, text] : cases) EXPECT_EQ(formatTimecode(seconds), text) << seconds;
 }
 
+TEST(TimeFormat, LCDTimecode) {
+    // Two-digit minutes from zero on, counting past an hour; seconds always padded.
+    const Formatted cases = {{0, "00:00.00"},     {-2, "00:00.00"},     {5.5, "00:05.50"},
+                             {61.25, "01:01.25"}, {3725.5, "62:05.50"}, {59.996, "00:60.00"}};
+    for (const auto& [seconds, text] : cases)
+        EXPECT_EQ(model::formatLCDTimecode(seconds), text) << seconds;
+}
+
 TEST(TimeFormat, HMS) {
     // Minutes and seconds below an hour, hours too from an hour on; halves round away from
     // zero.

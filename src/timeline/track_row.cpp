@@ -1,0 +1,263 @@
+#include "timeline/track_row.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include <QKeyEvent>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPainterPath>
+
+#include "timeline/hit_testing.h"
+#include "timeline/picture_cache.h"
+#include "timeline/row_painting.h"
+#include "timeline/timeline_geometry.h"
+#include "timeline/timeline_style.h"
+
+namespace timeline {
+
+TrackRow::TrackRow(bool isAudioRow, PictureCache& cache, Hooks hooks, QWidget* parent)
+    : QWidget(parent), isAudioRow_(isAudioRow), cache_(cache), hooks_(std::move(hooks)) {
+    setMouseTracking(true);
+    setFocusPolicy(Qt::ClickFocus);
+    setAttribute(Qt::WA_OpaquePaintEvent, false);
+    animation_.setInterval(16);
+    connect(&animation_, &QTimer::timeout, this, &TrackRow::animate);
+    spinClock_.start();
+}
+
+void TrackRow::beginSync() {
+    for (auto& [id, entry] : entries_) entry.alive = false;
+}
+
+ClipBar& TrackRow::bar(const model::Clip& clip, int z) {
+    auto [it, made] = entries_.try_emplace(clip.id);
+    Entry& entry = it->second;
+    if (made) entry.bar = hooks_.makeBar(clip.id);
+    entry.clip = &clip;
+    entry.z = z;
+    entry.alive = true;
+    return *entry.bar;
+}
+
+void TrackRow::setGaps(std::vector<model::GapSelection> gaps,
+                       const std::optional<model::GapSelection>& selected, double pxPerSec) {
+    gaps_ = std::move(gaps);
+    gapRects_.clear();
+    selectedGap_.reset();
+    for (std::size_t i = 0; i < gaps_.size(); ++i) {
+        gapRects_.push_back(gapBarRect(gaps_[i], pxPerSec));
+        if (selected && *selected == gaps_[i]) selectedGap_ = i;
+    }
+}
+
+void TrackRow::endSync() {
+    // A bar whose clip went away mid-drag (an undo, say) goes too: its clip is gone.
+    std::erase_if(entries_, [&](const auto& e) { return !e.second.alive; });
+    if (active_ && !entries_.count(*active_)) active_.reset();
+    if (hovered_ && !entries_.count(*hovered_)) hovered_.reset();
+    order_.clear();
+    order_.reserve(entries_.size());
+    for (auto& [id, entry] : entries_) order_.push_back(&entry);
+    // Equal z only for unselected clips, whose z is their index: the order is total.
+    std::sort(order_.begin(), order_.end(), [](const Entry* a, const Entry* b) {
+        if (a->z != b->z) return a->z < b->z;
+        return a->clip < b->clip;
+    });
+    animate();
+    update();
+}
+
+ClipBar* TrackRow::barFor(const common::Uuid& id) {
+    auto it = entries_.find(id);
+    return it == entries_.end() ? nullptr : it->second.bar.get();
+}
+
+std::vector<ClipBar*> TrackRow::barsInOrder() const {
+    std::vector<ClipBar*> bars;
+    bars.reserve(order_.size());
+    for (const Entry* e : order_) bars.push_back(e->bar.get());
+    return bars;
+}
+
+std::optional<common::Uuid> TrackRow::barAt(QPointF p) const {
+    std::vector<BarSlot> placed;
+    placed.reserve(order_.size());
+    for (const Entry* e : order_)
+        placed.push_back({e->bar->drawnX(), e->bar->values().width, e->z});
+    auto hit = topmostBarAt(placed, p);
+    if (!hit) return std::nullopt;
+    return order_[*hit]->bar->values().clipID;
+}
+
+void TrackRow::paintEvent(QPaintEvent* event) {
+    hooks_.ensureSynced();
+    QPainter p(this);
+    const QRectF row(0, 0, width(), height());
+    p.setRenderHint(QPainter::Antialiasing);
+    p.setPen(QPen(QColor::fromRgbF(1, 1, 1, 0.06f), 0.5));
+    p.setBrush(QColor::fromRgbF(0, 0, 0, 0.22f));
+    p.drawRoundedRect(row.adjusted(0.25, 0.25, -0.25, -0.25), 6, 6);
+    p.setRenderHint(QPainter::Antialiasing, false);
+
+    const QRectF exposed = QRectF(event->rect()).adjusted(-2, 0, 2, 0);
+    p.setClipRect(exposed);
+    for (std::size_t i = 0; i < gapRects_.size(); ++i)
+        if (gapRects_[i].intersects(exposed)) paintGapBar(p, gapRects_[i], selectedGap_ == i);
+
+    const double phase =
+        reduceMotion() ? 0 : std::fmod(static_cast<double>(spinClock_.elapsed()) / 1000.0, 1.0);
+    for (const Entry* e : order_) {
+        const ClipBar& bar = *e->bar;
+        double x = bar.drawnX();
+        double w = bar.values().width;
+        // Bars narrower than a pixel still show, as a hairline.
+        if (x + std::max(w, 1.0) + 6 < exposed.left() || x - 6 > exposed.right()) continue;
+        const model::Clip& clip = *e->clip;
+        bar.paint(
+            p,
+            [&](QPainter& painter, const QRectF& area) {
+                if (isAudioRow_)
+                    paintWaveformContent(painter, area, clip, cache_);
+                else
+                    paintFilmstripContent(painter, area, clip, cache_);
+            },
+            phase);
+    }
+}
+
+void TrackRow::mousePressEvent(QMouseEvent* event) {
+    hooks_.ensureSynced();
+    const QPointF p = event->position();
+    auto id = barAt(p);
+    if (event->button() == Qt::RightButton) {
+        if (id) hooks_.onContextMenu(*id, event->globalPosition().toPoint());
+        return;
+    }
+    if (event->button() != Qt::LeftButton) return;
+    setFocus(Qt::MouseFocusReason);
+    if (id) {
+        active_ = id;
+        barFor(*id)->press(p);
+        return;
+    }
+    pressedGap_ = gapAt(gapRects_, p);
+    pressedCollapse_ = false;
+    if (pressedGap_ && selectedGap_ == pressedGap_)
+        if (auto button = collapseButtonRect(gapRects_[*pressedGap_]))
+            pressedCollapse_ = button->contains(p);
+}
+
+void TrackRow::mouseMoveEvent(QMouseEvent* event) {
+    hooks_.ensureSynced();
+    const QPointF p = event->position();
+    if (active_ && (event->buttons() & Qt::LeftButton)) {
+        ClipBar* bar = barFor(*active_);
+        if (!bar) return;
+        bar->dragTo(p);
+        setCursor(bar->hover(p));
+        if (bar->isDragging()) hooks_.onDragPointer(event->globalPosition().toPoint());
+        update();
+        return;
+    }
+    if (event->buttons() != Qt::NoButton) return;
+    setHovered(barAt(p), p);
+}
+
+void TrackRow::setHovered(std::optional<common::Uuid> id, QPointF p) {
+    if (hovered_ != id) {
+        if (hovered_)
+            if (ClipBar* old = barFor(*hovered_)) old->leave();
+        hovered_ = id;
+        animate();
+    }
+    if (ClipBar* bar = hovered_ ? barFor(*hovered_) : nullptr)
+        setCursor(bar->hover(p));
+    else
+        setCursor(Qt::ArrowCursor);
+    update();
+}
+
+void TrackRow::mouseReleaseEvent(QMouseEvent* event) {
+    hooks_.ensureSynced();
+    if (event->button() != Qt::LeftButton) return;
+    const QPointF p = event->position();
+    if (active_) {
+        auto id = *active_;
+        active_.reset();
+        hooks_.onDragEnd();
+        if (ClipBar* bar = barFor(id)) bar->release();
+        return;
+    }
+    if (pressedGap_) {
+        auto gap = gaps_.at(*pressedGap_);
+        bool collapse = pressedCollapse_;
+        pressedGap_.reset();
+        if (collapse)
+            hooks_.onCollapse();
+        else if (gapAt(gapRects_, p))
+            hooks_.onGapTap(gap);
+    }
+}
+
+void TrackRow::leaveEvent(QEvent*) {
+    if (active_) return;
+    if (hovered_)
+        if (ClipBar* bar = barFor(*hovered_)) bar->leave();
+    hovered_.reset();
+    setCursor(Qt::ArrowCursor);
+    animate();
+    update();
+}
+
+void TrackRow::keyPressEvent(QKeyEvent* event) {
+    if (event->key() == Qt::Key_Escape && cancelDrag()) return;
+    if ((event->key() == Qt::Key_Delete || event->key() == Qt::Key_Backspace) &&
+        event->modifiers() == Qt::NoModifier && selectedGap_ &&
+        collapseButtonRect(gapRects_[*selectedGap_])) {
+        hooks_.onCollapse();
+        return;
+    }
+    QWidget::keyPressEvent(event);
+}
+
+void TrackRow::redragAt(QPoint globalPos) {
+    hooks_.ensureSynced();
+    if (!active_) return;
+    if (ClipBar* bar = barFor(*active_)) bar->dragTo(mapFromGlobal(QPointF(globalPos)));
+    update();
+}
+
+bool TrackRow::isDragging() const {
+    if (!active_) return false;
+    auto it = entries_.find(*active_);
+    return it != entries_.end() && it->second.bar->isDragging();
+}
+
+bool TrackRow::cancelDrag() {
+    hooks_.ensureSynced();
+    if (!active_) return false;
+    ClipBar* bar = barFor(*active_);
+    if (!bar || !bar->cancel()) return false;
+    hooks_.onDragEnd();
+    update();
+    return true;
+}
+
+void TrackRow::animate() {
+    const bool reduced = reduceMotion();
+    bool moving = false;
+    bool spinning = false;
+    for (const Entry* e : order_) {
+        if (e->bar->stepScale(reduced)) moving = true;
+        if (e->bar->values().isReversing && !reduced) spinning = true;
+    }
+    if (moving || spinning) {
+        if (!animation_.isActive()) animation_.start();
+        update();
+    } else {
+        animation_.stop();
+    }
+}
+
+}  // namespace timeline

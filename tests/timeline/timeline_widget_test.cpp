@@ -1,0 +1,274 @@
+#include "timeline/timeline.h"
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <QAccessible>
+#include <QApplication>
+#include <QMenu>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QTest>
+#include <QWheelEvent>
+
+#include <gtest/gtest.h>
+
+#include "model/project.h"
+#include "timeline/playhead_slider.h"
+#include "timeline/track_row.h"
+
+namespace {
+
+using model::Clip;
+
+Clip clip(const std::string& name, double start, double in, double out, double full) {
+    Clip c;
+    c.id = common::Uuid::random();
+    c.url = "/media/" + name;
+    c.displayName = name;
+    c.hasVideo = true;
+    c.hasAudio = true;
+    c.fullDurationSeconds = full;
+    c.inSeconds = in;
+    c.outSeconds = out;
+    c.startOnTimeline = start;
+    return c;
+}
+
+// A project of two clips, A at 0 to 10 and B at 20 to 30 (10 s of a 20 s file), in a
+// timeline whose strip is 1000 points wide: 100/3 points a second at zoom 1.
+class TimelineTest : public ::testing::Test {
+  protected:
+    void SetUp() override {
+        a_ = clip("a.mov", 0, 0, 10, 10);
+        b_ = clip("b.mov", 20, 0, 10, 20);
+        project_.setClips({a_, b_});
+        timeline_ = std::make_unique<timeline::Timeline>(project_);
+        timeline_->resize(1036, timeline_->minimumHeight());
+        timeline_->show();
+        QApplication::processEvents();
+        pps_ = timeline_->stripLayout().pxPerSec;
+        ASSERT_DOUBLE_EQ(pps_, 1000.0 / 30);
+    }
+
+    QWidget* videoRow() const { return timeline_->row(false); }
+    const Clip& b() const { return *project_.clip(b_.id); }
+    static QPoint at(double x) { return QPoint(static_cast<int>(x), 29); }
+
+    void drag(QWidget* w, QPoint from, QPoint to) {
+        QTest::mousePress(w, Qt::LeftButton, {}, from);
+        QTest::mouseMove(w, to);
+    }
+
+    model::Project project_;
+    Clip a_, b_;
+    std::unique_ptr<timeline::Timeline> timeline_;
+    double pps_ = 0;
+};
+
+TEST_F(TimelineTest, ATrimDragOnTheOutEdgeWritesTheOutPointLiveAndMakesOneStep) {
+    auto steps = project_.undoCount();
+    drag(videoRow(), at(997), at(947));
+
+    EXPECT_NEAR(b().outSeconds, 10 - 50 / pps_, 1e-9);
+    ASSERT_TRUE(project_.trimReadout());
+    EXPECT_NEAR(project_.trimReadout()->timelineSeconds, 30 - 50 / pps_, 1e-9);
+    ASSERT_TRUE(project_.trimPreview());
+    EXPECT_EQ(project_.trimPreview()->url, b_.url);
+    ASSERT_TRUE(timeline_->readoutBubble());
+    EXPECT_EQ(timeline_->readoutBubble()->text(), "8.50s src · 28.50s timeline");
+
+    QTest::mouseRelease(videoRow(), Qt::LeftButton, {}, at(947));
+    EXPECT_NEAR(b().outSeconds, 8.5, 1e-9);
+    EXPECT_EQ(project_.undoCount(), steps + 1);
+    EXPECT_EQ(project_.undoName(), "Trim Out");
+    EXPECT_FALSE(project_.trimReadout() || project_.trimPreview() || project_.dragLandingX());
+    QApplication::processEvents();
+    EXPECT_FALSE(timeline_->readoutBubble());
+}
+
+TEST_F(TimelineTest, AMoveSnapsWithinSixPointsOfAnEdgeAndNotBeyond) {
+    // B's start lands 10 s * pps - |dx| points right of A's end.
+    struct Case {
+        int dx;
+        double start;
+    };
+    for (Case c : {Case{-328, 10.0}, Case{-327, 20 - 327 / pps_}}) {
+        project_.moveClip(b_.id, 20);
+        timeline_->ensureSynced();
+        drag(videoRow(), at(833), at(833 + c.dx));
+        ASSERT_TRUE(project_.dragLandingX());
+        EXPECT_EQ(b().startOnTimeline, 20) << "a move writes only at its end";
+        QTest::mouseRelease(videoRow(), Qt::LeftButton, {}, at(833 + c.dx));
+        EXPECT_NEAR(b().startOnTimeline, c.start, 1e-9) << c.dx;
+        EXPECT_EQ(project_.undoName(), "Move Clip");
+        EXPECT_FALSE(project_.dragLandingX());
+    }
+}
+
+TEST_F(TimelineTest, EscapeEndsADragWhereItBeganWithNoStep) {
+    auto steps = project_.undoCount();
+    drag(videoRow(), at(997), at(900));
+    ASSERT_LT(b().outSeconds, 10);
+    QTest::keyClick(videoRow(), Qt::Key_Escape);
+    EXPECT_EQ(b().outSeconds, 10);
+    EXPECT_FALSE(project_.trimReadout() || project_.trimPreview());
+    QTest::mouseMove(videoRow(), at(800));
+    QTest::mouseRelease(videoRow(), Qt::LeftButton, {}, at(800));
+    EXPECT_EQ(b().outSeconds, 10) << "the rest of the gesture is ignored";
+    EXPECT_EQ(project_.undoCount(), steps);
+
+    drag(videoRow(), at(833), at(600));
+    QTest::keyClick(videoRow(), Qt::Key_Escape);
+    QTest::mouseRelease(videoRow(), Qt::LeftButton, {}, at(600));
+    EXPECT_EQ(b().startOnTimeline, 20);
+    EXPECT_FALSE(project_.dragLandingX());
+    EXPECT_EQ(project_.undoCount(), steps);
+}
+
+TEST_F(TimelineTest, CtrlWheelZoomsByItsFactorAndLeavesTheScrollAlone) {
+    project_.setZoom(2);
+    timeline_->ensureSynced();
+    QScrollBar* scroll = timeline_->strip()->horizontalScrollBar();
+    scroll->setValue(300);
+
+    QWheelEvent zoomIn(QPointF(50, 29), videoRow()->mapToGlobal(QPointF(50, 29)), QPoint(),
+                       QPoint(0, 120), Qt::NoButton, Qt::ControlModifier, Qt::NoScrollPhase, false);
+    QApplication::sendEvent(videoRow(), &zoomIn);
+    QApplication::processEvents();
+    EXPECT_DOUBLE_EQ(project_.zoomFactor(), 2 * 1.1);
+    timeline_->ensureSynced();
+    EXPECT_EQ(scroll->value(), 300);
+
+    // A plain wheel scrolls the strip sideways and leaves the zoom.
+    QWheelEvent plain(QPointF(50, 29), videoRow()->mapToGlobal(QPointF(50, 29)), QPoint(),
+                      QPoint(0, -120), Qt::NoButton, Qt::NoModifier, Qt::NoScrollPhase, false);
+    QApplication::sendEvent(videoRow(), &plain);
+    QApplication::processEvents();
+    EXPECT_GT(scroll->value(), 300);
+    EXPECT_DOUBLE_EQ(project_.zoomFactor(), 2 * 1.1);
+}
+
+TEST_F(TimelineTest, TheRulerAndTheSliderPutThePlayheadWhereThePointerIsAndPause) {
+    project_.setIsPlaying(true);
+    QTest::mouseClick(timeline_->ruler(), Qt::LeftButton, {}, QPoint(500, 10));
+    EXPECT_NEAR(project_.playheadGlobal(), 15, 1e-9);
+    EXPECT_FALSE(project_.isPlaying());
+
+    QWidget* slider = timeline_->slider();
+    drag(slider, QPoint(500, 11), QPoint(250, 11));
+    EXPECT_NEAR(project_.playheadGlobal(), 7.5, 1e-9);
+    QTest::mouseMove(slider, QPoint(5000, 11));
+    EXPECT_DOUBLE_EQ(project_.playheadGlobal(), 30);
+    QTest::mouseMove(slider, QPoint(-40, 11));
+    EXPECT_DOUBLE_EQ(project_.playheadGlobal(), 0);
+    QTest::mouseRelease(slider, Qt::LeftButton, {}, QPoint(-40, 11));
+}
+
+std::vector<std::pair<QString, bool>> entries(QMenu* menu) {
+    std::vector<std::pair<QString, bool>> result;
+    for (QAction* a : menu->actions())
+        if (!a->isSeparator()) result.emplace_back(a->text(), a->isEnabled());
+    return result;
+}
+
+QAction* entry(QMenu* menu, const QString& title) {
+    for (QAction* a : menu->actions())
+        if (a->text() == title) return a;
+    return nullptr;
+}
+
+TEST_F(TimelineTest, ARightClickOpensTheClipMenuWithItsEnabledEntries) {
+    QTest::mouseClick(videoRow(), Qt::RightButton, {}, at(100));
+    ASSERT_TRUE(timeline_->openMenu());
+    using Entries = std::vector<std::pair<QString, bool>>;
+    EXPECT_EQ(entries(timeline_->openMenu()), (Entries{{"Split at Playhead", true},
+                                                       {"Set In", true},
+                                                       {"Set Out", true},
+                                                       {"Unlink Audio", true},
+                                                       {"Reverse", true},
+                                                       {"Retime…", true},
+                                                       {"Cut", true},
+                                                       {"Copy", true},
+                                                       {"Paste", true},
+                                                       {"Delete Clip", true}}));
+
+    // While a sheet is open only the clipboard entries act.
+    project_.setShowRetimeSheet(true);
+    QTest::mouseClick(videoRow(), Qt::RightButton, {}, at(100));
+    auto sheetOpen = entries(timeline_->openMenu());
+    EXPECT_EQ(sheetOpen.front(), (std::pair<QString, bool>{"Split at Playhead", false}));
+    EXPECT_EQ(sheetOpen[6], (std::pair<QString, bool>{"Cut", true}));
+    EXPECT_EQ(sheetOpen.back(), (std::pair<QString, bool>{"Delete Clip", false}));
+    project_.setShowRetimeSheet(false);
+
+    QTest::mouseClick(videoRow(), Qt::RightButton, {}, at(100));
+    entry(timeline_->openMenu(), "Delete Clip")->trigger();
+    ASSERT_EQ(project_.clips().size(), 1u);
+    EXPECT_EQ(project_.clips()[0].id, b_.id);
+}
+
+TEST_F(TimelineTest, AMissingClipOffersItsFileToTheOwnerAndCannotBeDragged) {
+    project_.updateClip(b_.id, [](Clip& c) { c.isMissing = true; });
+    std::optional<common::Uuid> asked;
+    timeline_->onRelinkRequested = [&](const common::Uuid& id) { asked = id; };
+    QTest::mouseClick(videoRow(), Qt::RightButton, {}, at(900));
+    using Entries = std::vector<std::pair<QString, bool>>;
+    EXPECT_EQ(entries(timeline_->openMenu()),
+              (Entries{{"Locate File…", true}, {"Delete Clip", true}}));
+    entry(timeline_->openMenu(), "Locate File…")->trigger();
+    EXPECT_EQ(asked, b_.id);
+
+    auto steps = project_.undoCount();
+    drag(videoRow(), at(850), at(700));
+    QTest::mouseRelease(videoRow(), Qt::LeftButton, {}, at(700));
+    EXPECT_EQ(b().startOnTimeline, 20);
+    EXPECT_EQ(project_.undoCount(), steps);
+}
+
+TEST_F(TimelineTest, ScreenReadersReadAndSelectGapsAndClips) {
+    QAccessibleInterface* row = QAccessible::queryAccessibleInterface(videoRow());
+    ASSERT_TRUE(row);
+    ASSERT_EQ(row->childCount(), 3);
+    QAccessibleInterface* gap = row->child(0);
+    EXPECT_EQ(gap->text(QAccessible::Name), "Gap, 10.00 seconds, video row");
+    EXPECT_EQ(gap->text(QAccessible::Value), "");
+    gap->actionInterface()->doAction("Select");
+    EXPECT_EQ(project_.selectedGap(), (model::GapSelection{false, 10, 20}));
+    EXPECT_EQ(gap->text(QAccessible::Value), "Selected");
+    EXPECT_TRUE(gap->state().selected);
+
+    QAccessibleInterface* bar = row->child(2);
+    EXPECT_EQ(bar->text(QAccessible::Name), "Video and audio clip, 10.00 seconds, b.mov");
+    bar->actionInterface()->doAction("Select");
+    EXPECT_EQ(project_.selectedClipID(), b_.id);
+    EXPECT_EQ(bar->text(QAccessible::Value), "Selected");
+
+    QAccessibleInterface* thumb = QAccessible::queryAccessibleInterface(timeline_->thumb());
+    EXPECT_EQ(thumb->text(QAccessible::Name), "Playhead");
+    project_.setPlayheadGlobal(29.5);
+    thumb->actionInterface()->doAction(QAccessibleActionInterface::increaseAction());
+    EXPECT_EQ(project_.playheadGlobal(), 30);
+    EXPECT_EQ(thumb->text(QAccessible::Value), "00:30.00 of 00:30.00");
+}
+
+TEST_F(TimelineTest, ScaledPicturesAreKeptUntilTheZoomChanges) {
+    auto frame = std::make_shared<model::ImageData>();
+    frame->width = 160;
+    frame->height = 90;
+    frame->rgba.assign(160 * 90 * 4, 128);
+    auto peaks = std::make_shared<std::vector<float>>(1600, 0.5f);
+    for (const auto& id : {a_.id, b_.id})
+        project_.updateClip(id, [&](Clip& c) {
+            c.filmstrip.assign(3, frame);
+            c.waveformPeaks = peaks;
+        });
+    timeline_->grab();
+    EXPECT_GT(timeline_->pictureCache().bytes(), 0u);
+    project_.setZoom(3);
+    EXPECT_EQ(timeline_->pictureCache().bytes(), 0u);
+}
+
+}  // namespace
