@@ -23,14 +23,10 @@
 #include "app/path_menu.h"
 #include "app/project_signals.h"
 #include "export/export_planning.h"
-#ifdef VANTRELL_WITH_PREVIEW
 #include "preview/audio_preview_view.h"
 #include "preview/footer_reflection.h"
 #include "preview/preview_view.h"
-#endif
-#ifdef VANTRELL_WITH_TIMELINE
 #include "timeline/timeline.h"
-#endif
 
 namespace app {
 
@@ -149,19 +145,14 @@ ContentView::ContentView(model::Project& project, ProjectSignals& projectSignals
     auto* footerGrid = new QGridLayout(footer_);
     footerGrid->setContentsMargins(0, 0, 0, 0);
     footerGrid->addWidget(new FooterBase, 0, 0);
-#ifdef VANTRELL_WITH_PREVIEW
-    if (preview_) {
-        auto* reflection = new preview::FooterReflection(*preview_);
-        reflection->setAttribute(Qt::WA_TransparentForMouseEvents);
-        footerGrid->addWidget(reflection, 0, 0);
-    }
-#endif
+    auto* reflection = new preview::FooterReflection(*preview_);
+    reflection->setAttribute(Qt::WA_TransparentForMouseEvents);
+    footerGrid->addWidget(reflection, 0, 0);
     auto* glass = new FooterGlass;
     auto* footerLayout = new QVBoxLayout(glass);
     footerLayout->setContentsMargins(0, 0, 0, 0);
     footerLayout->setSpacing(0);
     footerLayout->addWidget(makeTransportBar());
-#ifdef VANTRELL_WITH_TIMELINE
     auto* timelineBox = new QWidget;
     auto* timelineLayout = new QHBoxLayout(timelineBox);
     timelineLayout->setContentsMargins(14, 0, 14, 0);
@@ -169,7 +160,6 @@ ContentView::ContentView(model::Project& project, ProjectSignals& projectSignals
     timeline_->onRelinkRequested = [this](const common::Uuid& id) { emit relinkRequested(id); };
     timelineLayout->addWidget(timeline_);
     footerLayout->addWidget(timelineBox, 1);
-#endif
     footerLayout->addWidget(makeStatusBar());
     footerGrid->addWidget(glass, 0, 0);
     footer_->installEventFilter(this);
@@ -195,12 +185,10 @@ QWidget* ContentView::makePreviewRegion() {
     previewRegion_->setPalette(palette());
     auto* grid = new QGridLayout(previewRegion_);
     grid->setContentsMargins(0, 0, 0, 0);
-#ifdef VANTRELL_WITH_PREVIEW
     preview_ = new preview::PreviewView(project_);
     grid->addWidget(preview_, 0, 0);
     audioPreview_ = new preview::AudioPreviewView(project_);
     grid->addWidget(audioPreview_, 0, 0);
-#endif
     cropOverlay_ = new CropOverlay(project_);
     grid->addWidget(cropOverlay_, 0, 0);
     empty_ = new EmptyStateView;
@@ -374,9 +362,7 @@ void ContentView::refreshStatus() {
 void ContentView::refreshLayers() {
     bool empty = project_.clips().empty();
     empty_->setVisible(empty);
-#ifdef VANTRELL_WITH_PREVIEW
     audioPreview_->setVisible(!empty && !project_.videoAtPlayhead());
-#endif
     cropOverlay_->setVisible(project_.hasCrop() && project_.largestVideoSize().has_value());
 }
 
@@ -414,6 +400,10 @@ bool ContentView::eventFilter(QObject* watched, QEvent* event) {
 
 int ContentView::previewHeight() const {
     return previewRegion_->height();
+}
+
+bool ContentView::showsFirstFrame() const {
+    return !project_.videoAtPlayhead() || preview_->hasPicture();
 }
 
 void ContentView::resizeEvent(QResizeEvent* event) {

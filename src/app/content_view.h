@@ -51,6 +51,8 @@ class ContentView final : public QWidget {
     timeline::Timeline* timelineView() const { return timeline_; }
     bool isTargetedForDrop() const { return targeted_; }
     int previewHeight() const;
+    // The preview shows its first picture, or there is none to show at the playhead.
+    bool showsFirstFrame() const;
     // Path menu items: the document and its folders, or "Unsaved Document".
     QMenu* pathMenu() const { return pathMenu_; }
 

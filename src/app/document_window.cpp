@@ -15,9 +15,11 @@
 #include "app/menu_bar.h"
 #include "app/project_signals.h"
 #include "app/retime_sheet.h"
+#include "app/trim_frames.h"
 #include "app/window_fitting.h"
 #include "composition/frame_grab.h"
 #include "export/confirm_export.h"
+#include "timeline/timeline.h"
 
 namespace app {
 
@@ -30,6 +32,7 @@ DocumentWindow::DocumentWindow(Application& app, std::unique_ptr<media::ProjectD
     content_ = new ContentView(project(), *signals_);
     setCentralWidget(content_);
     actions_ = buildMenuBar(*this, app_);
+    content_->timelineView()->onTrimFrameRequested = trimFrameRequester(app_.executor());
 
     document_->onModified = [this] { setWindowModified(true); };
     connect(signals_, &ProjectSignals::changed, this, &DocumentWindow::projectChanged);

@@ -6,6 +6,8 @@
 #include <cmath>
 #include <cstdio>
 
+#include "model/time_format.h"
+
 namespace app {
 
 namespace {
@@ -45,15 +47,6 @@ int drawSplit(QPainter& p, int x, int baseline, const std::string& text, const Q
 
 }  // namespace
 
-std::string formatLCDTimecode(double seconds) {
-    double s = std::max(seconds, 0.0);
-    auto minutes = static_cast<long long>(s / 60);
-    double rem = s - 60.0 * static_cast<double>(minutes);
-    char text[48];
-    std::snprintf(text, sizeof text, "%02lld:%05.2f", minutes, rem);
-    return text;
-}
-
 std::string lcdFrameText(double seconds, double frameRate) {
     long long frame = std::max(std::llround(seconds * frameRate), 0LL);
     char text[32];
@@ -82,7 +75,7 @@ QSize LcdTimecode::sizeHint() const {
 
 void LcdTimecode::refresh() {
     double t = project_.playheadGlobal();
-    QString description = QString::fromStdString(formatLCDTimecode(t));
+    QString description = QString::fromStdString(model::formatLCDTimecode(t));
     if (project_.largestVideoSize())
         description += QStringLiteral(", frame %1")
                            .arg(std::max(std::llround(t * project_.frameRateAtPlayhead()), 0LL));
@@ -106,7 +99,7 @@ void LcdTimecode::paintEvent(QPaintEvent*) {
     double t = project_.playheadGlobal();
     QFont big = monoFont(15, QFont::DemiBold);
     int baseline = (height() + QFontMetrics(big).ascent() - QFontMetrics(big).descent()) / 2;
-    int x = drawSplit(p, 10, baseline, formatLCDTimecode(t), big);
+    int x = drawSplit(p, 10, baseline, model::formatLCDTimecode(t), big);
     if (!project_.largestVideoSize()) return;
     QFont small = monoFont(13, QFont::Normal);
     p.setFont(small);

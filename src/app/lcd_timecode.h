@@ -8,8 +8,6 @@
 
 namespace app {
 
-// The playhead as the LCD shows it: "mm:ss.ss" with minutes counting past 59.
-std::string formatLCDTimecode(double seconds);
 // The frame number at the playhead, "%06df".
 std::string lcdFrameText(double seconds, double frameRate);
 // Splits a text into its dim head (the leading run of "0" and ":") and its bright tail;

@@ -5,6 +5,7 @@
 #include <QTimer>
 #include <cstdio>
 
+#include "app/appearance.h"
 #include "app/application.h"
 #include "app/document_window.h"
 #include "app/instance_handover.h"
@@ -52,6 +53,7 @@ int main(int argc, char** argv) {
         common::kVersion.data(), static_cast<qsizetype>(common::kVersion.size())));
     QApplication::setDesktopFileName(QStringLiteral("com.corvane.vantrell"));
     QApplication::setWindowIcon(QIcon::fromTheme(QStringLiteral("vantrell")));
+    app::applyDarkAppearance();
 
     QCommandLineParser parser;
     QCommandLineOption screenshot(QStringLiteral("screenshot"), QString(),

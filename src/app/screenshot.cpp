@@ -6,6 +6,7 @@
 #include <memory>
 
 #include "app/application.h"
+#include "app/content_view.h"
 #include "app/document_window.h"
 
 namespace app {
@@ -33,15 +34,16 @@ void screenshotWhenSettled(Application& app, DocumentWindow& window, const QStri
     auto quiet = std::make_shared<int>(0);
     auto polls = std::make_shared<int>(0);
     QPointer<DocumentWindow> target(&window);
-    QObject::connect(timer, &QTimer::timeout, &window,
-                     [&app, target, timer, quiet, polls, file, done] {
-                         bool settled = !target->project().isHydrating() && app.executor().isIdle();
-                         *quiet = settled ? *quiet + 1 : 0;
-                         if (*quiet < kQuietPolls && ++*polls < kGiveUpPolls) return;
-                         timer->stop();
-                         timer->deleteLater();
-                         done(target->grab().save(file, "PNG"));
-                     });
+    QObject::connect(
+        timer, &QTimer::timeout, &window, [&app, target, timer, quiet, polls, file, done] {
+            bool settled = !target->project().isHydrating() && app.executor().isIdle() &&
+                           target->contentView()->showsFirstFrame();
+            *quiet = settled ? *quiet + 1 : 0;
+            if (*quiet < kQuietPolls && ++*polls < kGiveUpPolls) return;
+            timer->stop();
+            timer->deleteLater();
+            done(target->grab().save(file, "PNG"));
+        });
     timer->start(kPollMs);
 }
 
