@@ -162,46 +162,42 @@ void DocumentWindow::runCommand(Command command) {
     }
 }
 
+template <typename Sheet, typename Make, typename Closed>
+void DocumentWindow::presentWhile(bool wanted, QPointer<Sheet>& sheet, Make make, Closed closed) {
+    if (wanted && !sheet) {
+        sheet = make();
+        sheet->setAttribute(Qt::WA_DeleteOnClose);
+        connect(sheet, &QDialog::finished, this, [&sheet, closed](int result) {
+            sheet = nullptr;
+            closed(result);
+        });
+        sheet->open();
+    } else if (!wanted && sheet) {
+        sheet->reject();
+    }
+}
+
 void DocumentWindow::syncSheets() {
     model::Project& p = project();
-    if (p.showRetimeSheet() && !retime_) {
-        retime_ = new RetimeSheet(p, this);
-        retime_->setAttribute(Qt::WA_DeleteOnClose);
-        connect(retime_, &QDialog::finished, this, [this] {
-            retime_ = nullptr;
-            project().setShowRetimeSheet(false);
+    presentWhile(
+        p.showRetimeSheet(), retime_, [&] { return new RetimeSheet(p, this); },
+        [this](int) { project().setShowRetimeSheet(false); });
+    presentWhile(
+        p.showCropSheet(), crop_, [&] { return new CropSheet(p, this); },
+        [this](int) { project().setShowCropSheet(false); });
+    presentWhile(
+        p.exportSheet().has_value(), export_,
+        [&] {
+            auto* sheet = new ExportSheet(*p.exportSheet(), this);
+            sheet->onContinue = [this](const model::ExportSheetResult& result) {
+                // Queued: the sheet finishes closing before the save panel opens.
+                QTimer::singleShot(0, this, [this, result] { startExport(result); });
+            };
+            return sheet;
+        },
+        [this](int result) {
+            if (result == QDialog::Rejected) project().setExportSheet(std::nullopt);
         });
-        retime_->open();
-    } else if (!p.showRetimeSheet() && retime_) {
-        retime_->reject();
-    }
-    if (p.showCropSheet() && !crop_) {
-        crop_ = new CropSheet(p, this);
-        crop_->setAttribute(Qt::WA_DeleteOnClose);
-        connect(crop_, &QDialog::finished, this, [this] {
-            crop_ = nullptr;
-            project().setShowCropSheet(false);
-        });
-        crop_->open();
-    } else if (!p.showCropSheet() && crop_) {
-        crop_->reject();
-    }
-    if (p.exportSheet() && !export_) {
-        export_ = new ExportSheet(*p.exportSheet(), this);
-        export_->setAttribute(Qt::WA_DeleteOnClose);
-        export_->onContinue = [this](const model::ExportSheetResult& result) {
-            // Queued: the sheet finishes closing before the save panel opens.
-            QTimer::singleShot(0, this, [this, result] { startExport(result); });
-        };
-        connect(export_, &QDialog::rejected, this, [this] {
-            export_ = nullptr;
-            project().setExportSheet(std::nullopt);
-        });
-        connect(export_, &QDialog::accepted, this, [this] { export_ = nullptr; });
-        export_->open();
-    } else if (!p.exportSheet() && export_) {
-        export_->reject();
-    }
 }
 
 void DocumentWindow::startExport(const model::ExportSheetResult& result) {

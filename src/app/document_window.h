@@ -63,6 +63,10 @@ class DocumentWindow final : public QMainWindow {
   private:
     void projectChanged(model::ProjectField field);
     void syncSheets();
+    // Opens a sheet while the project asks for it and closes it when it stops asking;
+    // `closed` tells the project when the user closed it, with the dialog's result.
+    template <typename Sheet, typename Make, typename Closed>
+    void presentWhile(bool wanted, QPointer<Sheet>& sheet, Make make, Closed closed);
     void startExport(const model::ExportSheetResult& result);
     void refreshTitle();
 
