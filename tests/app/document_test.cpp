@@ -1,7 +1,10 @@
 #include <gtest/gtest.h>
 
 #include <QAction>
+#include <QApplication>
+#include <QDragEnterEvent>
 #include <QMenu>
+#include <QMimeData>
 #include <QPointer>
 #include <QPushButton>
 #include <QSettings>
@@ -176,6 +179,27 @@ TEST_F(DocumentTest, SheetsOpenFromTheProjectAndCloseIntoIt) {
     ASSERT_NE(window->retimeSheet(), nullptr);
     window->project().setShowRetimeSheet(false);
     EXPECT_EQ(window->retimeSheet(), nullptr);
+    delete window;
+}
+
+TEST_F(DocumentTest, FilesDroppedOnTheWindowAreImportedInOneStep) {
+    auto movie = ts::makeMedia("drop.mp4",
+                               "-f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -pix_fmt yuv420p");
+    auto* window = application.newDocument();
+    auto* view = window->contentView();
+    QMimeData files;
+    auto url = QUrl::fromLocalFile(QString::fromStdString(movie.string()));
+    files.setUrls({url, url});
+    QDragEnterEvent enter(QPoint(50, 50), Qt::CopyAction, &files, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(view, &enter);
+    EXPECT_TRUE(enter.isAccepted());
+    EXPECT_TRUE(view->isTargetedForDrop());
+    QDropEvent drop(QPointF(50, 50), Qt::CopyAction, &files, Qt::LeftButton, Qt::NoModifier);
+    QApplication::sendEvent(view, &drop);
+    EXPECT_FALSE(view->isTargetedForDrop());
+    application.executor().drain();
+    EXPECT_EQ(window->project().clips().size(), 2u);
+    EXPECT_EQ(window->project().undoCount(), 1u);
     delete window;
 }
 
