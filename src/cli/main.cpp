@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "cli/commands.h"
+#include "common/version.h"
 
 namespace {
 
@@ -12,6 +13,10 @@ constexpr const char* kUsage =
     "usage: vantrell-cli COMMAND [ARGS...]\n"
     "\n"
     "Trims and joins media from a shell; projects are the window's project files.\n"
+    "\n"
+    "options:\n"
+    "  --version                          print the version and stop\n"
+    "  --help                             print this help and stop\n"
     "\n"
     "commands:\n"
     "  probe FILE...                      what the media files hold, as JSON\n"
@@ -50,6 +55,10 @@ int main(int argc, char** argv) {
         std::strcmp(argv[1], "help") == 0) {
         std::cout << kUsage;
         return argc < 2 ? 2 : 0;
+    }
+    if (std::strcmp(argv[1], "--version") == 0) {
+        std::cout << "vantrell-cli " << common::kVersion << "\n";
+        return 0;
     }
     cli::Arguments args(argv + 2, argv + argc);
     for (const auto& command : kCommands)
