@@ -61,7 +61,12 @@ TEST(ProbeClip, H264Mp4FillsEveryField) {
     expected.naturalSize = {320, 240};
     expected.thumbnail = probed->thumbnail;
     expected.fingerprint = "v:1635148593:320x240";
+    expected.copyFacts.videoCodec = "h264";
+    expected.copyFacts.audioCodec = "aac";
+    expected.copyFacts.keyframeSeconds = probed->copyFacts.keyframeSeconds;
     EXPECT_EQ(*probed, expected);
+    ASSERT_FALSE(probed->copyFacts.keyframeSeconds.empty());
+    EXPECT_NEAR(probed->copyFacts.keyframeSeconds.front(), 0.0, 1e-6);
 }
 
 // One file of each kind the import accepts, and what the probe and the enrichments find.
