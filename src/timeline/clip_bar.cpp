@@ -216,12 +216,14 @@ void ClipBar::paint(QPainter& p, const std::function<void(QPainter&, const QRect
     p.translate(left, kBarPadding + h / 2);
     p.scale(1, scale_);
     p.translate(0, -h / 2);
-    if (values_.isMissing) {
-        paintMissingBody(p, QRectF(0, 0, w, h), values_.selected,
-                         QString::fromStdString(values_.clipURL.filename().string()));
-    } else {
-        paintNormalBody(p, w, paintContent, spinPhase);
-    }
+    // The shadow and the stroke reach a little beyond the bar.
+    paintInBands(p, QRectF(-8, -8, w + 16, h + 16), [&] {
+        if (values_.isMissing)
+            paintMissingBody(p, QRectF(0, 0, w, h), values_.selected,
+                             QString::fromStdString(values_.clipURL.filename().string()));
+        else
+            paintNormalBody(p, w, paintContent, spinPhase);
+    });
     p.restore();
 }
 
