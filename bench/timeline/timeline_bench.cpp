@@ -12,8 +12,13 @@
 //
 // Usage: timeline_bench [--runs N (100)]
 //
-// When written (Debian 12, Qt 6.4, 2 cores shared with other builds, -O2): see the closing
-// note of the change that added it.
+// Each case prints wall time and the UI thread's CPU time: on a loaded machine the wall time
+// mostly measures the wait for a core.
+//
+// When written (Debian 12, Qt 6.4, -O2, 2 cores at a load average of 24 from other builds),
+// CPU medians: paint 1.7 ms (zoom 0.25), 1.7 ms (1), 3.0 ms (12); move 1.3 ms (p99 3.3);
+// trim 2.2 ms (p99 3.2); zoom step 1.9 ms (slowest 17.5 ms); cache 5.5 MB, then 0. Wall
+// medians 1.5 to 6 ms, with the 99th percentiles at 18 to 30 ms from the load.
 
 #include <algorithm>
 #include <chrono>

@@ -216,12 +216,11 @@ void ClipBar::paint(QPainter& p, const std::function<void(QPainter&, const QRect
     p.translate(left, kBarPadding + h / 2);
     p.scale(1, scale_);
     p.translate(0, -h / 2);
-    if (values_.isMissing) {
+    if (values_.isMissing)
         paintMissingBody(p, QRectF(0, 0, w, h), values_.selected,
                          QString::fromStdString(values_.clipURL.filename().string()));
-    } else {
+    else
         paintNormalBody(p, w, paintContent, spinPhase);
-    }
     p.restore();
 }
 
@@ -235,16 +234,15 @@ void ClipBar::paintNormalBody(QPainter& p, double w,
     p.setRenderHint(QPainter::Antialiasing, antialias);
 
     if (v.selected) {
-        // A soft accent shadow below the bar, offset 2 down.
-        for (int ring = 5; ring >= 1; ring -= 2)
-            p.fillPath(
-                [&] {
-                    QPainterPath path;
-                    path.addRoundedRect(bar.translated(0, 2).adjusted(-ring, -ring, ring, ring),
-                                        kCornerRadius + ring, kCornerRadius + ring);
-                    return path;
-                }(),
-                accentColor(0.55 / 4));
+        // A soft accent shadow below the bar, offset 2 down; rounded corners make many spans.
+        paintInBands(p, bar.adjusted(-6, -4, 6, 8), [&] {
+            for (int ring = 5; ring >= 1; ring -= 2) {
+                QPainterPath path;
+                path.addRoundedRect(bar.translated(0, 2).adjusted(-ring, -ring, ring, ring),
+                                    kCornerRadius + ring, kCornerRadius + ring);
+                p.fillPath(path, accentColor(0.55 / 4));
+            }
+        });
     }
 
     QPainterPath shape;
@@ -267,7 +265,18 @@ void ClipBar::paintNormalBody(QPainter& p, double w,
     }
 
     QColor fill = accentColor(v.selected ? 0.45 : v.underPlayhead ? 0.28 : 0.16);
-    p.fillPath(shape, fill);
+    if (antialias) {
+        // The rows between the corners as a plain rectangle; only the corner rows as a path.
+        p.fillRect(QRectF(0, kCornerRadius, w, h - 2 * kCornerRadius), fill);
+        for (double y : {0.0, h - kCornerRadius}) {
+            p.save();
+            p.setClipRect(QRectF(0, y, w, kCornerRadius), Qt::IntersectClip);
+            p.fillPath(shape, fill);
+            p.restore();
+        }
+    } else {
+        p.fillRect(bar, fill);
+    }
     if (w >= 3) {
         QLinearGradient gloss(0, 0, 0, h / 2);
         gloss.setColorAt(0, QColor::fromRgbF(1, 1, 1, 0.18f));
@@ -281,9 +290,12 @@ void ClipBar::paintNormalBody(QPainter& p, double w,
 
     QColor stroke = strokeColor();
     double strokeWidth = v.snapHighlight ? 2.5 : v.selected ? 2 : 0.5;
-    p.setPen(QPen(stroke, strokeWidth));
-    p.setBrush(Qt::NoBrush);
-    p.drawPath(shape);
+    // A stroke makes two spans on every row of the bar.
+    paintInBands(p, bar.adjusted(-2, -2, 2, 2), [&] {
+        p.setPen(QPen(stroke, strokeWidth));
+        p.setBrush(Qt::NoBrush);
+        p.drawPath(shape);
+    });
 
     if (w > 3 * kEdgeZone) {
         double handleH = std::max(h - 8, 0.0);

@@ -196,8 +196,8 @@ void paintSpinningArc(QPainter& p, const QRectF& rect, const QColor& colour, dou
 }
 
 void paintInBands(QPainter& p, const QRectF& area, const std::function<void()>& paint) {
-    // An antialiased edge adds up to two spans a row.
-    constexpr double kBand = 30;
+    // A fill with antialiased edges makes up to three spans a row, a stroke two more.
+    constexpr double kBand = 18;
     for (double y = area.top(); y < area.bottom(); y += kBand) {
         p.save();
         p.setClipRect(QRectF(area.left(), y, area.width(), std::min(kBand, area.bottom() - y)),
@@ -205,6 +205,14 @@ void paintInBands(QPainter& p, const QRectF& area, const std::function<void()>& 
         paint();
         p.restore();
     }
+}
+
+void paintOutline(QPainter& p, const QRectF& rect, const QColor& colour, double width) {
+    p.fillRect(QRectF(rect.left(), rect.top(), rect.width(), width), colour);
+    p.fillRect(QRectF(rect.left(), rect.bottom() - width, rect.width(), width), colour);
+    p.fillRect(QRectF(rect.left(), rect.top() + width, width, rect.height() - 2 * width), colour);
+    p.fillRect(QRectF(rect.right() - width, rect.top() + width, width, rect.height() - 2 * width),
+               colour);
 }
 
 void paintRowButton(QPainter& p, const QRectF& rect, const QString& title, bool prominent) {

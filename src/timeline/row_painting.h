@@ -46,6 +46,10 @@ void paintSpinningArc(QPainter& p, const QRectF& rect, const QColor& colour, dou
 // the painter clipped to the band.
 void paintInBands(QPainter& p, const QRectF& area, const std::function<void()>& paint);
 
+// A hairline frame of `rect` as four thin fills. A stroke's spans are all made before any clip
+// applies, so a tall stroke would go to the thread pool even in bands; the corners stay square.
+void paintOutline(QPainter& p, const QRectF& rect, const QColor& colour, double width);
+
 // A small bordered push button in the rows' style.
 void paintRowButton(QPainter& p, const QRectF& rect, const QString& title, bool prominent);
 

@@ -138,11 +138,13 @@ void TrackRow::paintEvent(QPaintEvent* event) {
     p.setClipRect(exposed);
     paintInBands(p, row, [&] {
         p.setRenderHint(QPainter::Antialiasing);
-        p.setPen(QPen(QColor::fromRgbF(1, 1, 1, 0.06f), 0.5));
+        p.setPen(Qt::NoPen);
         p.setBrush(QColor::fromRgbF(0, 0, 0, 0.22f));
-        p.drawRoundedRect(row.adjusted(0.25, 0.25, -0.25, -0.25), 6, 6);
+        p.drawRoundedRect(row, 6, 6);
     });
     p.setRenderHint(QPainter::Antialiasing, false);
+    // A half-point white line inside the edge, as a whole pixel at half the opacity.
+    paintOutline(p, row, QColor::fromRgbF(1, 1, 1, 0.03f), 1);
     for (std::size_t i = 0; i < gapRects_.size(); ++i)
         if (gapRects_[i].intersects(exposed)) paintGapBar(p, gapRects_[i], selectedGap_ == i);
 

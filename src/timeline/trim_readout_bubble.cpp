@@ -90,12 +90,17 @@ void TrimReadoutBubble::paintEvent(QPaintEvent*) {
     if (!info_) return;
     if (frame_) spinner_.stop();
     QPainter p(this);
+    paintInBands(p, rect(), [&] { paintBubble(p); });
+}
+
+void TrimReadoutBubble::paintBubble(QPainter& p) {
     p.setRenderHint(QPainter::Antialiasing);
-    paintInBands(p, rect(), [&] {
-        p.setPen(QPen(primaryColor(0.15), 0.5));
-        p.setBrush(withOpacity(palette().color(QPalette::Window), 0.94));
-        p.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), 6, 6);
-    });
+    p.setPen(Qt::NoPen);
+    p.setBrush(withOpacity(palette().color(QPalette::Window), 0.94));
+    p.drawRoundedRect(QRectF(rect()), 6, 6);
+    p.setRenderHint(QPainter::Antialiasing, false);
+    paintOutline(p, QRectF(rect()).adjusted(3, 0, -3, 0), primaryColor(0.075), 1);
+    p.setRenderHint(QPainter::Antialiasing);
 
     double y = kPadding;
     if (info_->hasVideo) {
@@ -121,9 +126,7 @@ void TrimReadoutBubble::paintEvent(QPaintEvent*) {
             spin.moveCenter(tile.center());
             paintSpinningArc(p, spin, Qt::white, 2, phase);
         }
-        p.setPen(QPen(primaryColor(0.18), 0.5));
-        p.setBrush(Qt::NoBrush);
-        p.drawPath(shape);
+        paintOutline(p, tile.adjusted(2, 0, -2, 0), primaryColor(0.09), 1);
         y += kTileH + kSpacing;
     }
     QFontMetricsF label(labelFont());

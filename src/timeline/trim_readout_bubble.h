@@ -8,6 +8,8 @@
 #include <QTimer>
 #include <QWidget>
 
+class QPainter;
+
 #include "model/image.h"
 #include "model/project_types.h"
 
@@ -37,6 +39,8 @@ class TrimReadoutBubble : public QWidget {
     void hideEvent(QHideEvent* event) override;
 
   private:
+    void paintBubble(QPainter& p);
+
     std::optional<model::TrimReadoutInfo> info_;
     model::Image frame_;
     int requestToken_ = 0;
