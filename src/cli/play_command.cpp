@@ -1,7 +1,6 @@
 #include <algorithm>
 #include <chrono>
 #include <cmath>
-#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <mutex>
@@ -53,16 +52,7 @@ common::Status writeSnapshot(const preview::SharedFrame& picture, model::Size si
     composition::PictureConverter converter;
     auto rgba = picture ? converter.convert(*picture, format) : composition::blackPicture(format);
     if (!rgba) return rgba.error();
-    const AVFrame& frame = *rgba.value();
-    auto image = std::make_shared<model::ImageData>();
-    image->width = frame.width;
-    image->height = frame.height;
-    image->rgba.resize(static_cast<std::size_t>(frame.width) * frame.height * 4);
-    for (int y = 0; y < frame.height; ++y)
-        std::memcpy(image->rgba.data() + static_cast<std::size_t>(y) * frame.width * 4,
-                    frame.data[0] + static_cast<std::ptrdiff_t>(y) * frame.linesize[0],
-                    static_cast<std::size_t>(frame.width) * 4);
-    return composition::writePng(image, file);
+    return composition::writePng(composition::rgbaImage(*rgba.value()), file);
 }
 
 std::optional<std::vector<std::pair<std::string, double>>> parseTimes(const std::string& list) {

@@ -86,8 +86,10 @@ model::Image grabFrame(const std::vector<model::Clip>& clips, double seconds) {
     const AVFrame& picture = *upright.value().picture;
     auto rgba = renderer.frameAt(at, {AV_PIX_FMT_RGBA, picture.width, picture.height});
     if (!rgba || !rgba.value().picture) return nullptr;
-    const AVFrame& frame = *rgba.value().picture;
+    return rgbaImage(*rgba.value().picture);
+}
 
+model::Image rgbaImage(const AVFrame& frame) {
     auto image = std::make_shared<model::ImageData>();
     image->width = frame.width;
     image->height = frame.height;

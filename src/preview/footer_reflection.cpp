@@ -23,7 +23,7 @@ FooterReflection::FooterReflection(PreviewView& source, QWidget* parent)
                 Qt::QueuedConnection);
         },
         [this](QImage image) {
-            return gaussianBlurred(image.mirrored(false, true), kBlurRadius * devicePixelRatioF());
+            return gaussianBlurred(image.mirrored(false, true), kBlurRadius * pixelRatio_.load());
         });
     listener_ = source.frames().add([converter = converter_.get()](const PresentedFrame& frame) {
         converter->submit(frame.picture);
@@ -36,6 +36,7 @@ FooterReflection::~FooterReflection() {
 
 void FooterReflection::resizeEvent(QResizeEvent*) {
     const double ratio = devicePixelRatioF();
+    pixelRatio_ = ratio;
     converter_->resize({static_cast<int>(std::lround(width() * ratio)),
                         static_cast<int>(std::lround(height() * ratio))});
 }

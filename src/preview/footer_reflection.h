@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <memory>
 
 #include <QImage>
@@ -36,6 +37,7 @@ class FooterReflection : public QWidget {
   private:
     QPointer<PreviewView> source_;
     FrameRelay::ListenerID listener_ = 0;
+    std::atomic<double> pixelRatio_ = 1;  // read by the converter's thread
     QImage shown_;  // mirrored and blurred, at the widget's size in device pixels
     std::unique_ptr<FrameConverter> converter_;
 };

@@ -22,6 +22,7 @@
 #include "composition/video_renderer.h"
 #include "model/project.h"
 #include "preview/playback_clock.h"
+#include "preview/serial_worker.h"
 
 namespace preview {
 
@@ -62,6 +63,12 @@ SharedFrame renderAt(composition::VideoRenderer* renderer, double seconds) {
     return SharedFrame(rendered.value().picture.release(), media::FrameFree{});
 }
 
+// Where players' threads are joined once they are done with.
+SerialWorker& reaper() {
+    static SerialWorker worker;
+    return worker;
+}
+
 }  // namespace
 
 // The threads of one player and the state they share. Every field below `mutex` is
@@ -97,10 +104,16 @@ struct Player::Engine {
           loader(std::move(loader)),
           interval(1.0 / std::clamp(frameRate, 1.0, 120.0)) {}
 
-    ~Engine() {
+    ~Engine() { retire(); }
+
+    // Stops for good: no picture, sound or end leaves after this returns. Waits only for a
+    // picture being handed to the sink, never for a decode.
+    void retire() {
         {
-            std::lock_guard lock(mutex);
+            std::unique_lock lock(mutex);
             stopping = true;
+            sink = nullptr;
+            sinkIdle.wait(lock, [&] { return sinkCalls == 0; });
         }
         videoWake.notify_all();
         presentWake.notify_all();
@@ -115,9 +128,12 @@ struct Player::Engine {
 
     void present(PresentedFrame frame, std::unique_lock<std::mutex>& lock) {
         FrameSink to = sink;
+        if (!to) return;
+        ++sinkCalls;
         lock.unlock();
-        if (to) to(frame);
+        to(frame);
         lock.lock();
+        if (--sinkCalls == 0) sinkIdle.notify_all();
     }
 
     bool settled() const { return loaded && !pendingSeek && !seekInFlight; }
@@ -262,7 +278,8 @@ struct Player::Engine {
                 ring.dropUntil(heard);
                 if (ring.frontSample < heard) ring.frontSample = heard;
             }
-            if (!playing || ring.frames() >= kAudioAheadFrames) {
+            // Mixed ahead while paused too, so that playing starts with sound in hand.
+            if (!duration || ring.frames() >= kAudioAheadFrames) {
                 audioWake.wait_for(lock, std::chrono::milliseconds(10));
                 continue;
             }
@@ -318,6 +335,8 @@ struct Player::Engine {
     mutable std::condition_variable settledWake;
 
     FrameSink sink;
+    int sinkCalls = 0;  // pictures being handed to the sink outside the lock
+    std::condition_variable sinkIdle;
     bool deviceSound = false;  // a device pulls the sound; else the clock stands in for it
     bool hasSound = false;     // the composition has audio tracks, mixed as they play
     bool stopping = false;
@@ -382,8 +401,11 @@ Player::Player(Loader loader, Options options, QObject* parent)
 
 Player::~Player() {
     periodic_.stop();
-    engine_.reset();
+    // The device reads through the engine: stop it first.
     if (audioSink_) audioSink_->stop();
+    engine_->retire();
+    // Its threads may be inside a decode, which the UI thread must not wait for.
+    reaper().post([engine = std::shared_ptr<Engine>(std::move(engine_))] {});
 }
 
 void Player::startAudio() {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <mutex>
 #include <utility>
 
 #include <QPainter>
@@ -42,6 +43,7 @@ PreviewView::PreviewView(model::Project& project, QWidget* parent)
 
 PreviewView::~PreviewView() {
     project_.removeObserver(observer_);
+    starting_.clear();
     player_.reset();
     relay_->remove(ownListener_);
 }
@@ -102,7 +104,6 @@ void PreviewView::tearDown() {
 }
 
 void PreviewView::installPlayer(std::unique_ptr<Player> player) {
-    player_.reset();
     player_ = std::move(player);
     player_->setFrameSink([relay = relay_](const PresentedFrame& frame) { relay->present(frame); });
 }
@@ -110,28 +111,79 @@ void PreviewView::installPlayer(std::unique_ptr<Player> player) {
 void PreviewView::rebuildAsync(std::vector<model::Clip> clips, double seekTo, bool autoPlay) {
     builder_.post([this, clips = std::move(clips), seekTo, autoPlay] {
         auto built =
-            std::make_shared<composition::Composition>(composition::buildComposition(clips));
+            std::make_shared<const composition::Composition>(composition::buildComposition(clips));
         const double frameRate = frameRateFor(clips);
         QMetaObject::invokeMethod(
-            this,
-            [this, built, frameRate, seekTo, autoPlay] {
-                installPlayer(std::make_unique<Player>(
-                    [built]() -> common::Result<composition::Composition> { return *built; },
-                    Player::Options{frameRate, AudioOutput::device}));
-                player_->setPeriodicCallback([this](double t) {
-                    project_.setPlayheadGlobal(std::min(t, project_.totalDurationSeconds()));
-                });
-                player_->setEndCallback([this] { project_.setIsPlaying(false); });
-                // The duration is not known yet, so this seek is not held short of the end.
-                seek(seekTo);
-                if (autoPlay) player_->play();
-            },
+            this, [=, this] { startPlayer(built, frameRate, seekTo, autoPlay); },
             Qt::QueuedConnection);
     });
 }
 
+void PreviewView::startPlayer(std::shared_ptr<const composition::Composition> built,
+                              double frameRate, double seekTo, bool autoPlay) {
+    auto player = std::make_unique<Player>(
+        [built]() -> common::Result<composition::Composition> { return *built; },
+        Player::Options{frameRate, AudioOutput::device});
+    Player* started = player.get();
+    // Its pictures reach the screen once it is installed; its first one installs it.
+    struct Handoff {
+        std::mutex mutex;
+        bool installed = false;
+        std::optional<PresentedFrame> first;
+    };
+    auto handoff = std::make_shared<Handoff>();
+    player->setFrameSink([this, relay = relay_, handoff, started](const PresentedFrame& frame) {
+        std::lock_guard lock(handoff->mutex);
+        if (handoff->installed) {
+            relay->present(frame);
+        } else if (!handoff->first) {
+            handoff->first = frame;
+            QMetaObject::invokeMethod(
+                this,
+                [this, relay, handoff, started] {
+                    installStarted(started);
+                    std::lock_guard lock(handoff->mutex);
+                    handoff->installed = true;
+                    relay->present(*handoff->first);
+                },
+                Qt::QueuedConnection);
+        }
+    });
+    player->setPeriodicCallback([this, started](double t) {
+        if (player_.get() == started)
+            project_.setPlayheadGlobal(std::min(t, project_.totalDurationSeconds()));
+    });
+    player->setEndCallback([this, started] {
+        if (player_.get() == started) project_.setIsPlaying(false);
+    });
+    starting_.push_back(std::move(player));
+    // The duration is not known yet, so this seek is not held short of the end.
+    started->seek(std::max(seekTo, 0.0));
+    if (autoPlay) started->play();
+}
+
+void PreviewView::installStarted(Player* player) {
+    auto found = std::find_if(starting_.begin(), starting_.end(),
+                              [player](const auto& p) { return p.get() == player; });
+    if (found == starting_.end()) return;
+    std::unique_ptr<Player> installed = std::move(*found);
+    starting_.erase(found);
+    player_ = std::move(installed);
+    // The play state may have moved while the player found its first picture.
+    const bool isPlaying = project_.isPlaying();
+    lastIsPlaying_ = isPlaying;
+    if (isPlaying && player_->rate() == 0) {
+        player_->play();
+    } else if (!isPlaying && player_->rate() != 0) {
+        player_->pause();
+        seek(project_.playheadGlobal());
+    }
+}
+
 void PreviewView::applyTrimPreview(const model::TrimPreviewState& state) {
     if (trimPreviewURL_ != state.url) {
+        // A composition still finding its first picture is stale: the drag's end rebuilds.
+        starting_.clear();
         installPlayer(std::make_unique<Player>(
             [url = state.url] { return sourceComposition(url); },
             Player::Options{model::Project::defaultFrameRate, AudioOutput::none}));

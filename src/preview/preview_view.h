@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <memory>
 #include <optional>
+#include <vector>
 
 #include <QImage>
 #include <QWidget>
@@ -45,6 +46,9 @@ class PreviewView : public QWidget {
     void seek(double globalSeconds);
     void tearDown();
     void installPlayer(std::unique_ptr<Player> player);
+    void startPlayer(std::shared_ptr<const composition::Composition> built, double frameRate,
+                     double seekTo, bool autoPlay);
+    void installStarted(Player* player);
     void rebuildAsync(std::vector<model::Clip> clips, double seekTo, bool autoPlay);
     void applyTrimPreview(const model::TrimPreviewState& state);
     void layoutPicture();
@@ -62,6 +66,8 @@ class PreviewView : public QWidget {
     // Declared after what their threads reach and before the player they feed.
     std::unique_ptr<FrameConverter> converter_;
     SerialWorker builder_;
+    // Built players that are finding their first picture; the one before plays on meanwhile.
+    std::vector<std::unique_ptr<Player>> starting_;
     std::unique_ptr<Player> player_;
 };
 

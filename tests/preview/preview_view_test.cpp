@@ -47,6 +47,10 @@ TEST_F(PreviewViewTest, APausedMoveSeeksOnlyPastFiveHundredthsOfASecond) {
     project.setPlayheadGlobal(0.06);
     EXPECT_EQ(player->seekRequests(), seeks + 1);
     EXPECT_DOUBLE_EQ(player->currentTime(), 0.06);
+    // Held a millisecond short of a known end.
+    project.setPlayheadGlobal(10);
+    ASSERT_TRUE(player->duration());
+    EXPECT_DOUBLE_EQ(player->currentTime(), *player->duration() - 0.001);
 }
 
 TEST_F(PreviewViewTest, PlayingToTheEndStopsThereAndClearsIsPlaying) {
