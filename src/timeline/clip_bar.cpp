@@ -26,8 +26,29 @@ constexpr double kCornerRadius = 5;
 
 ClipBar::ClipBar(ClipBarCallbacks callbacks) : callbacks_(std::move(callbacks)) {}
 
-void ClipBar::setValues(ClipBarValues values) {
-    values_ = std::move(values);
+bool ClipBar::setValues(const ClipBarValues& values, const std::filesystem::path& clipURL) {
+    const ClipBarValues& v = values_;
+    bool changed = v.clipID != values.clipID || v.xOffset != values.xOffset ||
+                   v.width != values.width || v.height != values.height ||
+                   v.selected != values.selected || v.underPlayhead != values.underPlayhead ||
+                   v.snapHighlight != values.snapHighlight || v.linkState != values.linkState ||
+                   v.isReversing != values.isReversing || v.isReversed != values.isReversed ||
+                   v.isMissing != values.isMissing || v.inSeconds != values.inSeconds ||
+                   v.outSeconds != values.outSeconds ||
+                   v.fullDurationSeconds != values.fullDurationSeconds;
+    std::filesystem::path url = std::move(values_.clipURL);
+    values_ = values;
+    values_.clipURL = std::move(url);
+    if (values_.clipURL.native() != clipURL.native()) {
+        values_.clipURL = clipURL;
+        changed = true;
+    }
+    return changed;
+}
+
+QRectF ClipBar::paintedRect() const {
+    // The selection shadow reaches 5 beyond the bar and 2 lower; the hover scale 3 up and down.
+    return QRectF(std::floor(drawnX()) - 7, 0, std::max(values_.width, 1.0) + 16, kTrackHeight);
 }
 
 Qt::CursorShape ClipBar::hover(QPointF p) {
@@ -180,26 +201,34 @@ bool ClipBar::stepScale(bool reducedMotion) {
 
 void ClipBar::paint(QPainter& p, const std::function<void(QPainter&, const QRectF&)>& paintContent,
                     double spinPhase) const {
-    const double w = std::max(values_.width, 0.0);
+    // Whole pixels: fractional edges make every row of a fill several spans, and Qt's raster
+    // engine sends long span lists to its thread pool (see paintInBands).
+    const double left = std::round(drawnX());
+    double w = std::round(drawnX() + std::max(values_.width, 0.0)) - left;
+    if (w < 1 && values_.width > 0) w = 1;
     const double h = values_.height;
+    if (w <= 2 && !values_.isMissing) {
+        // A sliver shows only its edge: at the widest zooms thousands of these are painted.
+        p.fillRect(QRectF(left, kBarPadding, w, h), strokeColor());
+        return;
+    }
     p.save();
-    p.translate(drawnX(), kBarPadding + h / 2);
+    p.translate(left, kBarPadding + h / 2);
     p.scale(1, scale_);
     p.translate(0, -h / 2);
     if (values_.isMissing) {
         paintMissingBody(p, QRectF(0, 0, w, h), values_.selected,
                          QString::fromStdString(values_.clipURL.filename().string()));
     } else {
-        paintNormalBody(p, paintContent, spinPhase);
+        paintNormalBody(p, w, paintContent, spinPhase);
     }
     p.restore();
 }
 
-void ClipBar::paintNormalBody(QPainter& p,
+void ClipBar::paintNormalBody(QPainter& p, double w,
                               const std::function<void(QPainter&, const QRectF&)>& paintContent,
                               double spinPhase) const {
     const auto& v = values_;
-    const double w = std::max(v.width, 0.0);
     const double h = v.height;
     const QRectF bar(0, 0, w, h);
     const bool antialias = w >= 3;
@@ -243,12 +272,14 @@ void ClipBar::paintNormalBody(QPainter& p,
         QLinearGradient gloss(0, 0, 0, h / 2);
         gloss.setColorAt(0, QColor::fromRgbF(1, 1, 1, 0.18f));
         gloss.setColorAt(1, Qt::transparent);
+        // Clear below the centre, so only the top half is filled.
+        p.save();
+        p.setClipRect(QRectF(0, 0, w, h / 2), Qt::IntersectClip);
         p.fillPath(shape, gloss);
+        p.restore();
     }
 
-    QColor stroke = v.snapHighlight ? QColor(Qt::cyan)
-                    : v.selected    ? QColor(Qt::white)
-                                    : accentColor(0.7);
+    QColor stroke = strokeColor();
     double strokeWidth = v.snapHighlight ? 2.5 : v.selected ? 2 : 0.5;
     p.setPen(QPen(stroke, strokeWidth));
     p.setBrush(Qt::NoBrush);
@@ -306,6 +337,26 @@ void ClipBar::paintNormalBody(QPainter& p,
         drawLinkSymbol(p, chip.adjusted(4.5, 4.5, -4.5, -4.5),
                        v.linkState != model::ClipLinkState::linked, Qt::white);
     }
+}
+
+QColor ClipBar::strokeColor() const {
+    return values_.snapHighlight ? QColor(Qt::cyan)
+           : values_.selected    ? QColor(Qt::white)
+                                 : accentColor(0.7);
+}
+
+QString ClipBar::toolTipAt(QPointF p) const {
+    QPointF local(p.x() - drawnX(), p.y() - kBarPadding);
+    if (values_.isMissing)
+        return showsLocateButton(values_.width) &&
+                       locateButtonRect(values_.width, values_.height).contains(local)
+                   ? QStringLiteral("Locate moved or renamed source file")
+                   : QString();
+    if (showsLinkChip(values_.linkState, values_.width) &&
+        linkChipRect(values_.width).contains(local))
+        return values_.linkState == model::ClipLinkState::linked ? QStringLiteral("Unlink Audio")
+                                                                 : QStringLiteral("Re-link Audio");
+    return {};
 }
 
 QString ClipBar::accessibleLabel() const {

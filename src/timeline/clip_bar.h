@@ -5,8 +5,10 @@
 #include <optional>
 #include <string>
 
+#include <QColor>
 #include <QElapsedTimer>
 #include <QPointF>
+#include <QRectF>
 #include <QString>
 
 #include "common/uuid.h"
@@ -71,10 +73,14 @@ class ClipBar {
   public:
     explicit ClipBar(ClipBarCallbacks callbacks);
 
-    void setValues(ClipBarValues values);
+    // `values.clipURL` is ignored: the url is given apart, and copied only when it changed.
+    // True if anything that shows changed.
+    bool setValues(const ClipBarValues& values, const std::filesystem::path& clipURL);
     const ClipBarValues& values() const { return values_; }
     // Where the bar is drawn: moved by the running move drag.
     double drawnX() const { return values_.xOffset + liveMoveDelta_; }
+    // All that painting the bar may touch, shadow and hover scale included, in the row.
+    QRectF paintedRect() const;
 
     // The pointer moved over the bar without a button: the cursor to show.
     Qt::CursorShape hover(QPointF p);
@@ -99,13 +105,16 @@ class ClipBar {
                double spinPhase) const;
 
     QString accessibleLabel() const;
+    // The help text of the button under `p` (row coordinates), if any.
+    QString toolTipAt(QPointF p) const;
     void tap() { callbacks_.onTap(); }
 
   private:
     enum class PressTarget { bar = 1, linkChip, locateButton };
-    void paintNormalBody(QPainter& p,
+    void paintNormalBody(QPainter& p, double w,
                          const std::function<void(QPainter&, const QRectF&)>& paintContent,
                          double spinPhase) const;
+    QColor strokeColor() const;
     void trimStep(DragMode mode, double dx);
     void moveStepTo(double dx);
     void publishReadout(double absClip, double timelineSeconds, model::TrimReadoutInfo::Edge edge,

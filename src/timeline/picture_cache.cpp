@@ -14,12 +14,68 @@ QImage wrapImage(const model::ImageData& data) {
                   QImage::Format_RGBA8888);
 }
 
-QImage aspectFill(const QImage& source, QSize size) {
-    if (source.isNull() || size.isEmpty()) return {};
-    QImage scaled = source.scaled(size, Qt::KeepAspectRatioByExpanding, Qt::SmoothTransformation);
-    QRect crop(QPoint(0, 0), size);
-    crop.moveCenter(scaled.rect().center());
-    return scaled.copy(crop).convertToFormat(QImage::Format_ARGB32_Premultiplied);
+namespace {
+
+// One axis of a bilinear resample: for each output position the two source indices and the
+// weight of the second, in 1/256.
+struct Taps {
+    std::vector<int> first, second, weight;
+};
+
+Taps taps(int outCount, int sourceCount, double scale, double sourceOrigin) {
+    Taps t;
+    t.first.resize(static_cast<std::size_t>(outCount));
+    t.second.resize(t.first.size());
+    t.weight.resize(t.first.size());
+    for (int o = 0; o < outCount; ++o) {
+        double at = std::clamp(sourceOrigin + (o + 0.5) / scale - 0.5, 0.0, sourceCount - 1.0);
+        int i = static_cast<int>(at);
+        auto k = static_cast<std::size_t>(o);
+        t.first[k] = i;
+        t.second[k] = std::min(i + 1, sourceCount - 1);
+        t.weight[k] = static_cast<int>((at - i) * 256);
+    }
+    return t;
+}
+
+}  // namespace
+
+QImage aspectFill(const model::ImageData& source, QSize size) {
+    if (source.width <= 0 || source.height <= 0 || size.isEmpty()) return {};
+    // Our own resample rather than QImage::scaled: its cost follows the source's size and it
+    // hands work to the global thread pool, where a few pixels of a cell are all we need.
+    // Aspect fill never shrinks a frame by more than its height to the row's, so bilinear
+    // sampling is enough.
+    const double scale = std::max(static_cast<double>(size.width()) / source.width,
+                                  static_cast<double>(size.height()) / source.height);
+    const Taps xs =
+        taps(size.width(), source.width, scale, (source.width - size.width() / scale) / 2);
+    const Taps ys =
+        taps(size.height(), source.height, scale, (source.height - size.height() / scale) / 2);
+    QImage out(size, QImage::Format_ARGB32_Premultiplied);
+    const std::uint8_t* px = source.rgba.data();
+    const auto stride = static_cast<std::size_t>(source.width) * 4;
+    for (int y = 0; y < size.height(); ++y) {
+        auto ky = static_cast<std::size_t>(y);
+        const std::uint8_t* row0 = px + stride * static_cast<std::size_t>(ys.first[ky]);
+        const std::uint8_t* row1 = px + stride * static_cast<std::size_t>(ys.second[ky]);
+        const int wy = ys.weight[ky];
+        auto* line = reinterpret_cast<QRgb*>(out.scanLine(y));
+        for (int x = 0; x < size.width(); ++x) {
+            auto kx = static_cast<std::size_t>(x);
+            const auto a = static_cast<std::size_t>(xs.first[kx]) * 4;
+            const auto b = static_cast<std::size_t>(xs.second[kx]) * 4;
+            const int wx = xs.weight[kx];
+            int c[4];
+            for (std::size_t ch = 0; ch < 4; ++ch) {
+                int top = row0[a + ch] * (256 - wx) + row0[b + ch] * wx;
+                int bottom = row1[a + ch] * (256 - wx) + row1[b + ch] * wx;
+                c[ch] = (top * (256 - wy) + bottom * wy) >> 16;
+            }
+            line[x] = qPremultiply(qRgba(c[0], c[1], c[2], c[3]));
+        }
+    }
+    return out;
 }
 
 const QImage& PictureCache::filmstripCell(const model::Clip& clip, std::size_t index, QSize cell) {
@@ -30,8 +86,7 @@ const QImage& PictureCache::filmstripCell(const model::Clip& clip, std::size_t i
         entry = Cells{cell, source, std::vector<QImage>(clip.filmstrip.size())};
     }
     QImage& image = entry.images.at(index);
-    if (image.isNull() && clip.filmstrip[index])
-        image = aspectFill(wrapImage(*clip.filmstrip[index]), cell);
+    if (image.isNull() && clip.filmstrip[index]) image = aspectFill(*clip.filmstrip[index], cell);
     return image;
 }
 
@@ -39,7 +94,7 @@ const QImage& PictureCache::thumbnailFill(const model::Clip& clip, QSize area) {
     auto& entry = thumbnails_[clip.id];
     if (entry.area != area || entry.source != clip.thumbnail.get() || entry.image.isNull()) {
         entry = Thumbnail{area, clip.thumbnail.get(),
-                          clip.thumbnail ? aspectFill(wrapImage(*clip.thumbnail), area) : QImage()};
+                          clip.thumbnail ? aspectFill(*clip.thumbnail, area) : QImage()};
     }
     return entry.image;
 }

@@ -59,6 +59,6 @@ class PictureCache {
 // Wraps decoded pixels without copying; the image must not outlive `data`.
 QImage wrapImage(const model::ImageData& data);
 // `source` scaled to cover `size` with its shape kept, cut to `size` around its centre.
-QImage aspectFill(const QImage& source, QSize size);
+QImage aspectFill(const model::ImageData& source, QSize size);
 
 }  // namespace timeline

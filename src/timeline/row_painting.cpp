@@ -54,8 +54,10 @@ void paintFilmstripContent(QPainter& p, const QRectF& area, const model::Clip& c
             auto first = static_cast<std::size_t>(std::max(0.0, std::floor(visibleFrom / cellW)));
             auto last = std::min(count, static_cast<std::size_t>(std::ceil(visibleTo / cellW)));
             for (std::size_t i = first; i < last; ++i) {
-                QRectF cell(area.left() + mapping.offsetX + cellW * static_cast<double>(i),
-                            area.top(), cellW, area.height());
+                // Whole pixels, so that the cell is copied rather than blended.
+                QRectF cell(
+                    std::round(area.left() + mapping.offsetX + cellW * static_cast<double>(i)),
+                    area.top(), cellW, area.height());
                 if (!clip.filmstrip[i]) continue;
                 if (cellW * dpr > kLargestCachedCell) {
                     p.save();
@@ -191,6 +193,18 @@ void paintSpinningArc(QPainter& p, const QRectF& rect, const QColor& colour, dou
     double startDegrees = -90 - 360 * phase;
     p.drawArc(circle, static_cast<int>(-startDegrees * 16), static_cast<int>(-270 * 16));
     p.restore();
+}
+
+void paintInBands(QPainter& p, const QRectF& area, const std::function<void()>& paint) {
+    // An antialiased edge adds up to two spans a row.
+    constexpr double kBand = 30;
+    for (double y = area.top(); y < area.bottom(); y += kBand) {
+        p.save();
+        p.setClipRect(QRectF(area.left(), y, area.width(), std::min(kBand, area.bottom() - y)),
+                      Qt::IntersectClip);
+        paint();
+        p.restore();
+    }
 }
 
 void paintRowButton(QPainter& p, const QRectF& rect, const QString& title, bool prominent) {

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <functional>
+
 #include <QColor>
 #include <QRectF>
 #include <QString>
@@ -37,6 +39,12 @@ void paintStripes(QPainter& p, const QRectF& rect, double spacing, double lineWi
 // reduced).
 void paintSpinningArc(QPainter& p, const QRectF& rect, const QColor& colour, double lineWidth,
                       double phase);
+
+// Qt's raster engine hands a fill of 96 spans or more (a span is a run of one pixel row) to the
+// global thread pool and waits for it; on a loaded machine the hand-off costs far more than
+// the fill. `paint` runs once for each band of `area` short enough to stay on this thread, with
+// the painter clipped to the band.
+void paintInBands(QPainter& p, const QRectF& area, const std::function<void()>& paint);
 
 // A small bordered push button in the rows' style.
 void paintRowButton(QPainter& p, const QRectF& rect, const QString& title, bool prominent);

@@ -1,8 +1,10 @@
 #include "timeline/strip_overlay.h"
 
+#include <QPaintEvent>
 #include <QPainter>
 #include <QPainterPath>
 
+#include "timeline/row_painting.h"
 #include "timeline/timeline_geometry.h"
 #include "timeline/timeline_style.h"
 
@@ -32,8 +34,12 @@ void StripOverlay::setState(const State& state) {
     state_ = state;
 }
 
-void StripOverlay::paintEvent(QPaintEvent*) {
+void StripOverlay::paintEvent(QPaintEvent* event) {
     QPainter p(this);
+    paintInBands(p, event->rect(), [&] { paintMarks(p); });
+}
+
+void StripOverlay::paintMarks(QPainter& p) {
     const State& s = state_;
     if (s.showsAudioPreview) {
         p.setRenderHint(QPainter::Antialiasing);

@@ -4,6 +4,8 @@
 
 #include <QWidget>
 
+class QPainter;
+
 namespace timeline {
 
 // What lies over the strip's content, bottom to top: the audio preview's span, the playhead
@@ -28,6 +30,7 @@ class StripOverlay : public QWidget {
 
   private:
     QRect dirtyRect(const State& s) const;
+    void paintMarks(QPainter& p);
     State state_;
 };
 

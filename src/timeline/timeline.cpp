@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <unordered_set>
 
 #include <QApplication>
 #include <QGestureEvent>
@@ -125,21 +126,26 @@ void Timeline::projectChanged(model::ProjectField field) {
         case F::zoomFactor:
             // Pictures scaled for the old zoom are of no further use.
             cache_.clear();
+            dirty_ = true;
             break;
         case F::clips:
+            clipsChanged_ = true;
+            dirty_ = true;
+            break;
         case F::selectedClipIDs:
         case F::selectedGap:
         case F::playheadGlobal:
-        case F::trimReadout:
         case F::trimSnappedClipID:
+            dirty_ = true;
+            break;
+        case F::trimReadout:
         case F::dragLandingX:
+            // Only the marks over the rows: a move writes these on every step.
+            marksDirty_ = true;
             break;
         default:
             return;
     }
-    dirty_ = true;
-    videoRow_->update();
-    audioRow_->update();
     if (!syncPosted_) {
         syncPosted_ = true;
         QMetaObject::invokeMethod(
@@ -153,7 +159,18 @@ void Timeline::projectChanged(model::ProjectField field) {
 }
 
 void Timeline::ensureSynced() {
-    if (dirty_) sync();
+    if (dirty_)
+        sync();
+    else if (marksDirty_)
+        syncMarks();
+}
+
+void Timeline::syncMarks() {
+    marksDirty_ = false;
+    overlay_->setState({layout_.pxPerSec, project_.playheadGlobal(),
+                        !project_.hasVideoContent() && !project_.clips().empty(),
+                        project_.dragLandingX()});
+    syncReadout();
 }
 
 void Timeline::sync() {
@@ -177,12 +194,14 @@ void Timeline::sync() {
     ruler_->setScale(layout_.pxPerSec, layout_.fitDuration);
     syncRow(*videoRow_);
     syncRow(*audioRow_);
-    overlay_->setState({layout_.pxPerSec, playhead,
-                        !project_.hasVideoContent() && !project_.clips().empty(),
-                        project_.dragLandingX()});
-    cache_.prune([this](const common::Uuid& id) { return project_.clip(id) != nullptr; });
+    if (clipsChanged_) {
+        clipsChanged_ = false;
+        std::unordered_set<common::Uuid> ids;
+        for (const auto& c : project_.clips()) ids.insert(c.id);
+        cache_.prune([&](const common::Uuid& id) { return ids.count(id) > 0; });
+    }
     placeThumb();
-    syncReadout();
+    syncMarks();
 }
 
 void Timeline::syncRow(TrackRow& row) {
@@ -197,7 +216,6 @@ void Timeline::syncRow(TrackRow& row) {
         const model::Clip& c = clips[i];
         if (!(audio ? c.isOnAudioRow() : c.isOnVideoRow())) continue;
         const bool isSelected = selected.count(c.id) > 0;
-        ClipBar& bar = row.bar(c, barZ(isSelected, static_cast<int>(i)));
         const BarGeometry g = barGeometry(c, pps);
         ClipBarValues v;
         v.clipID = c.id;
@@ -217,8 +235,7 @@ void Timeline::syncRow(TrackRow& row) {
         v.isReversed = c.isReversed && c.reversedURL.has_value();
         v.isMissing = c.isMissing;
         v.playheadGlobal = playhead;
-        v.clipURL = c.url;
-        bar.setValues(std::move(v));
+        row.setBar(c, barZ(isSelected, static_cast<int>(i)), v);
     }
     row.setGaps(project_.gaps(audio), project_.selectedGap(), pps);
     row.endSync();
@@ -320,11 +337,7 @@ void Timeline::showClipMenu(const common::Uuid& id, QPoint globalPos) {
         return a;
     };
 
-    if (clip->isMissing) {
-        add("Locate File…", [this, id] {
-            if (onRelinkRequested) onRelinkRequested(id);
-        });
-        menu->addSeparator();
+    auto addDelete = [&] {
         add(
             "Delete Clip",
             [&p, select] {
@@ -332,6 +345,14 @@ void Timeline::showClipMenu(const common::Uuid& id, QPoint globalPos) {
                 p.deleteSelected();
             },
             editing);
+    };
+
+    if (clip->isMissing) {
+        add("Locate File…", [this, id] {
+            if (onRelinkRequested) onRelinkRequested(id);
+        });
+        menu->addSeparator();
+        addDelete();
     } else {
         add(
             "Split at Playhead",
@@ -400,13 +421,7 @@ void Timeline::showClipMenu(const common::Uuid& id, QPoint globalPos) {
         });
         add("Paste", [&p] { p.pasteAtPlayhead(); });
         menu->addSeparator();
-        add(
-            "Delete Clip",
-            [&p, select] {
-                select();
-                p.deleteSelected();
-            },
-            editing);
+        addDelete();
     }
     menu->popup(globalPos);
 }
@@ -477,15 +492,21 @@ bool Timeline::isInStrip(QObject* watched) const {
 }
 
 bool Timeline::eventFilter(QObject* watched, QEvent* event) {
+    bool taken = false;
     switch (event->type()) {
         case QEvent::Wheel:
-            return zoomByWheel(watched, event) || scrollByWheel(watched, event);
+            taken = zoomByWheel(watched, event) || scrollByWheel(watched, event);
+            break;
         case QEvent::NativeGesture:
         case QEvent::Gesture:
-            return zoomByPinch(watched, event);
+            taken = zoomByPinch(watched, event);
+            break;
         default:
-            return false;
+            break;
     }
+    // Accepted too, or Qt offers the event to each parent in turn, and this filter with it.
+    if (taken) event->accept();
+    return taken;
 }
 
 bool Timeline::zoomByWheel(QObject*, QEvent* event) {

@@ -71,6 +71,7 @@ class Timeline : public QWidget {
     void projectChanged(model::ProjectField field);
     void sync();
     void syncRow(TrackRow& row);
+    void syncMarks();
     void syncReadout();
     void placeThumb();
     std::unique_ptr<ClipBar> makeBar(const common::Uuid& id, bool isAudioRow);
@@ -87,7 +88,9 @@ class Timeline : public QWidget {
     model::Project::ObserverID observer_ = 0;
     PictureCache cache_;
     StripLayout layout_;
-    bool dirty_ = true;
+    bool dirty_ = true;        // everything
+    bool marksDirty_ = false;  // the overlay's marks and the trim bubble
+    bool clipsChanged_ = true;
     bool syncPosted_ = false;
     bool filterInstalled_ = false;
     double lastMagnification_ = 1.0;

@@ -68,6 +68,7 @@ struct BarGeometry {
 };
 BarGeometry barGeometry(const model::Clip& clip, double pxPerSec);
 // Later clips lie over earlier ones, and selected clips over all others.
+inline constexpr int kSelectedZ = 1000;
 int barZ(bool selected, int indexInClips);
 
 // A gap's bar in its row (y from the row's top).

@@ -7,6 +7,7 @@
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
+#include <QToolTip>
 
 #include "timeline/hit_testing.h"
 #include "timeline/picture_cache.h"
@@ -27,21 +28,50 @@ TrackRow::TrackRow(bool isAudioRow, PictureCache& cache, Hooks hooks, QWidget* p
 }
 
 void TrackRow::beginSync() {
-    for (auto& [id, entry] : entries_) entry.alive = false;
+    ++generation_;
+    order_.clear();
+    order_.reserve(entries_.size());
 }
 
-ClipBar& TrackRow::bar(const model::Clip& clip, int z) {
+void TrackRow::setBar(const model::Clip& clip, int z, const ClipBarValues& values) {
     auto [it, made] = entries_.try_emplace(clip.id);
     Entry& entry = it->second;
     if (made) entry.bar = hooks_.makeBar(clip.id);
+    QRectF before = entry.bar->paintedRect();
+    // A clip's pictures may change without its bar's values: enrichment writes in place.
+    bool changed = entry.bar->setValues(values, clip.url) || made || entry.z != z ||
+                   entry.clip != &clip || entry.filmstrip != clip.filmstrip.size() ||
+                   entry.pictures != clip.waveformPeaks.get() ||
+                   entry.thumbnail != clip.thumbnail.get();
+    if (changed) {
+        if (!made) markDirty(before.toAlignedRect());
+        markDirty(entry.bar->paintedRect().toAlignedRect());
+    }
     entry.clip = &clip;
     entry.z = z;
-    entry.alive = true;
-    return *entry.bar;
+    entry.filmstrip = clip.filmstrip.size();
+    entry.pictures = clip.waveformPeaks.get();
+    entry.thumbnail = clip.thumbnail.get();
+    entry.generation = generation_;
+    order_.push_back(&entry);
+}
+
+void TrackRow::markDirty(const QRect& r) {
+    // Past a few dozen rects a region costs more to build than the paint it saves.
+    if (++dirtyCount_ > 32)
+        dirty_ = rect();
+    else
+        dirty_ += r;
+}
+
+void TrackRow::updateBar(const ClipBar* bar) {
+    if (bar) update(bar->paintedRect().toAlignedRect());
 }
 
 void TrackRow::setGaps(std::vector<model::GapSelection> gaps,
                        const std::optional<model::GapSelection>& selected, double pxPerSec) {
+    std::optional<QRectF> selectedBefore;
+    if (selectedGap_) selectedBefore = gapRects_[*selectedGap_];
     gaps_ = std::move(gaps);
     gapRects_.clear();
     selectedGap_.reset();
@@ -49,23 +79,33 @@ void TrackRow::setGaps(std::vector<model::GapSelection> gaps,
         gapRects_.push_back(gapBarRect(gaps_[i], pxPerSec));
         if (selected && *selected == gaps_[i]) selectedGap_ = i;
     }
+    // Only a selected gap shows anything.
+    std::optional<QRectF> selectedAfter;
+    if (selectedGap_) selectedAfter = gapRects_[*selectedGap_];
+    if (selectedBefore != selectedAfter) {
+        if (selectedBefore) markDirty(selectedBefore->toAlignedRect());
+        if (selectedAfter) markDirty(selectedAfter->toAlignedRect());
+    }
 }
 
 void TrackRow::endSync() {
     // A bar whose clip went away mid-drag (an undo, say) goes too: its clip is gone.
-    std::erase_if(entries_, [&](const auto& e) { return !e.second.alive; });
-    if (active_ && !entries_.count(*active_)) active_.reset();
-    if (hovered_ && !entries_.count(*hovered_)) hovered_.reset();
-    order_.clear();
-    order_.reserve(entries_.size());
-    for (auto& [id, entry] : entries_) order_.push_back(&entry);
-    // Equal z only for unselected clips, whose z is their index: the order is total.
-    std::sort(order_.begin(), order_.end(), [](const Entry* a, const Entry* b) {
-        if (a->z != b->z) return a->z < b->z;
-        return a->clip < b->clip;
-    });
+    if (entries_.size() != order_.size()) {
+        std::erase_if(entries_, [&](const auto& e) {
+            if (e.second.generation == generation_) return false;
+            markDirty(e.second.bar->paintedRect().toAlignedRect());
+            return true;
+        });
+        if (active_ && !entries_.count(*active_)) active_.reset();
+        if (hovered_ && !entries_.count(*hovered_)) hovered_.reset();
+    }
+    // Bars came in stacking order; selected ones go over all others, keeping their order.
+    std::stable_partition(order_.begin(), order_.end(),
+                          [](const Entry* e) { return e->z < kSelectedZ; });
     animate();
-    update();
+    update(dirty_);
+    dirty_ = QRegion();
+    dirtyCount_ = 0;
 }
 
 ClipBar* TrackRow::barFor(const common::Uuid& id) {
@@ -94,14 +134,15 @@ void TrackRow::paintEvent(QPaintEvent* event) {
     hooks_.ensureSynced();
     QPainter p(this);
     const QRectF row(0, 0, width(), height());
-    p.setRenderHint(QPainter::Antialiasing);
-    p.setPen(QPen(QColor::fromRgbF(1, 1, 1, 0.06f), 0.5));
-    p.setBrush(QColor::fromRgbF(0, 0, 0, 0.22f));
-    p.drawRoundedRect(row.adjusted(0.25, 0.25, -0.25, -0.25), 6, 6);
-    p.setRenderHint(QPainter::Antialiasing, false);
-
     const QRectF exposed = QRectF(event->rect()).adjusted(-2, 0, 2, 0);
     p.setClipRect(exposed);
+    paintInBands(p, row, [&] {
+        p.setRenderHint(QPainter::Antialiasing);
+        p.setPen(QPen(QColor::fromRgbF(1, 1, 1, 0.06f), 0.5));
+        p.setBrush(QColor::fromRgbF(0, 0, 0, 0.22f));
+        p.drawRoundedRect(row.adjusted(0.25, 0.25, -0.25, -0.25), 6, 6);
+    });
+    p.setRenderHint(QPainter::Antialiasing, false);
     for (std::size_t i = 0; i < gapRects_.size(); ++i)
         if (gapRects_[i].intersects(exposed)) paintGapBar(p, gapRects_[i], selectedGap_ == i);
 
@@ -154,10 +195,11 @@ void TrackRow::mouseMoveEvent(QMouseEvent* event) {
     if (active_ && (event->buttons() & Qt::LeftButton)) {
         ClipBar* bar = barFor(*active_);
         if (!bar) return;
+        updateBar(bar);
         bar->dragTo(p);
+        updateBar(bar);
         setCursor(bar->hover(p));
         if (bar->isDragging()) hooks_.onDragPointer(event->globalPosition().toPoint());
-        update();
         return;
     }
     if (event->buttons() != Qt::NoButton) return;
@@ -167,15 +209,19 @@ void TrackRow::mouseMoveEvent(QMouseEvent* event) {
 void TrackRow::setHovered(std::optional<common::Uuid> id, QPointF p) {
     if (hovered_ != id) {
         if (hovered_)
-            if (ClipBar* old = barFor(*hovered_)) old->leave();
+            if (ClipBar* old = barFor(*hovered_)) {
+                old->leave();
+                updateBar(old);
+            }
         hovered_ = id;
         animate();
     }
-    if (ClipBar* bar = hovered_ ? barFor(*hovered_) : nullptr)
+    if (ClipBar* bar = hovered_ ? barFor(*hovered_) : nullptr) {
         setCursor(bar->hover(p));
-    else
+        updateBar(bar);
+    } else {
         setCursor(Qt::ArrowCursor);
-    update();
+    }
 }
 
 void TrackRow::mouseReleaseEvent(QMouseEvent* event) {
@@ -203,11 +249,13 @@ void TrackRow::mouseReleaseEvent(QMouseEvent* event) {
 void TrackRow::leaveEvent(QEvent*) {
     if (active_) return;
     if (hovered_)
-        if (ClipBar* bar = barFor(*hovered_)) bar->leave();
+        if (ClipBar* bar = barFor(*hovered_)) {
+            bar->leave();
+            updateBar(bar);
+        }
     hovered_.reset();
     setCursor(Qt::ArrowCursor);
     animate();
-    update();
 }
 
 void TrackRow::keyPressEvent(QKeyEvent* event) {
@@ -221,11 +269,27 @@ void TrackRow::keyPressEvent(QKeyEvent* event) {
     QWidget::keyPressEvent(event);
 }
 
+bool TrackRow::event(QEvent* event) {
+    if (event->type() != QEvent::ToolTip) return QWidget::event(event);
+    auto* help = static_cast<QHelpEvent*>(event);
+    hooks_.ensureSynced();
+    QString text;
+    if (auto id = barAt(help->pos())) text = barFor(*id)->toolTipAt(help->pos());
+    if (text.isEmpty())
+        QToolTip::hideText();
+    else
+        QToolTip::showText(help->globalPos(), text, this);
+    return true;
+}
+
 void TrackRow::redragAt(QPoint globalPos) {
     hooks_.ensureSynced();
     if (!active_) return;
-    if (ClipBar* bar = barFor(*active_)) bar->dragTo(mapFromGlobal(QPointF(globalPos)));
-    update();
+    if (ClipBar* bar = barFor(*active_)) {
+        updateBar(bar);
+        bar->dragTo(mapFromGlobal(QPointF(globalPos)));
+        updateBar(bar);
+    }
 }
 
 bool TrackRow::isDragging() const {
@@ -238,26 +302,27 @@ bool TrackRow::cancelDrag() {
     hooks_.ensureSynced();
     if (!active_) return false;
     ClipBar* bar = barFor(*active_);
+    updateBar(bar);
     if (!bar || !bar->cancel()) return false;
     hooks_.onDragEnd();
-    update();
+    updateBar(bar);
     return true;
 }
 
 void TrackRow::animate() {
     const bool reduced = reduceMotion();
-    bool moving = false;
-    bool spinning = false;
+    bool running = false;
     for (const Entry* e : order_) {
-        if (e->bar->stepScale(reduced)) moving = true;
-        if (e->bar->values().isReversing && !reduced) spinning = true;
+        double scale = e->bar->scale();
+        bool moving = e->bar->stepScale(reduced);
+        bool spinning = e->bar->values().isReversing && !reduced;
+        if (moving || spinning || scale != e->bar->scale()) updateBar(e->bar.get());
+        running = running || moving || spinning;
     }
-    if (moving || spinning) {
-        if (!animation_.isActive()) animation_.start();
-        update();
-    } else {
+    if (running && !animation_.isActive())
+        animation_.start();
+    else if (!running)
         animation_.stop();
-    }
 }
 
 }  // namespace timeline

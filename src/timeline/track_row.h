@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -7,6 +8,7 @@
 #include <vector>
 
 #include <QElapsedTimer>
+#include <QRegion>
 #include <QTimer>
 #include <QWidget>
 
@@ -43,9 +45,11 @@ class TrackRow : public QWidget {
 
     bool isAudioRow() const { return isAudioRow_; }
 
+    // Between these, setBar is called for each clip of the row in stacking order.
     void beginSync();
-    // The bar for `clip`, made on first use; `clip` must stay valid until the next sync.
-    ClipBar& bar(const model::Clip& clip, int z);
+    // Shows `clip` with `values`, making its bar on first use; `clip` must stay valid until
+    // the next sync. Only what changed is painted again.
+    void setBar(const model::Clip& clip, int z, const ClipBarValues& values);
     void setGaps(std::vector<model::GapSelection> gaps,
                  const std::optional<model::GapSelection>& selected, double pxPerSec);
     void endSync();
@@ -72,16 +76,23 @@ class TrackRow : public QWidget {
     void mouseReleaseEvent(QMouseEvent* event) override;
     void leaveEvent(QEvent* event) override;
     void keyPressEvent(QKeyEvent* event) override;
+    bool event(QEvent* event) override;
 
   private:
     struct Entry {
         std::unique_ptr<ClipBar> bar;
         const model::Clip* clip = nullptr;
         int z = 0;
-        bool alive = false;
+        std::uint64_t generation = 0;  // the last sync that named this bar
+        // What the bar's pictures were painted from, to notice enrichment landing.
+        std::size_t filmstrip = 0;
+        const void* pictures = nullptr;
+        const void* thumbnail = nullptr;
     };
     std::optional<common::Uuid> barAt(QPointF p) const;
     void setHovered(std::optional<common::Uuid> id, QPointF p);
+    void updateBar(const ClipBar* bar);
+    void markDirty(const QRect& r);
     void animate();
 
     bool isAudioRow_;
@@ -89,6 +100,9 @@ class TrackRow : public QWidget {
     Hooks hooks_;
     std::unordered_map<common::Uuid, Entry> entries_;
     std::vector<Entry*> order_;  // paint order, bottom first
+    std::uint64_t generation_ = 0;
+    QRegion dirty_;  // what this sync changed
+    int dirtyCount_ = 0;
     std::vector<model::GapSelection> gaps_;
     std::vector<QRectF> gapRects_;
     std::optional<std::size_t> selectedGap_;

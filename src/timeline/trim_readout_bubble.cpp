@@ -79,15 +79,23 @@ void TrimReadoutBubble::setInfo(const model::TrimReadoutInfo& info,
     update();
 }
 
+void TrimReadoutBubble::hideEvent(QHideEvent*) {
+    // A new trim starts with the spinner, not with the last trim's frame.
+    spinner_.stop();
+    info_.reset();
+    frame_.reset();
+}
+
 void TrimReadoutBubble::paintEvent(QPaintEvent*) {
     if (!info_) return;
     if (frame_) spinner_.stop();
     QPainter p(this);
     p.setRenderHint(QPainter::Antialiasing);
-    QRectF box = QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5);
-    p.setPen(QPen(primaryColor(0.15), 0.5));
-    p.setBrush(withOpacity(palette().color(QPalette::Window), 0.94));
-    p.drawRoundedRect(box, 6, 6);
+    paintInBands(p, rect(), [&] {
+        p.setPen(QPen(primaryColor(0.15), 0.5));
+        p.setBrush(withOpacity(palette().color(QPalette::Window), 0.94));
+        p.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), 6, 6);
+    });
 
     double y = kPadding;
     if (info_->hasVideo) {

@@ -34,6 +34,7 @@ class TrimReadoutBubble : public QWidget {
 
   protected:
     void paintEvent(QPaintEvent* event) override;
+    void hideEvent(QHideEvent* event) override;
 
   private:
     std::optional<model::TrimReadoutInfo> info_;

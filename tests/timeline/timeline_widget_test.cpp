@@ -8,6 +8,8 @@
 #include <QAccessible>
 #include <QApplication>
 #include <QMenu>
+#include <QNativeGestureEvent>
+#include <QPointingDevice>
 #include <QScrollArea>
 #include <QScrollBar>
 #include <QTest>
@@ -69,6 +71,11 @@ class TimelineTest : public ::testing::Test {
 };
 
 TEST_F(TimelineTest, ATrimDragOnTheOutEdgeWritesTheOutPointLiveAndMakesOneStep) {
+    QTest::mouseMove(videoRow(), at(833));
+    EXPECT_EQ(videoRow()->cursor().shape(), Qt::OpenHandCursor);
+    QTest::mouseMove(videoRow(), at(997));
+    EXPECT_EQ(videoRow()->cursor().shape(), Qt::SizeHorCursor);
+
     auto steps = project_.undoCount();
     drag(videoRow(), at(997), at(947));
 
@@ -149,6 +156,36 @@ TEST_F(TimelineTest, CtrlWheelZoomsByItsFactorAndLeavesTheScrollAlone) {
     QApplication::processEvents();
     EXPECT_GT(scroll->value(), 300);
     EXPECT_DOUBLE_EQ(project_.zoomFactor(), 2 * 1.1);
+}
+
+TEST_F(TimelineTest, APinchZoomsByTheGesturesScaleAndLeavesTheScrollAlone) {
+    auto pinch = [&](Qt::NativeGestureType type, double value) {
+        QNativeGestureEvent e(type, QPointingDevice::primaryPointingDevice(), 2, QPointF(50, 29),
+                              QPointF(50, 29), videoRow()->mapToGlobal(QPointF(50, 29)), value,
+                              QPointF());
+        QApplication::sendEvent(videoRow(), &e);
+    };
+    pinch(Qt::BeginNativeGesture, 0);
+    pinch(Qt::ZoomNativeGesture, 0.5);
+    EXPECT_DOUBLE_EQ(project_.zoomFactor(), 1.5);
+    pinch(Qt::ZoomNativeGesture, 0.2);
+    EXPECT_DOUBLE_EQ(project_.zoomFactor(), 1.5 * 1.2);
+    pinch(Qt::EndNativeGesture, 0);
+    EXPECT_EQ(timeline_->strip()->horizontalScrollBar()->value(), 0);
+}
+
+TEST_F(TimelineTest, ADragPastTheStripsEdgeScrollsItAndCarriesTheClipAlong) {
+    project_.setZoom(4);
+    timeline_->ensureSynced();
+    QScrollBar* scroll = timeline_->strip()->horizontalScrollBar();
+    const double pps = timeline_->stripLayout().pxPerSec;
+    // Grab A in its middle and hold the pointer past the right end of the visible strip.
+    drag(videoRow(), at(5 * pps), at(1010));
+    ASSERT_TRUE(QTest::qWaitFor([&] { return scroll->value() > 100; }, 5000));
+    QPoint pointer =
+        videoRow()->mapFromGlobal(timeline_->strip()->viewport()->mapToGlobal(QPoint(1010, 0)));
+    QTest::mouseRelease(videoRow(), Qt::LeftButton, {}, QPoint(pointer.x(), 29));
+    EXPECT_GT(project_.clip(a_.id)->startOnTimeline, (1010 - 5 * pps) / pps);
 }
 
 TEST_F(TimelineTest, TheRulerAndTheSliderPutThePlayheadWhereThePointerIsAndPause) {
