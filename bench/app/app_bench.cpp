@@ -8,8 +8,8 @@
 #include <QTimer>
 #include <algorithm>
 #include <chrono>
-#include <ctime>
 #include <cstdio>
+#include <ctime>
 #include <fstream>
 #include <string>
 #include <vector>
@@ -17,9 +17,9 @@
 #include "app/application.h"
 #include "app/content_view.h"
 #include "app/document_window.h"
-#include "support/bench_support.h"
 #include "media/project_document.h"
 #include "model/snapshot.h"
+#include "support/bench_support.h"
 
 namespace {
 
@@ -106,9 +106,8 @@ int main(int argc, char** argv) {
     // waveform have arrived.
     {
         auto* window = application.openProject(hundred);
-        double enrichStall = longestStallMs([&] {
-            return settled(*window) && application.executor().isIdle();
-        });
+        double enrichStall =
+            longestStallMs([&] { return settled(*window) && application.executor().isIdle(); });
         QApplication::processEvents();
         double idle = residentMegabytes();
         std::printf("Window_IdleMemory_HundredClips: %.0f MB (target 250 MB, ratio %.2f)\n", idle,
@@ -130,8 +129,9 @@ int main(int argc, char** argv) {
     }
     // On a shared machine the wall time waits for other processes; the CPU time, of all
     // threads, is what the work itself costs.
-    std::printf("Window_Settle_HundredClips: %.0f ms, %.0f ms of CPU (target 1000 ms, ratio %.2f)\n",
-                bench::median(settle), bench::median(settleCpu), bench::median(settle) / 1000);
+    std::printf(
+        "Window_Settle_HundredClips: %.0f ms, %.0f ms of CPU (target 1000 ms, ratio %.2f)\n",
+        bench::median(settle), bench::median(settleCpu), bench::median(settle) / 1000);
     std::printf("Window_LongestStall_HundredClips: %.0f ms (target 50 ms, ratio %.2f)\n",
                 bench::median(stall), bench::median(stall) / 50);
 
@@ -159,9 +159,10 @@ int main(int argc, char** argv) {
     }
     std::printf("Project_Save_ThousandClips: %.1f ms (target 50 ms, ratio %.2f)\n",
                 bench::median(save), bench::median(save) / 50);
-    std::printf("Project_Undo_ThousandClips: %.1f ms with the window redrawn, %.2f ms in the "
-                "project (target 16 ms, ratio %.2f)\n",
-                bench::median(undo), bench::median(modelUndo), bench::median(undo) / 16);
+    std::printf(
+        "Project_Undo_ThousandClips: %.1f ms with the window redrawn, %.2f ms in the "
+        "project (target 16 ms, ratio %.2f)\n",
+        bench::median(undo), bench::median(modelUndo), bench::median(undo) / 16);
     delete window;
     return 0;
 }

@@ -2,6 +2,7 @@
 
 #include <QAction>
 #include <QCloseEvent>
+#include <QDialog>
 #include <QDir>
 #include <QMessageBox>
 #include <QScreen>
@@ -47,10 +48,9 @@ DocumentWindow::DocumentWindow(Application& app, std::unique_ptr<media::ProjectD
 }
 
 DocumentWindow::~DocumentWindow() {
-    // The views observe the project, so they go before the document that owns it.
-    delete retime_;
-    delete crop_;
-    delete export_;
+    // The views and sheets observe the project, so they go before the document that owns
+    // it; that includes a closed sheet whose deferred deletion has not run yet.
+    for (QDialog* sheet : findChildren<QDialog*>(Qt::FindDirectChildrenOnly)) delete sheet;
     delete takeCentralWidget();
     delete signals_;
     exportStop_.request_stop();

@@ -124,7 +124,7 @@ TEST_F(DocumentTest, SaveAsThenOpenFindsTheSameWindowAndTheRecentFile) {
     EXPECT_FALSE(window->isWindowModified());
     EXPECT_EQ(window->displayName(), QStringLiteral("cut"));
     EXPECT_TRUE(window->windowTitle().startsWith(QStringLiteral("cut")));
-    EXPECT_EQ(application.recentFiles().value(0), QString::fromStdString(saved.string()));
+    EXPECT_TRUE(application.recentFiles().contains(QString::fromStdString(saved.string())));
     EXPECT_EQ(application.openProject(saved), window);
     delete window;
 
