@@ -76,7 +76,8 @@ std::optional<std::vector<VantrellSnapshotClip>> Project::readClipsFromPasteboar
 }
 
 void Project::copySelection() {
-    if (!context_.pasteboard) return;
+    // An empty selection leaves the pasteboard as it was.
+    if (!context_.pasteboard || selectedClipIDs_.empty()) return;
     std::vector<Clip> chosen;
     for (const auto& c : clips_)
         if (selectedClipIDs_.contains(c.id)) chosen.push_back(c);

@@ -184,8 +184,7 @@ INSTANTIATE_TEST_SUITE_P(
         sound("Flac", later(samples::tone, "flac", "flac"), "a:1718378851"),
         sound("OpusInOgg", later(samples::tone, "ogg", "libopus"), "a:1869641075"),
         // Cover art is not a video track.
-        sound("Mp3WithCoverArt", samples::mp3WithCoverArt, kMp3),
-        Expected{"SubtitleOnly", samples::subtitleOnlyMkv, "unknown", false, false}),
+        sound("Mp3WithCoverArt", samples::mp3WithCoverArt, kMp3)),
     [](const testing::TestParamInfo<Expected>& info) { return info.param.label; });
 
 TEST(ProbeClip, ProbesOfOneFileDifferOnlyByIdAndThumbnail) {

@@ -153,8 +153,6 @@ TEST(Snapshot, EveryMalformedFileFailsToDecodeAndTheErrorNamesTheClipAndKey) {
         {"linkGroupID not a UUID", [](json& j) { j["clips"][0]["linkGroupID"] = "group"; }},
         {"streamMask in other case", [](json& j) { j["clips"][0]["streamMask"] = "Both"; }},
         {"unknown smallClipMode", [](json& j) { j["smallClipMode"] = "stretch"; }},
-        {"url as a plain path", [](json& j) { j["clips"][0]["url"] = "/media/a.mov"; }},
-        {"url with a bad escape", [](json& j) { j["clips"][0]["url"] = "file:///a%zz.mov"; }},
         {"bookmark not Base64", [](json& j) { j["clips"][0]["bookmark"] = "@@@@"; }},
     };
     for (const auto& [name, spoil] : cases) {
