@@ -258,11 +258,11 @@ TEST_F(CommandTest, ExportWritesTheFormatOfTheExtensionAndOnFailureLeavesTheTarg
             file, "-select_streams v:0 -show_entries stream=color_space -of csv=p=0");
     };
     auto reencoded = dir / "reencoded.mp4";
-    ASSERT_EQ(cli("export " + quote(project.string()) + " --reencode -o " +
-                      quote(reencoded.string()),
-                  dir)
-                  .status,
-              0);
+    ASSERT_EQ(
+        cli("export " + quote(project.string()) + " --reencode -o " + quote(reencoded.string()),
+            dir)
+            .status,
+        0);
     EXPECT_EQ(colourSpace(mp4), "unknown\n");
     EXPECT_EQ(colourSpace(reencoded), "smpte170m\n");
 
