@@ -161,6 +161,9 @@ INSTANTIATE_TEST_SUITE_P(
         LaneCase{"ClipsThatOnlyTouchShareALane",
                  {clip("a.mov", 0, 0, 5), clip("b.mov", 5, 0, 5)},
                  {{{"a.mov", 0, 0, 5}, {"b.mov", 5, 0, 5}}}},
+        LaneCase{"ClipsThatOnlyTouchShareALaneInCreationOrder",
+                 {clip("b.mov", 5, 0, 5), clip("a.mov", 0, 0, 5)},
+                 {{{"b.mov", 5, 0, 5}, {"a.mov", 0, 0, 5}}}},
         LaneCase{
             "LaterClipFillsAHoleInAnEarlyLaneAndStandsInPlacingOrder",
             {clip("a.mov", 0, 0, 4), clip("b.mov", 2, 0, 8), clip("d.mov", 12, 0, 2),
