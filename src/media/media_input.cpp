@@ -175,7 +175,12 @@ double fileDurationSeconds(const AVFormatContext& input) {
 
 double measuredDurationSeconds(AVFormatContext& input) {
     const double stated = fileDurationSeconds(input);
-    if (stated > 0 && input.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE)
+    // A fragmented movie may give its tracks a length of all ones: unknown.
+    bool unknownTrackLength = false;
+    for (unsigned i = 0; i < input.nb_streams; ++i)
+        unknownTrackLength = unknownTrackLength || input.streams[i]->duration == 0xFFFFFFFF;
+    if (stated > 0 && !unknownTrackLength &&
+        input.duration_estimation_method != AVFMT_DURATION_FROM_BITRATE)
         return stated;
     PacketPtr packet{av_packet_alloc()};
     if (!packet) return stated;

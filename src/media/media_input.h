@@ -42,7 +42,8 @@ int displayRotationDegrees(const AVStream& stream);
 double fileDurationSeconds(const AVFormatContext& input);
 
 // fileDurationSeconds, except where the container gives no length (Matroska written to a
-// pipe) or only a guess from its bit rate (raw ADTS or MP3 without a header): then every
+// pipe, a fragmented movie whose track lengths are all ones) or only a guess from its bit
+// rate (raw ADTS or MP3 without a header): then every
 // packet is read to find where the last one ends, from the movie's origin, and reading goes
 // back to the start.
 double measuredDurationSeconds(AVFormatContext& input);

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <string>
 #include <utility>
@@ -244,7 +245,17 @@ TEST(ProbeClip, LengthComesFromThePacketsWhereTheContainerHasNoneOrOnlyAGuess) {
         "silence_then_noise.aac",
         "-f lavfi -i \"aevalsrc=if(lt(t\\,1)\\,0\\,random(0)-0.5):s=48000:d=4\" -c:a aac "
         "-q:a 2 -f adts");
-    for (const auto& [file, seconds] : {std::pair{piped, 2.0}, std::pair{adts, 4.0}}) {
+    // A fragmented movie whose track headers say "unknown" (all ones) for their lengths.
+    const auto fragmented = testing_support::makeMedia(
+        "fragmented.mp4", samples::picture(320, 240) + "-t 2 " + samples::kH264 +
+                              "-movflags frag_keyframe+empty_moov -g 15");
+    std::string bytes = testing_support::contentsOf(fragmented);
+    for (auto at = bytes.find("mdhd"); at != std::string::npos; at = bytes.find("mdhd", at + 4))
+        bytes.replace(at + 20, 4, "\xff\xff\xff\xff");
+    const auto unknown = dir / "unknown_lengths.mp4";
+    std::ofstream(unknown, std::ios::binary) << bytes;
+    for (const auto& [file, seconds] :
+         {std::pair{piped, 2.0}, std::pair{adts, 4.0}, std::pair{unknown, 2.0}}) {
         auto probed = probeClip(file, std::nullopt, someId());
         ASSERT_TRUE(probed) << probed.error().message;
         EXPECT_NEAR(probed->fullDurationSeconds, seconds, 1.0 / 30) << file;
