@@ -8,7 +8,7 @@
 #include <QPainter>
 
 #include "composition/stream_lookup.h"
-#include "preview/aspect_fit.h"
+#include "preview/fit_rect.h"
 #include "preview/source_player.h"
 
 namespace preview {

@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "preview/aspect_fit.h"
+#include "preview/fit_rect.h"
 #include "preview/waveform_window.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "preview/aspect_fit.h"
+#include "preview/fit_rect.h"
 
 namespace preview {
 
