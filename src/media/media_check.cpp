@@ -32,6 +32,12 @@ bool receivedMedia(AVCodecContext& decoder, AVFrame& frame) {
 
 }  // namespace
 
+common::Status checkFormatRecognised(const AVFormatContext& input) {
+    if (input.probe_score >= kLeastFormatScore) return common::success();
+    return common::Error{sourceName(input) +
+                         " is not media: its contents match no format, only its name does."};
+}
+
 common::Status checkMediaClaims(const model::Clip& clip) {
     const std::string name = clip.url.string();
     if (!(clip.fullDurationSeconds > 0))

@@ -19,6 +19,15 @@ inline constexpr double kLongestMediaSeconds = 24 * 60 * 60;
 // real files deliver their first picture or samples within a few dozen.
 inline constexpr int kMostPacketsBeforeMedia = 4096;
 
+// FFmpeg's own probe score for a file whose name fits its format and whose contents open
+// with a tag. Random bytes score 1 from their name alone, or a few points more where a
+// chance byte pattern looks like an MP3 or ADTS frame; every real file scores far higher.
+inline constexpr int kLeastFormatScore = AVPROBE_SCORE_EXTENSION / 2 - 1;
+
+// Fails, naming the file, when `input`'s format was chosen on its name or a chance pattern
+// rather than on its contents (a probe score under kLeastFormatScore).
+common::Status checkFormatRecognised(const AVFormatContext& input);
+
 // Fails, naming the file and the claim, unless the probed `clip` lasts more than 0 and at
 // most kLongestMediaSeconds, and its pictures are at most kLargestPictureSide a side.
 common::Status checkMediaClaims(const model::Clip& clip);

@@ -16,6 +16,7 @@ common::Result<model::Clip> probeClip(const std::filesystem::path& url,
     auto opened = openInput(url);
     if (!opened) return opened.error();
     AVFormatContext& input = *opened.value();
+    if (auto recognised = checkFormatRecognised(input); !recognised) return recognised.error();
 
     model::Clip clip;
     clip.id = id;

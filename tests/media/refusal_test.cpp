@@ -87,6 +87,15 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"Device", [] { return fs::path("/dev/zero"); }, "a character device"}),
     [](const testing::TestParamInfo<Refused>& info) { return info.param.label; });
 
+// Enough noise holds MP3 frame headers that really decode; only the file's name calls it MP3.
+TEST(Refusal, NoiseNamedMp3IsRefusedWhateverItHolds) {
+    for (unsigned seed = 1; seed <= 24; ++seed) {
+        const fs::path file =
+            makeFile("noise" + std::to_string(seed) + ".mp3", randomBytes(200000, seed));
+        EXPECT_FALSE(media::probeClip(file, std::nullopt, common::Uuid::random()).ok()) << file;
+    }
+}
+
 TEST(Refusal, AFifoIsRefusedAtOnce) {
     const fs::path fifo = testing_support::freshDir("fifo") / "x.mp4";
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);

@@ -6,9 +6,10 @@
 
 namespace testing_support {
 
-// `count` bytes of noise, the same for every run: a file that is nothing but its name.
-inline std::string randomBytes(std::size_t count) {
-    std::mt19937 noise(12);
+// `count` bytes of noise, the same for every run and `seed`: a file that is nothing but its
+// name.
+inline std::string randomBytes(std::size_t count, unsigned seed = 12) {
+    std::mt19937 noise(seed);
     std::string bytes(count, '\0');
     for (char& c : bytes) c = static_cast<char>(noise() & 0xff);
     return bytes;
