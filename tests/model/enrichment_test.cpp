@@ -4,22 +4,21 @@
 
 #include <gtest/gtest.h>
 
-#include "fake_media_services.h"
 #include "model/project.h"
-#include "model_test_support.h"
+#include "support/fake_media_services.h"
+#include "support/model_test_support.h"
 
 // Filmstrips and waveforms are caches: written into the clip in place, without history,
 // token or didChange, and only while the clip still shows the file they were made from.
 
 namespace {
 
+using namespace model_test;
 using common::Uuid;
 using model::Clip;
 using model::ProjectField;
-using model_test::FakeMediaServices;
-using model_test::Recorder;
 
-class EnrichmentTest : public model_test::MediaProjectTest {
+class EnrichmentTest : public MediaProjectTest {
   protected:
     // A clip of `seconds` on the timeline, not yet enriched.
     Clip placed(const std::filesystem::path& path, double seconds, bool video = true,

@@ -4,23 +4,19 @@
 
 #include <gtest/gtest.h>
 
-#include "fake_media_services.h"
 #include "model/project.h"
-#include "model_test_support.h"
+#include "support/fake_media_services.h"
+#include "support/model_test_support.h"
 
 namespace {
 
+using namespace model_test;
 using common::Uuid;
 using model::Clip;
 using model::StreamMask;
 using model::VantrellSnapshotClip;
-using model_test::FakeMediaServices;
-using model_test::lastStep;
-using model_test::Placement;
-using model_test::placement;
-using model_test::Step;
 
-class RelinkTest : public model_test::MediaProjectTest {
+class RelinkTest : public MediaProjectTest {
   protected:
     RelinkTest() { media->add("/m/found.mov", 12); }
 };
@@ -96,8 +92,8 @@ TEST_F(RelinkTest, AReversedPlaceholderKeepsItsStretchAndRendersAnew) {
 
 TEST_F(RelinkTest, AFileThatCannotBeProbedChangesNothingButAClipGoneMeanwhileStillRecords) {
     Clip a = Clip::missingPlaceholder({Uuid::random(), "/gone/a.mov", {}, 0, 4, 1});
-    model_test::place(project, {a}, a.id);
-    model_test::Recorder r(project);
+    place(project, {a}, a.id);
+    Recorder r(project);
     project.relinkClip(Uuid::random(), "/m/found.mov");
     project.relinkClip(a.id, "/m/broken.mov");
     EXPECT_EQ(drainCapturingLog(), "Vantrell: relink failed for broken.mov\n");

@@ -4,17 +4,16 @@
 #include <gtest/gtest.h>
 
 #include "model/project.h"
-#include "model_test_support.h"
+#include "support/model_test_support.h"
 
 namespace {
 
+using namespace model_test;
 using common::Uuid;
 using model::Clip;
 using model::GapSelection;
 using model::Project;
 using model::StreamMask;
-using model_test::clipAt;
-using model_test::Recorder;
 
 TEST(Selection, AToggledIDJoinsAndStandsForTheSelectionUntilToggledOut) {
     Project p;

@@ -4,17 +4,17 @@
 #include <gtest/gtest.h>
 
 #include "model/project.h"
-#include "model_test_support.h"
+#include "support/model_test_support.h"
 
 namespace {
 
+using namespace model_test;
 using common::Uuid;
 using model::Clip;
 using model::GapSelection;
 using model::Project;
 using model::Size;
 using model::StreamMask;
-using model_test::clipAt;
 
 Clip sized(Clip c, double width, double height) {
     c.naturalSize = {width, height};
