@@ -113,7 +113,9 @@ TEST_F(CommandTest, EditChecksEveryOperationFirstThenAppliesThemInOrderPrintingE
     EXPECT_EQ(edit(project, "--dry-run 'playhead 1' split").status, 0);
     for (auto [ops, message] : {std::pair{"split frobnicate", "unknown operation 'frobnicate'"},
                                 {"'playhead soon'", "'soon'"},
-                                {"'playhead 1' split 'select 7'", "there is no clip 7"}}) {
+                                {"'playhead 1 2'", "should read 'playhead SECONDS'"},
+                                {"'select-gap video -1'", "'-1' is not a valid N"},
+                                {"'playhead 1' split 'select 3'", "there is no clip 3"}}) {
         auto r = edit(project, ops);
         EXPECT_EQ(r.status, 1) << ops;
         EXPECT_TRUE(has(r.err, message)) << r.err;
