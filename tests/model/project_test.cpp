@@ -99,7 +99,7 @@ TEST(Project, UndoAndRedoSwapClipsAndEntriesRaiseTheTokenAndClampThePlayheadBack
     EXPECT_EQ(p.playheadGlobal(), 0);
 }
 
-TEST(Project, ADragIsOneStepAndCommitRaisesTheTokenThenClampsThenClearsTheTrimState) {
+TEST(Project, ADragIsOneStepCommitRaisesTheTokenThenClampsThenClearsTrimStateACancelLeavesNone) {
     Project p;
     Clip a = clipAt(0, 10);
     p.setClips({a});
@@ -123,23 +123,19 @@ TEST(Project, ADragIsOneStepAndCommitRaisesTheTokenThenClampsThenClearsTheTrimSt
                          ProjectField::trimPreview}));
     EXPECT_EQ(playheadSeenByDidChange, 8);
     EXPECT_EQ(lastStep(p), (Step{"Trim Out", 1}));
-    p.undo();
-    EXPECT_EQ(p.clips()[0].outSeconds, 10) << "the whole drag is one step";
-}
 
-TEST(Project, ACancelledDragPutsTheClipsBackAndLeavesNoStep) {
-    Project p;
-    Clip a = clipAt(0, 10);
-    edit(p, "Import", {a});
-    p.recordSnapshot("Trim Out");
-    p.setOut(a.id, 4);
+    const auto committed = p.clips();
+    p.recordSnapshot("Trim In");
+    p.setIn(a.id, 2);
     p.setTrimReadout(
-        model::TrimReadoutInfo{a.id, model::TrimReadoutInfo::Edge::out, 4, 4, 120, true});
+        model::TrimReadoutInfo{a.id, model::TrimReadoutInfo::Edge::in, 2, 2, 60, true});
     p.setDragLandingX(30);
     p.cancelEdit();
-    EXPECT_EQ(p.clips(), std::vector<Clip>{a});
-    EXPECT_EQ(lastStep(p), (Step{"Import", 1})) << "no entry and no token";
+    EXPECT_EQ(p.clips(), committed) << "a cancelled drag puts the clips back";
+    EXPECT_EQ(lastStep(p), (Step{"Trim Out", 1})) << "and leaves no entry and no token";
     EXPECT_FALSE(p.canRedo() || p.trimReadout() || p.dragLandingX());
+    p.undo();
+    EXPECT_EQ(p.clips()[0].outSeconds, 10) << "the whole drag is one step";
 }
 
 TEST(Project, AWriteTellsItsFieldOnlyWhenTheValueChangesAndMarksNothing) {

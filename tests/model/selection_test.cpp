@@ -35,11 +35,6 @@ TEST(Selection, AToggledIDJoinsAndStandsForTheSelectionUntilToggledOut) {
     EXPECT_EQ(p.selectionAnchor(), std::nullopt);
 }
 
-Clip masked(Clip c, StreamMask mask) {
-    c.streamMask = mask;
-    return c;
-}
-
 // Clicks through stacks, each case from no selection unless it names one: clips by index,
 // and each click as the clip hit, the row, and the clip then selected. The first click on a
 // stack takes its top whatever was hit; each next one goes down, wrapping.

@@ -27,11 +27,6 @@ Clip rated(Clip c, double frameRate, double rateMultiplier = 1) {
     return c;
 }
 
-Clip masked(Clip c, StreamMask mask) {
-    c.streamMask = mask;
-    return c;
-}
-
 TEST(TimelineQueries, AnEmptyProjectHasNothingButTheDefaults) {
     Project p;
     p.setPlayheadGlobal(3);
