@@ -197,6 +197,7 @@ TEST(FileURL, AwkwardPathsSurviveARoundTripAndOnlyAbsoluteFileURLsRead) {
     EXPECT_EQ(model::fileURLString("/Movies/My Clip #1 100%.mov"),
               "file:///Movies/My%20Clip%20%231%20100%25.mov");
     EXPECT_EQ(model::fileURLString("/a/\xC3\xA9t\xC3\xA9?.mov"), "file:///a/%C3%A9t%C3%A9%3F.mov");
+    EXPECT_EQ(model::fileURLString(std::string("/m/a\0b.mov", 10)), "file:///m/a%00b.mov");
     for (const char* path : {"/with space/and  two.mov", "/100%/50%25.mov", "/q?/a?b=c#.mov",
                              "/odd;chars,+&=@$'()!~*/x.mov", "/tab\tand\nnewline.mov"})
         EXPECT_EQ(model::pathFromFileURL(model::fileURLString(path)), std::filesystem::path(path));
