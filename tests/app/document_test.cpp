@@ -18,8 +18,8 @@
 #include "app/export_sheet.h"
 #include "app/retime_sheet.h"
 #include "media/project_document.h"
-#include "model/model_test_support.h"
 #include "support/media_fixtures.h"
+#include "support/model_test_support.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 
 #include "app/menu_bar.h"
 #include "app/menu_commands.h"
-#include "model/model_test_support.h"
+#include "support/model_test_support.h"
 
 namespace {
 

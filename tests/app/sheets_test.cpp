@@ -10,7 +10,7 @@
 #include "app/export_sheet.h"
 #include "app/retime_sheet.h"
 #include "app/sheet_controls.h"
-#include "model/model_test_support.h"
+#include "support/model_test_support.h"
 
 namespace {
 

@@ -2,15 +2,8 @@
 
 namespace cli_testing {
 
-CliRun cli(const std::string& args, const fs::path& workDir) {
-    auto outFile = workDir / "stdout.txt";
-    auto errFile = workDir / "stderr.txt";
-    CliRun r;
-    r.status = testing_support::run(std::string(VANTRELL_CLI) + " " + args + " >" +
-                                    quote(outFile.string()) + " 2>" + quote(errFile.string()));
-    r.out = contentsOf(outFile);
-    r.err = contentsOf(errFile);
-    return r;
+bool has(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
 }
 
 std::vector<json> jsonLines(const std::string& text) {
@@ -27,12 +20,33 @@ std::string probeStreams(const fs::path& file) {
 }
 
 void CliTest::SetUp() {
-    dir = freshDir(::testing::UnitTest::GetInstance()->current_test_info()->name());
+    dir =
+        testing_support::freshDir(::testing::UnitTest::GetInstance()->current_test_info()->name());
     movie = makeMedia("cli-movie.mp4",
                       "-f lavfi -i testsrc2=size=320x240:rate=25 -f lavfi -i "
                       "sine=frequency=440:sample_rate=48000 -t 2 -c:v libx264 -pix_fmt "
                       "yuv420p -c:a aac -shortest");
     tone = makeMedia("cli-tone.wav", "-f lavfi -i sine=frequency=440:sample_rate=48000 -t 1");
+}
+
+CliRun CliTest::cli(const std::string& args, const std::string& prefix) {
+    const auto out = dir / "stdout.txt";
+    const auto err = dir / "stderr.txt";
+    CliRun r;
+    r.status = testing_support::run("(" + prefix + " " + std::string(VANTRELL_CLI) + " " + args +
+                                    ") >" + quoted(out) + " 2>" + quoted(err));
+    r.out = contentsOf(out);
+    r.err = contentsOf(err);
+    return r;
+}
+
+fs::path CliTest::newProject(const std::string& name, const std::vector<fs::path>& files) {
+    auto project = dir / name;
+    std::string args = "new " + quoted(project);
+    for (const auto& f : files) args += " " + quoted(f);
+    auto r = cli(args);
+    EXPECT_EQ(r.status, 0) << r.err;
+    return project;
 }
 
 fs::path CliTest::copyIn(const fs::path& source, const std::string& name) {
@@ -42,7 +56,7 @@ fs::path CliTest::copyIn(const fs::path& source, const std::string& name) {
 }
 
 json CliTest::info(const fs::path& project) {
-    auto r = cli("info --json " + quote(project.string()), dir);
+    auto r = cli("info --json " + quoted(project));
     EXPECT_EQ(r.status, 0) << r.err;
     return json::parse(r.out);
 }

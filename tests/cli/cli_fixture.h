@@ -15,9 +15,7 @@ namespace cli_testing {
 
 using nlohmann::json;
 using testing_support::contentsOf;
-using testing_support::freshDir;
 using testing_support::makeMedia;
-using testing_support::quote;
 namespace fs = std::filesystem;
 
 struct CliRun {
@@ -26,8 +24,12 @@ struct CliRun {
     std::string err;
 };
 
-// Runs the built vantrell-cli with `args` (already shell-quoted where needed).
-CliRun cli(const std::string& args, const fs::path& workDir);
+// A path as one shell word.
+inline std::string quoted(const fs::path& path) {
+    return testing_support::quote(path.string());
+}
+
+bool has(const std::string& text, const std::string& part);
 
 std::vector<json> jsonLines(const std::string& text);
 
@@ -39,6 +41,12 @@ std::string probeStreams(const fs::path& file);
 class CliTest : public ::testing::Test {
   protected:
     void SetUp() override;
+
+    // Runs the built vantrell-cli with `args` (already shell-quoted where needed) in the test's
+    // folder, after the shell words `prefix` ("timeout 60", a ulimit, ...) that set up how it runs.
+    CliRun cli(const std::string& args, const std::string& prefix = "");
+    // A new project of `files`, which must succeed.
+    fs::path newProject(const std::string& name, const std::vector<fs::path>& files);
     fs::path copyIn(const fs::path& source, const std::string& name);
     json info(const fs::path& project);
 

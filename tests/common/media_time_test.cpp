@@ -10,15 +10,10 @@ using common::MediaTime;
 using common::MediaTimeRange;
 
 TEST(MediaTime, FromSecondsTakesTheNearestTickWithHalvesAwayFromZero) {
-    const std::pair<double, std::int64_t> cases[] = {{1, 600},
-                                                     {1.0 / 3, 200},
-                                                     {0.0008, 0},  // 0.48 ticks
-                                                     {0.0009, 1},
-                                                     {-0.0009, -1},
-                                                     {0.0625, 38},  // exactly 37.5 ticks
-                                                     {-0.0625, -38},
-                                                     {0.0075, 5},  // a decimal half tick
-                                                     {36000.0001, 21600000}};
+    // 0.0008 s is 0.48 ticks, 0.0625 s exactly 37.5 and 0.0075 s a decimal half tick.
+    const std::pair<double, std::int64_t> cases[] = {
+        {1, 600},     {1.0 / 3, 200}, {0.0008, 0}, {0.0009, 1},           {-0.0009, -1},
+        {0.0625, 38}, {-0.0625, -38}, {0.0075, 5}, {36000.0001, 21600000}};
     for (auto [seconds, ticks] : cases)
         EXPECT_EQ(MediaTime::fromSeconds(seconds).ticks, ticks) << seconds;
     for (std::int64_t ticks = -1000; ticks <= 100000; ticks += 7)

@@ -11,7 +11,7 @@
 
 #include <gtest/gtest.h>
 
-#include "model/fake_media_services.h"
+#include "support/fake_media_services.h"
 #include "support/media_fixtures.h"
 
 namespace {

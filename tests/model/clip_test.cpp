@@ -2,6 +2,7 @@
 
 #include <functional>
 #include <memory>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -14,78 +15,62 @@ namespace {
 using model::Clip;
 using model::StreamMask;
 
-model::Image makeImage() {
-    return std::make_shared<const model::ImageData>(model::ImageData{1, 1, {1, 2, 3, 4}});
-}
-
-model::Peaks makePeaks(std::vector<float> values) {
-    return std::make_shared<const std::vector<float>>(std::move(values));
-}
-
-TEST(Clip, TimelineLengthIsSourceLengthOverRateWithNoRateBelowNormalSpeedOrLengthBelowZero) {
-    struct Case {
-        double in, out, rate, start;
-        double timeline, end;
-    };
-    for (const Case& k : std::vector<Case>{
-             {2, 8, 2, 10, 3, 13}, {5, 3, 1, 4, 0, 4}, {0, 6, 0, 0, 6, 6}, {0, 6, -0.5, 1, 6, 7}}) {
+TEST(Clip, LengthPlaceRowsAndMediaFollowRateMaskAndRender) {
+    // in, out, rate, start -> timeline length, end: no rate below normal, no length below zero.
+    const double lengths[][6] = {
+        {2, 8, 2, 10, 3, 13}, {5, 3, 1, 4, 0, 4}, {0, 6, 0, 0, 6, 6}, {0, 6, -0.5, 1, 6, 7}};
+    for (const auto& k : lengths) {
         Clip c;
-        c.inSeconds = k.in;
-        c.outSeconds = k.out;
-        c.rateMultiplier = k.rate;
-        c.startOnTimeline = k.start;
-        EXPECT_DOUBLE_EQ(c.timelineLength(), k.timeline) << k.in << ".." << k.out << " x" << k.rate;
-        EXPECT_DOUBLE_EQ(c.timelineEnd(), k.end) << k.in << ".." << k.out << " x" << k.rate;
+        std::tie(c.inSeconds, c.outSeconds, c.rateMultiplier, c.startOnTimeline) =
+            std::tuple(k[0], k[1], k[2], k[3]);
+        EXPECT_DOUBLE_EQ(c.timelineLength(), k[4]) << k[0] << ".." << k[1] << " x" << k[2];
+        EXPECT_DOUBLE_EQ(c.timelineEnd(), k[5]) << k[0] << ".." << k[1] << " x" << k[2];
     }
-}
-
-TEST(Clip, RowsFollowStreamsAndMaskAndAReversedClipPlaysItsRenderOnceItHasOne) {
-    struct Case {
+    struct Rows {
         bool video, audio;
         StreamMask mask;
         bool onVideo, onAudio;
     };
-    for (const Case& k : std::vector<Case>{{true, true, StreamMask::videoOnly, true, false},
+    for (const Rows& k : std::vector<Rows>{{true, true, StreamMask::videoOnly, true, false},
                                            {true, true, StreamMask::audioOnly, false, true},
                                            {false, true, StreamMask::both, false, true},
                                            {false, true, StreamMask::videoOnly, false, false}}) {
         Clip c;
-        c.hasVideo = k.video;
-        c.hasAudio = k.audio;
-        c.streamMask = k.mask;
-        EXPECT_EQ(c.isOnVideoRow(), k.onVideo) << k.video << k.audio << toString(k.mask);
-        EXPECT_EQ(c.isOnAudioRow(), k.onAudio) << k.video << k.audio << toString(k.mask);
+        std::tie(c.hasVideo, c.hasAudio, c.streamMask) = std::tuple(k.video, k.audio, k.mask);
+        EXPECT_EQ(std::pair(c.isOnVideoRow(), c.isOnAudioRow()), std::pair(k.onVideo, k.onAudio))
+            << k.video << k.audio << toString(k.mask);
     }
     Clip c;
     c.url = "/m/a.mov";
     c.isReversed = true;
-    EXPECT_EQ(c.mediaURL(), "/m/a.mov");
+    EXPECT_EQ(c.mediaURL(), "/m/a.mov") << "reversed, but not rendered yet";
     c.reversedURL = "/tmp/r.mov";
     EXPECT_EQ(c.mediaURL(), "/tmp/r.mov");
 }
 
 TEST(Clip, EveryFieldTakesPartInEqualityAndHashButPeaksCompareByValue) {
+    auto image = [] {
+        return std::make_shared<const model::ImageData>(model::ImageData{1, 1, {1}});
+    };
+    auto peaks = [](std::vector<float> v) {
+        return std::make_shared<const std::vector<float>>(std::move(v));
+    };
     Clip base;
     base.id = common::Uuid::random();
-    base.url = "/media/a.mov";
     base.bookmark = model::Bytes{1, 2, 3};
     base.linkGroupID = common::Uuid::random();
-    base.reversedURL = "/tmp/vantrell-reversed-x.mov";
-    base.forwardInSeconds = 1;
-    base.filmstrip = {makeImage(), makeImage()};
-    base.waveformPeaks = makePeaks({0.1f, 0.5f, 0.9f});
+    base.filmstrip = {image(), image()};
+    base.waveformPeaks = peaks({0.1f, 0.5f, 0.9f});
     Clip same = base;
-    same.waveformPeaks = makePeaks({0.1f, 0.5f, 0.9f});
+    same.waveformPeaks = peaks({0.1f, 0.5f, 0.9f});
     EXPECT_EQ(base, same);
     EXPECT_EQ(std::hash<Clip>{}(base), std::hash<Clip>{}(same));
 
-    const std::vector<std::pair<const char*, std::function<void(Clip&)>>> changes = {
+    using Change = std::function<void(Clip&)>;
+    const std::vector<std::pair<const char*, Change>> changes = {
         {"id", [](Clip& c) { c.id = common::Uuid::random(); }},
         {"url", [](Clip& c) { c.url = "/media/b.mov"; }},
-        {"bookmark",
-         [](Clip& c) {
-             c.bookmark = model::Bytes{1, 2, 4};
-         }},
+        {"bookmark", [](Clip& c) { c.bookmark->back() = 4; }},
         {"displayName", [](Clip& c) { c.displayName = "b.mov"; }},
         {"hasVideo", [](Clip& c) { c.hasVideo = !c.hasVideo; }},
         {"hasAudio", [](Clip& c) { c.hasAudio = !c.hasAudio; }},
@@ -104,14 +89,14 @@ TEST(Clip, EveryFieldTakesPartInEqualityAndHashButPeaksCompareByValue) {
         {"isMissing", [](Clip& c) { c.isMissing = !c.isMissing; }},
         {"startOnTimeline", [](Clip& c) { c.startOnTimeline = 4; }},
         // Images compare by identity: a new image with the same pixels differs.
-        {"thumbnail", [](Clip& c) { c.thumbnail = makeImage(); }},
-        {"filmstrip frame", [](Clip& c) { c.filmstrip[1] = makeImage(); }},
-        {"waveform", [](Clip& c) { c.waveform = makeImage(); }},
+        {"thumbnail", [&](Clip& c) { c.thumbnail = image(); }},
+        {"filmstrip frame", [&](Clip& c) { c.filmstrip[1] = image(); }},
+        {"waveform", [&](Clip& c) { c.waveform = image(); }},
         {"waveformPeaks value",
-         [](Clip& c) {
-             c.waveformPeaks = makePeaks({0.1f, 0.5f, 0.8f});
+         [&](Clip& c) {
+             c.waveformPeaks = peaks({0.1f, 0.5f, 0.8f});
          }},
-        {"waveformPeaks empty", [](Clip& c) { c.waveformPeaks = makePeaks({}); }},
+        {"waveformPeaks empty", [&](Clip& c) { c.waveformPeaks = peaks({}); }},
         {"fingerprint", [](Clip& c) { c.fingerprint = "missing"; }},
         {"rotationDegrees", [](Clip& c) { c.rotationDegrees = 180; }},
     };
@@ -136,10 +121,8 @@ TEST(Clip, APlaceholderKeepsTheRecordsFileAndEditDecisionsWithFixedMediaValues) 
     EXPECT_EQ(model::snapshotRecord(c), r);
     EXPECT_EQ(c.displayName, "Lost Clip.mov");
     EXPECT_TRUE(c.isMissing && c.hasVideo && c.hasAudio);
-    EXPECT_EQ(c.fullDurationSeconds, 4.25);
-    EXPECT_EQ(c.frameRate, 30.0);
-    EXPECT_EQ(c.naturalSize, (model::Size{0, 0}));
-    EXPECT_EQ(c.fingerprint, "missing");
+    EXPECT_EQ(std::tuple(c.fullDurationSeconds, c.frameRate, c.naturalSize, c.fingerprint),
+              std::tuple(4.25, 30.0, model::Size{0, 0}, "missing"));
     r.outSeconds = 0.005;
     EXPECT_EQ(Clip::missingPlaceholder(r).fullDurationSeconds, 0.01);
 

@@ -5,25 +5,21 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
-#include "fake_media_services.h"
 #include "model/project.h"
-#include "model_test_support.h"
+#include "support/fake_media_services.h"
+#include "support/model_test_support.h"
 
 namespace {
 
+using namespace model_test;
 using common::Uuid;
 using model::Clip;
 using model::PasteboardType;
 using model::Project;
 using model::StreamMask;
-using model_test::FakeMediaServices;
-using model_test::lastStep;
-using model_test::Placement;
-using model_test::placement;
-using model_test::Step;
 using nlohmann::json;
 
-class ClipboardTest : public model_test::MediaProjectTest {
+class ClipboardTest : public MediaProjectTest {
   protected:
     // Puts `clips` on the timeline, selects them all and copies them.
     void copy(const std::vector<Clip>& clips) {
@@ -69,6 +65,10 @@ TEST_F(ClipboardTest, CopyWritesTheSelectedClipsInTimelineOrderAsCompactRecords)
     for (const auto& key : {"streamMask", "rateMultiplier", "isReversed", "displayName"})
         EXPECT_FALSE(records[0].contains(key)) << key;
     EXPECT_EQ(lastStep(project), Step{});
+
+    project.setSelectedClipID(Uuid::random());
+    project.copySelection();
+    EXPECT_EQ(pasteboard->payloadText(), "[]") << "ids of clips that are gone: nothing stale stays";
 }
 
 TEST_F(ClipboardTest, PasteLandsTheEarliestAtThePlayheadWithNewIdsAndEditDecisionsFromTheRecord) {
@@ -82,7 +82,7 @@ TEST_F(ClipboardTest, PasteLandsTheEarliestAtThePlayheadWithNewIdsAndEditDecisio
     Clip c = liveClip("/m/c.mov", 1, 30);
     copy({c, a, b});
     project.setPlayheadGlobal(1);
-    model_test::Recorder r(project);
+    Recorder r(project);
     project.pasteAtPlayhead();
     EXPECT_EQ(project.undoName(), "Paste") << "recorded before anything is probed";
     project.setPlayheadGlobal(0);
@@ -189,7 +189,7 @@ TEST_F(ClipboardTest, AnythingButAWellFormedPayloadOrAMissingPasteboardDoesNothi
         {PasteboardType::vantrellClips, "[]"},
         {PasteboardType::vantrellClips, "[" + record + ",{\"id\":\"x\"}]"},
     };
-    model_test::Recorder r(project);
+    Recorder r(project);
     for (const auto& [type, text] : cases) {
         pasteboard->put(type, text);
         EXPECT_TRUE(paste().empty()) << text;

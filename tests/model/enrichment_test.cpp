@@ -4,22 +4,21 @@
 
 #include <gtest/gtest.h>
 
-#include "fake_media_services.h"
 #include "model/project.h"
-#include "model_test_support.h"
+#include "support/fake_media_services.h"
+#include "support/model_test_support.h"
 
 // Filmstrips and waveforms are caches: written into the clip in place, without history,
 // token or didChange, and only while the clip still shows the file they were made from.
 
 namespace {
 
+using namespace model_test;
 using common::Uuid;
 using model::Clip;
 using model::ProjectField;
-using model_test::FakeMediaServices;
-using model_test::Recorder;
 
-class EnrichmentTest : public model_test::MediaProjectTest {
+class EnrichmentTest : public MediaProjectTest {
   protected:
     // A clip of `seconds` on the timeline, not yet enriched.
     Clip placed(const std::filesystem::path& path, double seconds, bool video = true,
@@ -53,18 +52,6 @@ class EnrichmentTest : public model_test::MediaProjectTest {
                c.waveformPeaks;
     }
 };
-
-TEST_F(EnrichmentTest, ResultsAreWrittenIntoTheClipWithoutHistoryTokenOrChange) {
-    Clip c = placed("/m/a.mov", 10);
-    Recorder r(project);
-    startHeld(c.id);
-    finish();
-    ASSERT_TRUE(isEnriched(*project.clip(c.id)));
-    EXPECT_EQ(*project.clip(c.id)->waveformPeaks,
-              std::vector<float>(2000, FakeMediaServices::kPeakLevel));
-    EXPECT_EQ(r.didChangeCalls, 0);
-    EXPECT_EQ(r.count(ProjectField::compositionToken) + r.count(ProjectField::undoStack), 0u);
-}
 
 TEST_F(EnrichmentTest, PeaksAreAskedForAtTwoHundredASecondWithAFloorOf1600OnlyForSound) {
     media->failWaveformImages();
@@ -109,18 +96,28 @@ TEST_F(EnrichmentTest, ResultsGoOnlyToTheClipThatStillShowsTheFileWhenTheyLand) 
     EXPECT_FALSE(project.clip(c.id)->waveformPeaks) << "pictures of a file it no longer names";
 }
 
-TEST_F(EnrichmentTest, AnEntryRecordedMeanwhileHoldsTheClipWithoutItsPictures) {
+TEST_F(EnrichmentTest, ResultsGoInPlaceWithoutHistoryOrChangeAndAnEntryMeanwhileHasNone) {
     Clip c = placed("/m/a.mov", 10);
+    Clip d = placed("/m/b.mov", 10);
+    Recorder r(project);
     startHeld(c.id);
+    finish();
+    ASSERT_TRUE(isEnriched(*project.clip(c.id)));
+    EXPECT_EQ(*project.clip(c.id)->waveformPeaks,
+              std::vector<float>(2000, FakeMediaServices::kPeakLevel));
+    EXPECT_EQ(r.didChangeCalls, 0);
+    EXPECT_EQ(r.count(ProjectField::compositionToken) + r.count(ProjectField::undoStack), 0u);
+
+    startHeld(d.id);
     project.recordSnapshot("Move Clip");
-    project.moveClip(c.id, 4);
+    project.moveClip(d.id, 4);
     project.commitEdit();
     finish();
-    EXPECT_TRUE(isEnriched(*project.clip(c.id)));
+    EXPECT_TRUE(isEnriched(*project.clip(d.id)));
     project.undo();
     executor.drain();
-    EXPECT_TRUE(project.clip(c.id)->filmstrip.empty());
-    EXPECT_EQ(media->filmstripCalls().size(), 1u) << "undo starts no enrichment";
+    EXPECT_TRUE(project.clip(d.id)->filmstrip.empty()) << "the entry holds it without pictures";
+    EXPECT_EQ(media->filmstripCalls().size(), 2u) << "undo starts no enrichment";
 }
 
 TEST_F(EnrichmentTest, ASplitAndAnUnlinkShareWhatTheClipHadAndComputeNothing) {

@@ -11,22 +11,18 @@
 #include <gtest/gtest.h>
 
 #include "common/thread_pool_executor.h"
-#include "fake_media_services.h"
-#include "model_test_support.h"
+#include "support/fake_media_services.h"
+#include "support/model_test_support.h"
 
 namespace {
 
+using namespace model_test;
 using namespace std::string_literals;
 using common::Uuid;
 using model::Clip;
 using model::Project;
 using model::ProjectField;
 using model::VantrellSnapshotClip;
-using model_test::clipAt;
-using model_test::FakeMediaServices;
-using model_test::lastStep;
-using model_test::Recorder;
-using model_test::Step;
 
 // One finished edit, the way every operation makes one.
 void edit(Project& p, const std::string& name, std::vector<Clip> clips) {
@@ -103,7 +99,7 @@ TEST(Project, UndoAndRedoSwapClipsAndEntriesRaiseTheTokenAndClampThePlayheadBack
     EXPECT_EQ(p.playheadGlobal(), 0);
 }
 
-TEST(Project, ADragIsOneStepAndCommitRaisesTheTokenThenClampsThenClearsTheTrimState) {
+TEST(Project, ADragIsOneStepCommitRaisesTheTokenThenClampsThenClearsTrimStateACancelLeavesNone) {
     Project p;
     Clip a = clipAt(0, 10);
     p.setClips({a});
@@ -127,28 +123,19 @@ TEST(Project, ADragIsOneStepAndCommitRaisesTheTokenThenClampsThenClearsTheTrimSt
                          ProjectField::trimPreview}));
     EXPECT_EQ(playheadSeenByDidChange, 8);
     EXPECT_EQ(lastStep(p), (Step{"Trim Out", 1}));
+
+    const auto committed = p.clips();
+    p.recordSnapshot("Trim In");
+    p.setIn(a.id, 2);
+    p.setTrimReadout(
+        model::TrimReadoutInfo{a.id, model::TrimReadoutInfo::Edge::in, 2, 2, 60, true});
+    p.setDragLandingX(30);
+    p.cancelEdit();
+    EXPECT_EQ(p.clips(), committed) << "a cancelled drag puts the clips back";
+    EXPECT_EQ(lastStep(p), (Step{"Trim Out", 1})) << "and leaves no entry and no token";
+    EXPECT_FALSE(p.canRedo() || p.trimReadout() || p.dragLandingX());
     p.undo();
     EXPECT_EQ(p.clips()[0].outSeconds, 10) << "the whole drag is one step";
-}
-
-TEST(Project, ACancelledDragPutsTheClipsBackAndLeavesNoStep) {
-    Project p;
-    Clip a = clipAt(0, 10);
-    edit(p, "Import", {a});
-    p.recordSnapshot("Trim Out");
-    p.setOut(a.id, 4);
-    p.setTrimReadout(
-        model::TrimReadoutInfo{a.id, model::TrimReadoutInfo::Edge::out, 4, 4, 120, true});
-    p.setDragLandingX(30);
-    auto token = p.compositionToken();
-
-    p.cancelEdit();
-
-    EXPECT_EQ(p.clips()[0].outSeconds, 10);
-    EXPECT_EQ(lastStep(p), (Step{"Import", 1}));
-    EXPECT_FALSE(p.canRedo());
-    EXPECT_EQ(p.compositionToken(), token);
-    EXPECT_FALSE(p.trimReadout() || p.dragLandingX());
 }
 
 TEST(Project, AWriteTellsItsFieldOnlyWhenTheValueChangesAndMarksNothing) {
@@ -162,21 +149,17 @@ TEST(Project, AWriteTellsItsFieldOnlyWhenTheValueChangesAndMarksNothing) {
         return c;
     };
     model::TrimReadoutInfo readout{a.id, model::TrimReadoutInfo::Edge::in, 1, 2, 30, true};
+    model::GapSelection gap{false, 0, 1};
+    model::TrimPreviewState preview{"/a", 1};
     const std::vector<std::pair<F, std::function<void()>>> writes = {
         {F::clips, [&] { p.setClips({fresh()}); }},
         {F::selectedClipIDs, [&] { p.setSelectedClipIDs({a.id}); }},
         {F::selectionAnchor, [&] { p.setSelectionAnchor(a.id); }},
-        {F::selectedGap,
-         [&] {
-             p.setSelectedGap(model::GapSelection{false, 0, 1});
-         }},
+        {F::selectedGap, [&] { p.setSelectedGap(gap); }},
         {F::playheadGlobal, [&] { p.setPlayheadGlobal(2); }},
         {F::exportMessage, [&] { p.setExportMessage("Done"); }},
         {F::trimReadout, [&] { p.setTrimReadout(readout); }},
-        {F::trimPreview,
-         [&] {
-             p.setTrimPreview(model::TrimPreviewState{"/a", 1});
-         }},
+        {F::trimPreview, [&] { p.setTrimPreview(preview); }},
         {F::dragLandingX, [&] { p.setDragLandingX(12); }},
     };
     Recorder r(p);
@@ -287,7 +270,7 @@ TEST(Project, ASnapshotSavesViewStateButNoDefaultAndTheForwardMediaOfAReversedCl
     }
 }
 
-class ProjectTest : public model_test::MediaProjectTest {};
+class ProjectTest : public MediaProjectTest {};
 
 TEST_F(ProjectTest, ImportPlacesEachFileBehindWhateverEndsLastAsItArrivesUnderOneEntry) {
     media->add("/m/a.mov", 4);
@@ -330,7 +313,7 @@ TEST_F(ProjectTest, ImportPlacesEachFileBehindWhateverEndsLastAsItArrivesUnderOn
 TEST(ProjectLifetime, AProjectDestroyedBeforeItsWorkLandsIsLeftAlone) {
     Clip reversed = clipAt(0, 4);
     reversed.isReversed = true;
-    const std::vector<std::function<void(Project&)>> starts = {
+    const std::function<void(Project&)> starts[] = {
         [](Project& p) {
             p.importURLs({"/m/a.mov", "/m/b.mov"});
         },
@@ -373,33 +356,38 @@ TEST_F(ProjectTest, HydrationProbesEveryRecordAndAssignsTheClipsInOneStep) {
     auto movedAway = record("/old/c.mov", 0, 5, 0);
     movedAway.bookmark = model::Bytes{'c'};
     media->moveBookmarkTarget(*movedAway.bookmark, "/new/renamed.mov");
+    // A NUL decoded from a damaged URL must not cut the path short.
+    auto damaged = record(std::string("/m/a\0b.mov", 10), 0, 3, 2);
+    media->add("/m/a", 9);
     project.setFileLocation("/projects/film/cut.vantrell");
     Recorder r(project);
-    project.hydrateClips({edited, lost, moved, movedAway});
+    project.hydrateClips({edited, lost, moved, movedAway, damaged});
     EXPECT_TRUE(project.isHydrating());
     edit(project, "Paste", {clipAt(0, 9)});
     edit(project, "Nudge Clip", {clipAt(1, 9)});
     project.undo();
     // A save meanwhile writes the records, not the timeline.
     EXPECT_EQ(project.makeSnapshot().clips,
-              (std::vector<VantrellSnapshotClip>{edited, lost, moved, movedAway}));
+              (std::vector<VantrellSnapshotClip>{edited, lost, moved, movedAway, damaged}));
     std::string log = drainCapturingLog();
     // Each miss names the file looked for, the resolved one.
     EXPECT_EQ(log,
               "Vantrell: missing media for Lost Take.mov \xE2\x80\x94 preserving as placeholder\n"
-              "Vantrell: missing media for renamed.mov \xE2\x80\x94 preserving as placeholder\n");
+              "Vantrell: missing media for renamed.mov \xE2\x80\x94 preserving as placeholder\n"
+              "Vantrell: missing media for a?b.mov \xE2\x80\x94 preserving as placeholder\n");
     EXPECT_FALSE(project.isHydrating());
     EXPECT_FALSE(project.canUndo() || project.canRedo()) << "the history starts afresh";
     EXPECT_EQ(r.count(ProjectField::compositionToken), 4u) << "three steps and the hydration";
 
     const auto& clips = project.clips();
-    ASSERT_EQ(clips.size(), 4u);
+    ASSERT_EQ(clips.size(), 5u);
     EXPECT_EQ(clips[0].fullDurationSeconds, 3) << "the media from the file";
     EXPECT_EQ(recordOf(project, 0), edited) << "the edit fields from the record";
     EXPECT_EQ(clips[1], Clip::missingPlaceholder(lost));
     EXPECT_EQ(clips[2].url, "/new/b.mov");
     EXPECT_EQ(clips[2].bookmark, moved.bookmark) << "the stored bookmark goes on unchanged";
     EXPECT_EQ(clips[3].url, "/old/c.mov") << "the placeholder keeps the stored file";
+    EXPECT_EQ(clips[4], Clip::missingPlaceholder(damaged));
     EXPECT_EQ(media->filmstripCalls().size(), 2u) << "a placeholder has no file to read";
     EXPECT_EQ(media->lastProjectFolder(), std::filesystem::path("/projects/film"));
 }

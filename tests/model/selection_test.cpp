@@ -4,17 +4,16 @@
 #include <gtest/gtest.h>
 
 #include "model/project.h"
-#include "model_test_support.h"
+#include "support/model_test_support.h"
 
 namespace {
 
+using namespace model_test;
 using common::Uuid;
 using model::Clip;
 using model::GapSelection;
 using model::Project;
 using model::StreamMask;
-using model_test::clipAt;
-using model_test::Recorder;
 
 TEST(Selection, AToggledIDJoinsAndStandsForTheSelectionUntilToggledOut) {
     Project p;
@@ -34,11 +33,6 @@ TEST(Selection, AToggledIDJoinsAndStandsForTheSelectionUntilToggledOut) {
     p.toggleSelection(b);
     EXPECT_TRUE(p.selectedClipIDs().empty());
     EXPECT_EQ(p.selectionAnchor(), std::nullopt);
-}
-
-Clip masked(Clip c, StreamMask mask) {
-    c.streamMask = mask;
-    return c;
 }
 
 // Clicks through stacks, each case from no selection unless it names one: clips by index,

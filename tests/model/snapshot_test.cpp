@@ -113,6 +113,8 @@ TEST(Snapshot, ReadingIgnoresUnknownKeysAndTakesNullAsAbsentAndAnyWholeVersion) 
     j["smallClipMode"] = nullptr;
     j["clips"][0]["bookmark"] = nullptr;
     j["preferLossless"] = true;  // from older files
+    j["clips"][1] = j["clips"][0];
+    j["clips"][1]["url"] = "https://example.com/far.mov";  // opens as a placeholder
     auto s = model::snapshotFromJson(j);
     ASSERT_TRUE(s.ok()) << s.error().message;
     VantrellSnapshot expected;
@@ -124,7 +126,11 @@ TEST(Snapshot, ReadingIgnoresUnknownKeysAndTakesNullAsAbsentAndAnyWholeVersion) 
                        0,
                        2,
                        0}};
+    expected.clips.push_back(expected.clips[0]);
+    expected.clips[1].url = "https://example.com/far.mov";
     EXPECT_EQ(*s, expected);
+    auto saved = model::encodeSnapshot(*s);
+    EXPECT_NE(saved->find("\"https://example.com/far.mov\""), std::string::npos) << "unchanged";
 }
 
 TEST(Snapshot, EveryMalformedFileFailsToDecodeAndTheErrorNamesTheClipAndKey) {
@@ -161,8 +167,19 @@ TEST(Snapshot, EveryMalformedFileFailsToDecodeAndTheErrorNamesTheClipAndKey) {
         EXPECT_FALSE(model::snapshotFromJson(j).ok()) << name;
         EXPECT_FALSE(model::decodeSnapshot(j.dump()).ok()) << name;
     }
-    for (const char* text : {"", "not json", "{\"version\": 1,}", "{} trailing"})
-        EXPECT_NE(model::decodeSnapshot(text).error().message.find("damaged"), std::string::npos);
+    std::string clips = "{}";
+    for (std::size_t i = 0; i < model::kMostSnapshotClips; ++i) clips += ",{}";
+    const std::pair<std::string, const char*> refused[] = {
+        {"", "damaged"},
+        {"not json", "damaged"},
+        {"{\"version\": 1,}", "damaged"},
+        {"{} trailing", "damaged"},
+        {R"({"version":1,"playheadGlobal":0,"zoomFactor":1,"clips":[)" + clips + "]}",
+         "more than the 100000"},
+        {std::string(model::kLargestSnapshotBytes + 1, ' '), "too large"}};
+    for (const auto& [text, message] : refused)
+        EXPECT_NE(model::decodeSnapshot(text).error().message.find(message), std::string::npos)
+            << message;
     std::string beyondADouble = validJson().dump();
     beyondADouble.replace(beyondADouble.find("\"outSeconds\":2"), 14, "\"outSeconds\":1e999");
     EXPECT_FALSE(model::decodeSnapshot(beyondADouble).ok());
@@ -180,6 +197,7 @@ TEST(FileURL, AwkwardPathsSurviveARoundTripAndOnlyAbsoluteFileURLsRead) {
     EXPECT_EQ(model::fileURLString("/Movies/My Clip #1 100%.mov"),
               "file:///Movies/My%20Clip%20%231%20100%25.mov");
     EXPECT_EQ(model::fileURLString("/a/\xC3\xA9t\xC3\xA9?.mov"), "file:///a/%C3%A9t%C3%A9%3F.mov");
+    EXPECT_EQ(model::fileURLString(std::string("/m/a\0b.mov", 10)), "file:///m/a%00b.mov");
     for (const char* path : {"/with space/and  two.mov", "/100%/50%25.mov", "/q?/a?b=c#.mov",
                              "/odd;chars,+&=@$'()!~*/x.mov", "/tab\tand\nnewline.mov"})
         EXPECT_EQ(model::pathFromFileURL(model::fileURLString(path)), std::filesystem::path(path));

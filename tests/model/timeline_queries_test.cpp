@@ -4,17 +4,17 @@
 #include <gtest/gtest.h>
 
 #include "model/project.h"
-#include "model_test_support.h"
+#include "support/model_test_support.h"
 
 namespace {
 
+using namespace model_test;
 using common::Uuid;
 using model::Clip;
 using model::GapSelection;
 using model::Project;
 using model::Size;
 using model::StreamMask;
-using model_test::clipAt;
 
 Clip sized(Clip c, double width, double height) {
     c.naturalSize = {width, height};
@@ -24,11 +24,6 @@ Clip sized(Clip c, double width, double height) {
 Clip rated(Clip c, double frameRate, double rateMultiplier = 1) {
     c.frameRate = frameRate;
     c.rateMultiplier = rateMultiplier;
-    return c;
-}
-
-Clip masked(Clip c, StreamMask mask) {
-    c.streamMask = mask;
     return c;
 }
 

@@ -1,27 +1,22 @@
+#include <functional>
 #include <optional>
+#include <string>
 #include <unordered_set>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "fake_media_services.h"
 #include "model/project.h"
-#include "model_test_support.h"
+#include "support/fake_media_services.h"
+#include "support/model_test_support.h"
 
 namespace {
 
+using namespace model_test;
 using common::Uuid;
 using model::Clip;
 using model::GapSelection;
 using model::Project;
-using model::StreamMask;
-using model_test::clipAt;
-using model_test::lastStep;
-using model_test::place;
-using model_test::Placement;
-using model_test::placement;
-using model_test::Recorder;
-using model_test::Step;
 
 // A clip using in..out of a file `full` seconds long, placed at `start`, played at `rate`.
 Clip trimmedClip(double start, double in, double out, double full = 20, double rate = 1) {
@@ -42,8 +37,8 @@ TEST(TrimSplitMove, LiveTrimsAndMovesHoldTheClipInsideItsFileAndTheTimelineAndRe
         double to;
         Placement expected;
     };
-    const std::vector<Case> cases = {
-        {"in past out: the smallest length before it",
+    const Case cases[] = {
+        {"in past out: the shortest length before it",
          trimmedClip(0, 1, 5),
          in,
          9,
@@ -56,6 +51,7 @@ TEST(TrimSplitMove, LiveTrimsAndMovesHoldTheClipInsideItsFileAndTheTimelineAndRe
         {"a move before zero", trimmedClip(3, 0, 2), move, -2, {0, 2, 0}},
     };
     for (const Case& k : cases) {
+        SCOPED_TRACE(k.name);
         Project p;
         Clip other = clipAt(1, 2);
         p.setClips({k.clip, other});
@@ -63,10 +59,10 @@ TEST(TrimSplitMove, LiveTrimsAndMovesHoldTheClipInsideItsFileAndTheTimelineAndRe
         (p.*k.write)(Uuid::random(), k.to);
         EXPECT_TRUE(r.heardNothing()) << "an unknown clip";
         (p.*k.write)(k.clip.id, k.to);
-        EXPECT_EQ(placement(*p.clip(k.clip.id)), k.expected) << k.name;
-        EXPECT_EQ(*p.clip(other.id), other) << k.name;
-        EXPECT_EQ(r.didChangeCalls, 1) << k.name;
-        EXPECT_EQ(lastStep(p), Step{}) << k.name;
+        EXPECT_EQ(placement(*p.clip(k.clip.id)), k.expected);
+        EXPECT_EQ(*p.clip(other.id), other);
+        EXPECT_EQ(r.didChangeCalls, 1);
+        EXPECT_EQ(lastStep(p), Step{});
     }
 }
 
@@ -77,7 +73,7 @@ TEST(TrimSplitMove, InAndOutAtPlayheadTrimToTheMappedSourceTimeOnlyOfASelectedCl
         Placement expected;
         double expectedPlayhead;
     };
-    const std::vector<Case> cases = {
+    const Case cases[] = {
         {5, 1, 2, true, {1, 5, 2}, 2},        // on the exact start
         {5, 1, 6, false, {1, 5, 2}, 5.999},   // on the exact end, where commitEdit clamps
         {11, 2, 4, false, {1, 5, 2}, 3.999},  // at double speed
@@ -198,7 +194,7 @@ TEST(TrimSplitMove, ACollapseMovesEveryClipOfTheRowFromTheGapsStoredEndOn) {
         std::vector<double> expectedStarts;
     };
     auto c = [](double start, double length) { return clipAt(start, length); };
-    const std::vector<Case> cases = {
+    const Case cases[] = {
         // from within a ten-thousandth of the end
         {{c(0, 2), c(4.99995, 1), c(4.999, 1), c(9, 1)}, {false, 2, 5}, {0, 1.99995, 4.999, 6}},
         // only the gap's row
@@ -222,7 +218,7 @@ TEST(TrimSplitMove, ACollapseMovesEveryClipOfTheRowFromTheGapsStoredEndOn) {
 
 // Split: the right half is a new record that the probe makes.
 
-class TrimSplitMoveTest : public model_test::MediaProjectTest {};
+class TrimSplitMoveTest : public MediaProjectTest {};
 
 TEST_F(TrimSplitMoveTest, ASplitCutsAtThePlayheadAndStacksTheRightHalfAboveTheLeft) {
     Clip other = liveClip("/m/other.mov", 3, 20);
@@ -230,7 +226,7 @@ TEST_F(TrimSplitMoveTest, ASplitCutsAtThePlayheadAndStacksTheRightHalfAboveTheLe
     c.inSeconds = 2;
     c.outSeconds = 14;
     c.rateMultiplier = 2;
-    c.streamMask = StreamMask::videoOnly;
+    c.streamMask = model::StreamMask::videoOnly;
     c.linkGroupID = Uuid::random();
     c.isReversed = true;
     c.reversedURL = "/tmp/vantrell-reversed-a.mov";
@@ -244,20 +240,17 @@ TEST_F(TrimSplitMoveTest, ASplitCutsAtThePlayheadAndStacksTheRightHalfAboveTheLe
 
     const auto& clips = project.clips();
     ASSERT_EQ(clips.size(), 3u);
-    const Clip& left = clips[0];
-    const Clip& right = clips[1];
-    EXPECT_EQ(left.id, c.id);
-    EXPECT_EQ(placement(left), (Placement{2, 8, 2}));
-    EXPECT_EQ(left.forwardInSeconds, 3);
+    EXPECT_EQ(clips[0].id, c.id);
+    EXPECT_EQ(placement(clips[0]), (Placement{2, 8, 2}));
+    EXPECT_EQ(clips[0].forwardInSeconds, 3);
+    // The right half is the clip from the cut on, reversed but with no forward stretch.
+    Clip right = c;
+    right.id = clips[1].id;
+    right.inSeconds = 8;
+    right.startOnTimeline = 5;
+    right.forwardInSeconds = right.forwardOutSeconds = std::nullopt;
     EXPECT_NE(right.id, c.id);
-    EXPECT_EQ(right.bookmark, c.bookmark);
-    EXPECT_EQ(placement(right), (Placement{8, 14, 5}));
-    EXPECT_EQ(right.rateMultiplier, 2);
-    EXPECT_EQ(right.streamMask, StreamMask::videoOnly);
-    EXPECT_EQ(right.linkGroupID, c.linkGroupID);
-    EXPECT_TRUE(right.isReversed);
-    EXPECT_EQ(right.reversedURL, c.reversedURL);
-    EXPECT_FALSE(right.forwardInSeconds || right.forwardOutSeconds);
+    EXPECT_EQ(clips[1], right);
     EXPECT_EQ(clips[2], other);
     EXPECT_EQ(project.compositionToken(), 1);
     EXPECT_EQ(project.selectedClipIDs(), std::unordered_set<Uuid>{c.id});
@@ -302,5 +295,61 @@ TEST_F(TrimSplitMoveTest, OnlyASelectedClipUnderThePlayheadBeatsTheTopClipThere)
     executor.drain();
     EXPECT_EQ(project.clips()[0].outSeconds, 1) << "the selected clip ends at the playhead";
 }
+
+// A split and an unlink finish once the probe of their new half lands; what happened to the
+// clip meanwhile decides whether they still land.
+struct BackgroundEdit {
+    std::string name;
+    std::string entry;
+    std::function<void(Project&)> start;  // on the selected clip, under the playhead
+    std::function<void(Project&, const Uuid&)> editMeanwhile;
+};
+
+class BackgroundEditTest : public MediaProjectTest,
+                           public testing::WithParamInterface<BackgroundEdit> {};
+
+TEST_P(BackgroundEditTest, AnEditMeanwhileWinsADeletedClipStaysGoneAndALostFileChangesNothing) {
+    Clip c = liveClip("/m/a.mov", 10, 0);
+    place(project, {c}, c.id);
+    project.setPlayheadGlobal(5);
+    media->hold(FakeMediaServices::probes);
+    GetParam().start(project);
+    ASSERT_TRUE(media->waitFor(FakeMediaServices::probes, 2));
+    project.recordSnapshot("Edit");
+    GetParam().editMeanwhile(project, c.id);
+    project.commitEdit();
+    Clip edited = *project.clip(c.id);
+    media->release();
+    executor.drain();
+    EXPECT_EQ(project.clips(), std::vector<Clip>{edited});
+    project.undo();
+    EXPECT_EQ(project.undoName(), GetParam().entry);
+
+    GetParam().start(project);
+    project.deleteSelected();
+    auto token = project.compositionToken();
+    executor.drain();
+    EXPECT_TRUE(project.clips().empty());
+    EXPECT_EQ(project.compositionToken(), token) << "the deleted clip is not brought back";
+
+    Clip lost = Clip::missingPlaceholder({Uuid::random(), "/gone/a.mov", {}, 0, 6, 0});
+    place(project, {lost}, lost.id);
+    project.setPlayheadGlobal(3);
+    GetParam().start(project);
+    executor.drain();
+    EXPECT_EQ(project.clips(), std::vector<Clip>{lost});
+    EXPECT_EQ(lastStep(project), (Step{GetParam().entry, token})) << "an entry but no token";
+    project.undo();
+    EXPECT_EQ(project.clips(), std::vector<Clip>{lost}) << "whose undo changes nothing";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Edits, BackgroundEditTest,
+    testing::Values(BackgroundEdit{"Split", "Split", [](Project& p) { p.splitAtPlayhead(); },
+                                   [](Project& p, const Uuid& id) { p.setIn(id, 1); }},
+                    BackgroundEdit{"Unlink", "Unlink Audio",
+                                   [](Project& p) { p.toggleLinkAV(*p.selectedClipID()); },
+                                   [](Project& p, const Uuid& id) { p.moveClip(id, 4); }}),
+    [](const auto& info) { return info.param.name; });
 
 }  // namespace

@@ -14,9 +14,9 @@
 #include <gtest/gtest.h>
 
 #include "common/thread_pool_executor.h"
-#include "fake_pasteboard.h"
 #include "model/media_services.h"
 #include "model/project.h"
+#include "support/fake_pasteboard.h"
 
 namespace model_test {
 

@@ -32,6 +32,12 @@ inline model::Clip clipAt(double start, double length, bool video = true, bool a
     return c;
 }
 
+// `c` shown only on the rows `mask` leaves it.
+inline model::Clip masked(model::Clip c, model::StreamMask mask) {
+    c.streamMask = mask;
+    return c;
+}
+
 // A clip's trim and place, to check an edit's arithmetic in one line. Equal within a
 // nanosecond, as sums of seconds rarely come out exact.
 struct Placement {
