@@ -14,7 +14,9 @@
 
 #include "common/media_time.h"
 #include "composition/composition.h"
+#include "composition/crop_frame.h"
 #include "export/export_progress.h"
+#include "export/export_settings.h"
 #include "export/mp4_boxes.h"
 #include "support/media_fixtures.h"
 
@@ -68,6 +70,13 @@ inline fs::path pcmWave() {
 
 inline common::MediaTime ticks(std::int64_t value) {
     return common::MediaTime{value};
+}
+
+// Settings for a project whose largest clip is `width` x `height`, uncropped.
+inline exporting::ReencodeSettings plain(double width, double height, double framesPerSecond = 30) {
+    composition::VideoSettings video;
+    video.largestSize = {width, height};
+    return {composition::outputFrame(video), exporting::Framing::whole, framesPerSecond};
 }
 
 // A composition built by hand: segments are appended back to back on their track.

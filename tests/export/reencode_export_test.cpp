@@ -29,13 +29,6 @@ using model::ExportFormat;
 constexpr int kFrame = kFrameTicks;
 constexpr int kSecond = common::MediaTime::kTicksPerSecond;
 
-// Settings for a project whose largest clip is `width` x `height`, uncropped.
-ReencodeSettings plain(double width, double height, double framesPerSecond = 30) {
-    composition::VideoSettings video;
-    video.largestSize = {width, height};
-    return {composition::outputFrame(video), Framing::whole, framesPerSecond};
-}
-
 common::Status exportTo(const composition::Composition& c, const fs::path& out, ExportFormat format,
                         const ReencodeSettings& settings,
                         const exporting::ProgressCallback& progress = {},
