@@ -169,8 +169,9 @@ TEST_F(ProjectDocumentTest, OnlyARegularFileThatDecodesOpens) {
         auto opened = ProjectDocument::open(dir / name, context());
         ASSERT_FALSE(opened.ok()) << name;
         EXPECT_NE(opened.error().message.find(name), std::string::npos) << name;
-        if (name == std::string("huge.vantrell"))
+        if (name == std::string("huge.vantrell")) {
             EXPECT_NE(opened.error().message.find("too large"), std::string::npos);
+        }
     }
 }
 
