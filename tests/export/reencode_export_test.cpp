@@ -130,48 +130,47 @@ void expectColour(const Picture& picture, int x, int y, int r, int g, int b) {
     EXPECT_NEAR(pixel.b, b, 40) << "at " << x << "," << y;
 }
 
+// The video track of the file's movie box; an empty box if there is none.
+exporting::Mp4Box videoTrackOf(const fs::path& file) {
+    for (auto& top : boxesOf(file)) {
+        if (top.type != exporting::fourCC("moov")) continue;
+        if (const auto* trak = exporting::findMp4Track(top, exporting::fourCC("vide")))
+            return *trak;
+    }
+    return {};
+}
+
+// The big-endian 32-bit number at `at`.
+std::uint32_t big32(const std::uint8_t* at) {
+    return std::uint32_t(at[0]) << 24 | std::uint32_t(at[1]) << 16 | std::uint32_t(at[2]) << 8 |
+           at[3];
+}
+
 // The width and height the video track's header gives, in whole pixels.
 std::pair<int, int> trackHeaderSize(const fs::path& file) {
-    for (const auto& top : boxesOf(file)) {
-        if (top.type != exporting::fourCC("moov")) continue;
-        for (const auto& trak : top.children) {
-            const auto* tkhd = exporting::findMp4Child(trak, exporting::fourCC("tkhd"));
-            if (!tkhd || tkhd->payload.size() < 8) continue;
-            const auto* end = tkhd->payload.data() + tkhd->payload.size();
-            const auto fixed = [](const std::uint8_t* p) {
-                return static_cast<int>((std::uint32_t(p[0]) << 24 | std::uint32_t(p[1]) << 16 |
-                                         std::uint32_t(p[2]) << 8 | p[3]) >>
-                                        16);
-            };
-            if (fixed(end - 8) != 0) return {fixed(end - 8), fixed(end - 4)};
-        }
-    }
-    return {0, 0};
+    const auto trak = videoTrackOf(file);
+    const auto* tkhd = exporting::findMp4Child(trak, exporting::fourCC("tkhd"));
+    if (!tkhd || tkhd->payload.size() < 8) return {0, 0};
+    const auto* end = tkhd->payload.data() + tkhd->payload.size();
+    return {int(big32(end - 8) >> 16), int(big32(end - 4) >> 16)};
 }
 
 // The eight numbers of the clean aperture box of the video track's first sample entry:
 // width, height and the two offsets, each as numerator and denominator. Empty if none.
 std::vector<std::int32_t> cleanAperture(const fs::path& file) {
-    for (auto& top : boxesOf(file)) {
-        if (top.type != exporting::fourCC("moov")) continue;
-        const auto* trak = exporting::findMp4Track(top, exporting::fourCC("vide"));
-        const auto* stbl =
-            trak ? exporting::findMp4Child(*trak, exporting::fourCC("mdia")) : nullptr;
-        for (const char* step : {"minf", "stbl", "stsd"})
-            stbl = stbl ? exporting::findMp4Child(*stbl, exporting::fourCC(step)) : nullptr;
-        if (!stbl) return {};
-        const auto& bytes = stbl->payload;
-        const auto clap =
-            std::search(bytes.begin(), bytes.end(), std::begin("clap"), std::end("clap") - 1);
-        std::vector<std::int32_t> values;
-        for (auto at = clap + 4; clap != bytes.end() && values.size() < 8 && bytes.end() - at >= 4;
-             at += 4)
-            values.push_back(static_cast<std::int32_t>(std::uint32_t(at[0]) << 24 |
-                                                       std::uint32_t(at[1]) << 16 |
-                                                       std::uint32_t(at[2]) << 8 | at[3]));
-        return values;
-    }
-    return {};
+    const auto trak = videoTrackOf(file);
+    const exporting::Mp4Box* stsd = &trak;
+    for (const char* step : {"mdia", "minf", "stbl", "stsd"})
+        stsd = stsd ? exporting::findMp4Child(*stsd, exporting::fourCC(step)) : nullptr;
+    if (!stsd) return {};
+    const auto& bytes = stsd->payload;
+    const auto clap =
+        std::search(bytes.begin(), bytes.end(), std::begin("clap"), std::end("clap") - 1);
+    std::vector<std::int32_t> values;
+    for (auto at = clap + 4; clap != bytes.end() && values.size() < 8 && bytes.end() - at >= 4;
+         at += 4)
+        values.push_back(static_cast<std::int32_t>(big32(&*at)));
+    return values;
 }
 
 struct FormatCase {
