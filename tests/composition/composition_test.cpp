@@ -1,10 +1,12 @@
 #include "composition/composition.h"
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <optional>
 #include <ostream>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -95,132 +97,131 @@ Piece hole(std::int64_t start, std::int64_t duration) {
     return {start, duration, ""};
 }
 
-TEST(CompositionAssembly, NoClipsGiveNoTracksAndSoundAloneNoVideoTrack) {
-    const Composition empty = buildComposition({}, fakeLookup());
-    EXPECT_FALSE(empty.video);
-    EXPECT_TRUE(empty.audio.empty());
-    EXPECT_EQ(empty.duration(), MediaTime{});
-
-    const auto composition = buildComposition(
-        {clip("tone.wav", 0, 0, 2, false), clip("tone.wav", 1, 0, 2, false)}, fakeLookup());
-    EXPECT_FALSE(composition.video);
-    ASSERT_EQ(composition.audio.size(), 2u);
-    EXPECT_EQ(composition.audio[0].kind, MediaKind::audio);
-    EXPECT_EQ(composition.duration(), seconds(3));
-}
-
-TEST(CompositionAssembly, ClipAtFiveSecondsFollowsAnEmptyRangeFromZero) {
-    const auto composition = buildComposition({clip("a.mov", 5, 0, 2)}, fakeLookup());
-    ASSERT_TRUE(composition.video);
-    EXPECT_EQ(pieces(composition.video->segments),
-              (std::vector<Piece>{hole(0, 3000), {3000, 1200, "a.mov", 0, 1200}}));
-    ASSERT_EQ(composition.audio.size(), 1u);
-    EXPECT_EQ(pieces(composition.audio[0].segments),
-              (std::vector<Piece>{hole(0, 3000), {3000, 1200, "a.mov", 0, 1200}}));
-    EXPECT_EQ(composition.video->segments[1].source->streamIndex, 0);
-    EXPECT_EQ(composition.audio[0].segments[1].source->streamIndex, 1);
-}
-
-TEST(CompositionAssembly, DoubleRateFillsHalfTheSourceDurationButARateWithinATenThousandthIsOne) {
-    auto fast = clip("a.mov", 0, 0, 10);
-    fast.rateMultiplier = 2;
-    const auto composition = buildComposition({fast, clip("b.mov", 5, 0, 1)}, fakeLookup());
-    ASSERT_TRUE(composition.video);
-    EXPECT_EQ(pieces(composition.video->segments),
-              (std::vector<Piece>{{0, 3000, "a.mov", 0, 6000}, {3000, 600, "b.mov", 0, 600}}));
-    EXPECT_EQ(composition.video->segments[0].source->rate, 2.0);
-    EXPECT_EQ(composition.audio.at(0).segments.at(0).duration, seconds(5));
-
-    auto nearlyOne = clip("a.mov", 0, 0, 10);
-    nearlyOne.rateMultiplier = 1.00005;
-    const auto unscaled = buildComposition({nearlyOne}, fakeLookup());
-    ASSERT_TRUE(unscaled.video);
-    EXPECT_EQ(unscaled.video->segments.at(0).duration, seconds(10));
-    EXPECT_EQ(unscaled.video->segments.at(0).source->rate, 1.0);
-    EXPECT_EQ(unscaled.audio.at(0).segments.at(0).duration, seconds(10));
-}
-
-TEST(CompositionAssembly, EachLaneIsATrackFromTimeZero) {
-    const auto composition = buildComposition(
-        {clip("a.mov", 0, 0, 10), clip("b.mov", 5, 0, 10), clip("a.mov", 12, 0, 1)}, fakeLookup());
-    ASSERT_EQ(composition.audio.size(), 2u);
-    EXPECT_EQ(pieces(composition.audio[0].segments),
-              (std::vector<Piece>{
-                  {0, 6000, "a.mov", 0, 6000}, hole(6000, 1200), {7200, 600, "a.mov", 0, 600}}));
-    EXPECT_EQ(pieces(composition.audio[1].segments),
-              (std::vector<Piece>{hole(0, 3000), {3000, 6000, "b.mov", 0, 6000}}));
-}
-
-TEST(CompositionAssembly, VanishedFileOrMissingTrackKindCostsOnlyItsOwnSliceOnThatTrack) {
-    const auto composition = buildComposition(
-        {clip("a.mov", 0, 0, 2), clip("gone.mov", 2, 0, 1), clip("b.mov", 3, 0, 1)}, fakeLookup());
-    ASSERT_TRUE(composition.video);
-    EXPECT_EQ(pieces(composition.video->segments),
-              (std::vector<Piece>{
-                  {0, 1200, "a.mov", 0, 1200}, hole(1200, 600), {1800, 600, "b.mov", 0, 600}}));
-
-    const auto firstGone =
-        buildComposition({clip("gone.mov", 0, 0, 2), clip("b.mov", 3, 0, 1)}, fakeLookup());
-    ASSERT_TRUE(firstGone.video);
-    EXPECT_EQ(pieces(firstGone.video->segments),
-              (std::vector<Piece>{hole(0, 1800), {1800, 600, "b.mov", 0, 600}}));
-
-    const auto silent =
-        buildComposition({clip("silent.mp4", 0, 0, 1), clip("a.mov", 1, 0, 1)}, fakeLookup());
-    ASSERT_TRUE(silent.video);
-    EXPECT_EQ(silent.video->segments.size(), 2u);
-    ASSERT_EQ(silent.audio.size(), 1u);
-    EXPECT_EQ(pieces(silent.audio[0].segments),
-              (std::vector<Piece>{hole(0, 600), {600, 600, "a.mov", 0, 600}}));
+model::Clip retimed(model::Clip c, double rate) {
+    c.rateMultiplier = rate;
+    return c;
 }
 
 // A slow clip whose start and scaled length round by `startTicks` and `lengthTicks`, and
-// a clip where it ends, as a composition.
-std::vector<Piece> afterASlowClip(double startTicks, double lengthTicks) {
-    auto slow = clip("a.mov", startTicks / 600, 0, 1);
-    slow.rateMultiplier = 600.0 / lengthTicks;
-    const auto composition =
-        buildComposition({slow, clip("b.mov", slow.timelineEnd(), 0, 1)}, fakeLookup());
-    EXPECT_TRUE(composition.video);
-    return composition.video ? pieces(composition.video->segments) : std::vector<Piece>{};
+// a clip where it ends.
+std::vector<model::Clip> afterASlowClip(double startTicks, double lengthTicks) {
+    const auto slow = retimed(clip("a.mov", startTicks / 600, 0, 1), 600.0 / lengthTicks);
+    return {slow, clip("b.mov", slow.timelineEnd(), 0, 1)};
 }
 
-TEST(CompositionAssembly, ScaledClipEndsWhereTheNextClipStartsWhateverTheRounding) {
-    // The scaled length, 857.4 ticks, would round down while the next clip's start, 857.8
-    // ticks, rounds up: the run ends at the rounded end of the clip, 858.
-    EXPECT_EQ(afterASlowClip(0.4, 857.4),
-              (std::vector<Piece>{{0, 858, "a.mov", 0, 600}, {858, 600, "b.mov", 0, 600}}));
-    // Start and scaled length both round up (0.6 and 857.6 ticks), their sum down (858.2).
-    EXPECT_EQ(
-        afterASlowClip(0.6, 857.6),
-        (std::vector<Piece>{hole(0, 1), {1, 857, "a.mov", 0, 600}, {858, 600, "b.mov", 0, 600}}));
+using Pieces = std::vector<Piece>;
+
+// Clips, and the pieces of the video track (none: no such track) and of each audio track.
+struct Assembly {
+    std::string name;
+    std::vector<model::Clip> clips;
+    std::optional<Pieces> video;
+    std::vector<Pieces> audio;
+};
+
+// Clips whose sound takes one lane, cut as their picture is.
+Assembly alike(std::string name, std::vector<model::Clip> clips, const Pieces& pieces) {
+    return {std::move(name), std::move(clips), pieces, {pieces}};
 }
 
-TEST(CompositionAssembly, UnscaledClipsThatMeetOnTheTimelineMeetInTicks) {
-    // In 0.54 ticks and out 600.48 round to 1 and 600, a 599-tick range; the next clip
-    // starts at 599.94 ticks, which rounds to 600.
-    const auto first = clip("a.mov", 0, 0.0009, 1.0008);
-    const auto second = clip("b.mov", first.timelineEnd(), 0, 1);
-    for (const auto& track : [&] {
-             const auto c = buildComposition({first, second}, fakeLookup());
-             return std::vector{*c.video, c.audio.front()};
-         }())
-        EXPECT_EQ(pieces(track.segments),
-                  (std::vector<Piece>{{0, 600, "a.mov", 1, 600}, {600, 600, "b.mov", 0, 600}}));
+void PrintTo(const Assembly& a, std::ostream* os) {
+    *os << a.name;
 }
 
-TEST(CompositionAssembly, SegmentsCarryClipRotationAndRate) {
+class CompositionAssembly : public testing::TestWithParam<Assembly> {};
+
+TEST_P(CompositionAssembly, EachLaneIsATrackFromTimeZeroWithEmptyRangesBetweenItsClips) {
+    const Composition composition = buildComposition(GetParam().clips, fakeLookup());
+    ASSERT_EQ(composition.video.has_value(), GetParam().video.has_value());
+    const Pieces video = composition.video ? pieces(composition.video->segments) : Pieces{};
+    if (composition.video) {
+        EXPECT_EQ(video, *GetParam().video);
+    }
+    std::vector<Pieces> audio;
+    for (const auto& track : composition.audio) {
+        EXPECT_EQ(track.kind, MediaKind::audio);
+        audio.push_back(pieces(track.segments));
+    }
+    EXPECT_EQ(audio, GetParam().audio);
+    // The composition lasts as long as its longest track.
+    std::int64_t longest = 0;
+    for (const auto& track : audio)
+        longest = std::max(longest, track.back().start + track.back().duration);
+    if (composition.video) longest = std::max(longest, video.back().start + video.back().duration);
+    EXPECT_EQ(composition.duration().ticks, longest);
+}
+
+const Piece kBAt3{1800, 600, "b.mov", 0, 600};
+const auto kFirstUnscaled = clip("a.mov", 0, 0.0009, 1.0008);
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, CompositionAssembly,
+    testing::Values(
+        Assembly{"NoClipsGiveNoTracks", {}, std::nullopt, {}},
+        Assembly{
+            "SoundAloneGivesNoVideoTrack",
+            {clip("tone.wav", 0, 0, 2, false), clip("tone.wav", 1, 0, 2, false)},
+            std::nullopt,
+            {{{0, 1200, "tone.wav", 0, 1200}}, {hole(0, 600), {600, 1200, "tone.wav", 0, 1200}}}},
+        alike("ClipAtFiveSecondsFollowsAnEmptyRangeFromZero", {clip("a.mov", 5, 0, 2)},
+              {hole(0, 3000), {3000, 1200, "a.mov", 0, 1200}}),
+        alike("DoubleRateFillsHalfTheSourceDuration",
+              {retimed(clip("a.mov", 0, 0, 10), 2), clip("b.mov", 5, 0, 1)},
+              {{0, 3000, "a.mov", 0, 6000}, {3000, 600, "b.mov", 0, 600}}),
+        alike("RateWithinATenThousandthOfOneIsOne", {retimed(clip("a.mov", 0, 0, 10), 1.00005)},
+              {{0, 6000, "a.mov", 0, 6000}}),
+        Assembly{"OverlappingSoundTakesASecondTrack",
+                 {clip("a.mov", 0, 0, 10), clip("b.mov", 5, 0, 10), clip("a.mov", 12, 0, 1)},
+                 Pieces{{0, 3000, "a.mov", 0, 3000},
+                        {3000, 4200, "b.mov", 0, 4200},
+                        {7200, 600, "a.mov", 0, 600},
+                        {7800, 1200, "b.mov", 4800, 1200}},
+                 {{{0, 6000, "a.mov", 0, 6000}, hole(6000, 1200), {7200, 600, "a.mov", 0, 600}},
+                  {hole(0, 3000), {3000, 6000, "b.mov", 0, 6000}}}},
+        // A vanished file or a missing kind of track costs only its own slice on that track.
+        alike("VanishedFileLeavesAnEmptyRange",
+              {clip("a.mov", 0, 0, 2), clip("gone.mov", 2, 0, 1), clip("b.mov", 3, 0, 1)},
+              {{0, 1200, "a.mov", 0, 1200}, hole(1200, 600), kBAt3}),
+        alike("VanishedFirstFile", {clip("gone.mov", 0, 0, 2), clip("b.mov", 3, 0, 1)},
+              {hole(0, 1800), kBAt3}),
+        Assembly{"FileWithoutSound",
+                 {clip("silent.mp4", 0, 0, 1), clip("a.mov", 1, 0, 1)},
+                 Pieces{{0, 600, "silent.mp4", 0, 600}, {600, 600, "a.mov", 0, 600}},
+                 {{hole(0, 600), {600, 600, "a.mov", 0, 600}}}},
+        // The scaled length, 857.4 ticks, would round down while the next clip's start, 857.8
+        // ticks, rounds up: the run ends at the rounded end of the clip, 858.
+        alike("ScaledClipEndsWhereTheNextStartsThoughItsLengthRoundsDown",
+              afterASlowClip(0.4, 857.4), {{0, 858, "a.mov", 0, 600}, {858, 600, "b.mov", 0, 600}}),
+        // Start and scaled length both round up (0.6 and 857.6 ticks), their sum down (858.2).
+        alike("ScaledClipEndsWhereTheNextStartsThoughItsStartRoundsUp", afterASlowClip(0.6, 857.6),
+              {hole(0, 1), {1, 857, "a.mov", 0, 600}, {858, 600, "b.mov", 0, 600}}),
+        // In 0.54 ticks and out 600.48 round to 1 and 600, a 599-tick range; the next clip
+        // starts at 599.94 ticks, which rounds to 600.
+        alike("UnscaledClipsThatMeetOnTheTimelineMeetInTicks",
+              {kFirstUnscaled, clip("b.mov", kFirstUnscaled.timelineEnd(), 0, 1)},
+              {{0, 600, "a.mov", 1, 600}, {600, 600, "b.mov", 0, 600}})),
+    [](const testing::TestParamInfo<Assembly>& info) { return info.param.name; });
+
+TEST(CompositionSegments, CarryTheClipsStreamRotationRateAndLength) {
     auto turned = clip("a.mov", 0, 1, 3);
     turned.rotationDegrees = 90;
     turned.rateMultiplier = 0.5;
-    const auto composition = buildComposition({turned}, fakeLookup());
+    const auto composition = buildComposition(
+        {turned, clip("b.mov", 4, 0, 1), retimed(clip("a.mov", 5, 0, 1), 1.00005)}, fakeLookup());
     ASSERT_TRUE(composition.video);
-    const auto& source = *composition.video->segments.at(0).source;
-    EXPECT_EQ(source.rotationDegrees, 90);
-    EXPECT_EQ(source.rate, 0.5);
-    EXPECT_EQ(source.clipID, turned.id);
-    EXPECT_EQ(composition.video->segments[0].duration, seconds(4));
-    EXPECT_EQ(composition.audio.at(0).segments.at(0).source->rotationDegrees, 0);
+    const auto& video = composition.video->segments;
+    ASSERT_EQ(video.size(), 3u);
+    EXPECT_EQ(std::tuple(video[0].source->streamIndex, video[0].source->rotationDegrees,
+                         video[0].source->rate, video[0].source->clipID),
+              std::tuple(0, 90, 0.5, turned.id));
+    EXPECT_EQ(video[0].duration, seconds(4));
+    EXPECT_EQ(video[1].source->streamIndex, 1);
+    EXPECT_EQ(video[2].source->rate, 1.0);
+    const auto& sound = composition.audio.at(0).segments;
+    ASSERT_EQ(sound.size(), 3u);
+    EXPECT_EQ(std::tuple(sound[0].source->streamIndex, sound[0].source->rotationDegrees),
+              std::tuple(1, 0));
+    EXPECT_EQ(sound[1].source->streamIndex, 0);
 }
 
 }  // namespace

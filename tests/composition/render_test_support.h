@@ -211,27 +211,14 @@ inline std::size_t expectedFrame(const PlainVideo& video, const composition::Seg
     return shown;
 }
 
-// Every sample of the first audio stream from its first real one, as 32-bit floats at the
-// stream's own rate and channel count, interleaved.
+// Every sample of the first audio stream as the ffmpeg tool decodes it, as 32-bit floats at
+// the stream's own rate and channel count, interleaved.
 inline std::vector<float> decodeAllAudio(const std::filesystem::path& file) {
-    std::vector<float> samples;
-    media::SwrPtr converter;
-    decodeAll(file, AVMEDIA_TYPE_AUDIO, [&](const AVStream&, media::FramePtr frame) {
-        if (!converter) {
-            SwrContext* made = nullptr;
-            swr_alloc_set_opts2(&made, &frame->ch_layout, AV_SAMPLE_FMT_FLT, frame->sample_rate,
-                                &frame->ch_layout, static_cast<AVSampleFormat>(frame->format),
-                                frame->sample_rate, 0, nullptr);
-            converter.reset(made);
-            swr_init(converter.get());
-        }
-        const std::size_t at = samples.size();
-        samples.resize(at +
-                       static_cast<std::size_t>(frame->nb_samples) * frame->ch_layout.nb_channels);
-        std::uint8_t* out[1] = {reinterpret_cast<std::uint8_t*>(samples.data() + at)};
-        swr_convert(converter.get(), out, frame->nb_samples,
-                    const_cast<const std::uint8_t**>(frame->extended_data), frame->nb_samples);
-    });
+    const std::string bytes =
+        testing_support::outputOf(std::string(VANTRELL_FFMPEG) + " -nostdin -loglevel error -i " +
+                                  quote(file.string()) + " -map 0:a:0 -f f32le -");
+    std::vector<float> samples(bytes.size() / sizeof(float));
+    std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
     return samples;
 }
 

@@ -1,10 +1,6 @@
 #pragma once
 
-#include <algorithm>
-#include <cmath>
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <functional>
@@ -18,7 +14,9 @@
 
 #include "common/media_time.h"
 #include "composition/composition.h"
+#include "composition/crop_frame.h"
 #include "export/export_progress.h"
+#include "export/export_settings.h"
 #include "export/mp4_boxes.h"
 #include "support/media_fixtures.h"
 
@@ -59,31 +57,6 @@ inline fs::path movieA() {
     return makeMedia("export_a.mp4", picture("testsrc2") + kSweep + "-t 4 " + h264() +
                                          "-c:a aac -aac_pns 0 -b:a 128k -ac 1");
 }
-// Same encoder settings as movieA, other pictures and sound: the same parameter sets.
-inline fs::path movieB() {
-    return makeMedia("export_b.mp4",
-                     picture("testsrc") +
-                         "-f lavfi -i \"aevalsrc=0.3*sin(2*PI*(900-150*t)*t):s=48000\" -t 3 " +
-                         h264() + "-c:a aac -aac_pns 0 -b:a 128k -ac 1");
-}
-// Same codec and size as movieA but other x264 settings, hence other parameter sets.
-inline fs::path movieOtherSettings() {
-    return makeMedia("export_refs3.mp4",
-                     picture("testsrc2") + "-t 2 " + h264("-refs 3 -crf 30") + "-an");
-}
-// movieA turned for display like a phone's portrait clip (90 degrees clockwise).
-inline fs::path movieRotated() {
-    return testing_support::turnedCopy("export_a_cw90.mp4", movieA(), 90);
-}
-// movieA in an MPEG transport stream: 90 kHz times, sound starting before the picture, and
-// seeking by byte position.
-inline fs::path transportStreamA() {
-    return makeMediaFrom("export_a.ts", movieA(), "-c copy");
-}
-// movieA in Matroska, whose B-frames come without decode times.
-inline fs::path matroskaA() {
-    return makeMediaFrom("export_a.mkv", movieA(), "-c copy");
-}
 inline fs::path movieWithPcm() {
     return makeMedia("export_pcm.mov",
                      picture("testsrc2") + kSweep + "-t 3 " + h264() + "-c:a pcm_s16le -ac 1");
@@ -97,6 +70,13 @@ inline fs::path pcmWave() {
 
 inline common::MediaTime ticks(std::int64_t value) {
     return common::MediaTime{value};
+}
+
+// Settings for a project whose largest clip is `width` x `height`, uncropped.
+inline exporting::ReencodeSettings plain(double width, double height, double framesPerSecond = 30) {
+    composition::VideoSettings video;
+    video.largestSize = {width, height};
+    return {composition::outputFrame(video), exporting::Framing::whole, framesPerSecond};
 }
 
 // A composition built by hand: segments are appended back to back on their track.
@@ -162,84 +142,26 @@ class CompositionBuilder {
     composition::Composition composition_;
 };
 
-struct Frame {
-    double seconds = 0;  // presentation time as the reader reports it
-    std::string hash;
-    std::int64_t pts = 0;  // the same in the reader's time base
-};
-
-// framemd5 lines of the first video stream of `file` decoded by the ffmpeg tool.
-inline std::vector<Frame> decodedFrames(const fs::path& file, const std::string& options) {
-    const std::string text = outputOf(std::string(VANTRELL_FFMPEG) + " -nostdin -v error " +
-                                      options + " -i " + quote(file.string()) +
-                                      " -map 0:v:0 -fps_mode passthrough -enc_time_base -1 -f "
-                                      "framemd5 - 2>/dev/null");
-    std::vector<Frame> frames;
-    std::istringstream lines(text);
-    std::string line;
-    double unit = 0;
-    while (std::getline(lines, line)) {
-        int num = 0;
-        int den = 0;
-        if (std::sscanf(line.c_str(), "#tb 0: %d/%d", &num, &den) == 2) unit = double(num) / den;
-        if (line.empty() || line[0] == '#') continue;
-        long long stream = 0, dts = 0, pts = 0, duration = 0, size = 0;
-        char hash[64] = {};
-        if (std::sscanf(line.c_str(), "%lld, %lld, %lld, %lld, %lld, %63s", &stream, &dts, &pts,
-                        &duration, &size, hash) == 6)
-            frames.push_back({pts * unit, hash, pts});
-    }
-    return frames;
-}
-
-// Every picture the ffmpeg tool shows of `file`, in order, with its own edit-list handling.
-inline std::vector<Frame> framesOf(const fs::path& file) {
-    return decodedFrames(file, "");
-}
-
-// The source's frames whose presentation lies in [in, out), in ticks.
-inline std::vector<Frame> framesBetween(const std::vector<Frame>& all, std::int64_t inTicks,
-                                        std::int64_t outTicks) {
-    std::vector<Frame> picked;
-    for (const auto& frame : all) {
-        const double tick = frame.seconds * common::MediaTime::kTicksPerSecond;
-        if (tick >= inTicks - 0.01 && tick < outTicks - 0.01) picked.push_back(frame);
-    }
-    return picked;
-}
-
-inline std::vector<std::string> hashes(const std::vector<Frame>& frames) {
-    std::vector<std::string> result;
-    for (const auto& f : frames) result.push_back(f.hash);
-    return result;
+// The hash of every picture the ffmpeg tool shows of `file`, in order, with its own
+// edit-list handling.
+inline std::vector<std::string> frameHashes(const fs::path& file) {
+    std::istringstream lines(
+        outputOf(std::string(VANTRELL_FFMPEG) + " -nostdin -v error -i " + quote(file.string()) +
+                 " -map 0:v:0 -fps_mode passthrough -f framemd5 - 2>/dev/null"));
+    std::vector<std::string> hashes;
+    for (std::string line; std::getline(lines, line);)
+        if (!line.empty() && line[0] != '#') hashes.push_back(line.substr(line.rfind(' ') + 1));
+    return hashes;
 }
 
 // The first audio stream of `file` decoded by the ffmpeg tool to 16-bit mono samples.
-inline std::vector<std::int16_t> decodedSamples(const fs::path& file, const std::string& options) {
+inline std::vector<std::int16_t> samplesOf(const fs::path& file) {
     const std::string bytes =
-        outputOf(std::string(VANTRELL_FFMPEG) + " -nostdin -v error " + options + " -i " +
-                 quote(file.string()) + " -map 0:a:0 -ac 1 -f s16le - 2>/dev/null");
+        outputOf(std::string(VANTRELL_FFMPEG) + " -nostdin -v error -i " + quote(file.string()) +
+                 " -map 0:a:0 -ac 1 -f s16le - 2>/dev/null");
     std::vector<std::int16_t> samples(bytes.size() / 2);
     std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
     return samples;
-}
-
-inline std::vector<std::int16_t> samplesOf(const fs::path& file) {
-    return decodedSamples(file, "");
-}
-
-// Where `window` occurs in `samples` between `from` and `to`, or none.
-inline std::optional<std::int64_t> find(const std::vector<std::int16_t>& samples,
-                                        const std::vector<std::int16_t>& window, std::int64_t from,
-                                        std::int64_t to) {
-    for (std::int64_t at = std::max<std::int64_t>(from, 0);
-         at <= to && at + static_cast<std::int64_t>(window.size()) <= std::ssize(samples); ++at) {
-        bool same = true;
-        for (std::size_t i = 0; i < window.size() && same; ++i)
-            same = std::abs(samples[at + i] - window[i]) <= 1;
-        if (same) return at;
-    }
-    return std::nullopt;
 }
 
 // The top-level boxes of an MP4/QuickTime file.
@@ -261,18 +183,8 @@ inline std::vector<std::string> topLevelTypes(const fs::path& file) {
     return types;
 }
 
-// The major brand in the file type box, such as "isom", "qt  " or "M4A ".
-inline std::string majorBrand(const fs::path& file) {
-    const auto boxes = boxesOf(file);
-    if (boxes.empty() || boxes.front().type != exporting::fourCC("ftyp") ||
-        boxes.front().payload.size() < 4)
-        return {};
-    return std::string(boxes.front().payload.begin(), boxes.front().payload.begin() + 4);
-}
-
 struct TrackInfo {
     std::uint32_t movieTimescale = 0;
-    std::uint32_t mediaTimescale = 0;
     std::uint64_t movieDuration = 0;
     std::uint64_t trackDuration = 0;  // tkhd, movie timescale
     std::vector<exporting::Mp4Edit> edits;
@@ -294,8 +206,6 @@ inline std::optional<TrackInfo> trackOf(const fs::path& file, const char* handle
             const auto* mdia = findMp4Child(trak, fourCC("mdia"));
             const auto* hdlr = mdia ? findMp4Child(*mdia, fourCC("hdlr")) : nullptr;
             if (!hdlr || exporting::mp4HandlerType(*hdlr).value() != fourCC(handler)) continue;
-            info.mediaTimescale =
-                exporting::mp4Timescale(*findMp4Child(*mdia, fourCC("mdhd"))).value();
             info.trackDuration =
                 exporting::mp4Duration(*findMp4Child(trak, fourCC("tkhd"))).value();
             if (const auto* edts = findMp4Child(trak, fourCC("edts")))
@@ -309,55 +219,6 @@ inline std::optional<TrackInfo> trackOf(const fs::path& file, const char* handle
 inline std::vector<exporting::Mp4Edit> editsOf(const fs::path& file, const char* handler) {
     auto info = trackOf(file, handler);
     return info ? info->edits : std::vector<exporting::Mp4Edit>{};
-}
-
-// What a player that follows the edit list to the letter shows: the frames decoded with
-// the file's edit list ignored, picked and placed by the edits themselves (an empty edit
-// shows nothing for its duration).
-inline std::vector<Frame> framesByEditList(const fs::path& file) {
-    auto info = trackOf(file, "vide");
-    if (!info) return {};
-    auto media = decodedFrames(file, "-ignore_editlist 1 -copyts");
-    std::sort(media.begin(), media.end(),
-              [](const Frame& a, const Frame& b) { return a.pts < b.pts; });
-    std::vector<Frame> shown;
-    double at = 0;
-    for (const auto& edit : info->edits) {
-        const double seconds = double(edit.duration) / info->movieTimescale;
-        if (edit.mediaTime >= 0) {
-            const double end = edit.mediaTime + seconds * info->mediaTimescale;
-            for (const auto& frame : media) {
-                if (frame.pts >= edit.mediaTime && frame.pts < end - 1e-6)
-                    shown.push_back({at + double(frame.pts - edit.mediaTime) / info->mediaTimescale,
-                                     frame.hash, frame.pts});
-            }
-        }
-        at += seconds;
-    }
-    return shown;
-}
-
-// The same for sound: samples decoded with the edit list ignored (sample n of the track's
-// media at media time n), cut and placed by the edits, empty edits as silence.
-inline std::vector<std::int16_t> samplesByEditList(const fs::path& file) {
-    auto info = trackOf(file, "soun");
-    if (!info) return {};
-    const auto media = decodedSamples(file, "-ignore_editlist 1");
-    std::vector<std::int16_t> shown;
-    std::int64_t movieTicks = 0;
-    const auto samplesAt = [&](std::int64_t ticks) {
-        return static_cast<std::int64_t>(
-            std::llround(double(ticks) * info->mediaTimescale / info->movieTimescale));
-    };
-    for (const auto& edit : info->edits) {
-        const std::int64_t count = samplesAt(movieTicks + edit.duration) - samplesAt(movieTicks);
-        movieTicks += edit.duration;
-        for (std::int64_t i = 0; i < count; ++i) {
-            const std::int64_t at = edit.mediaTime + i;
-            shown.push_back(edit.mediaTime >= 0 && at < std::ssize(media) ? media[at] : 0);
-        }
-    }
-    return shown;
 }
 
 // An export road as the tests drive it.

@@ -131,19 +131,14 @@ TEST(ExportPlanning, EveryReasonTheCopyWouldMeetIsKnownBeforehand) {
     }
 }
 
-TEST(ExportPlanning, TheFirstMatchingReasonWins) {
-    model::Project p;
-    p.setClips({clip(0, 5), clip(5, 5, "v:1752589105:1280x720")});
-    p.setCropInsetBottom(0.2);
-    EXPECT_EQ(exporting::reEncodeReason(p), "cropped");
-}
-
-TEST(ExportPlanning, DifferingFormatsAreCounted) {
+TEST(ExportPlanning, DifferingFormatsAreCountedUnlessAnEarlierReasonWins) {
     model::Project p;
     p.setClips({clip(0, 5), clip(5, 5, "v:1752589105:1280x720"), clip(10, 5, "missing")});
     EXPECT_EQ(exporting::reEncodeReason(p), "2 of 3 clips differ in format");
     EXPECT_EQ(exporting::statusLine(p),
               "3 clips · 0:15 · Re-encode (2 of 3 clips differ in format)");
+    p.setCropInsetBottom(0.2);
+    EXPECT_EQ(exporting::reEncodeReason(p), "cropped");
 }
 
 TEST(ExportPlanning, FormatsFollowWhetherAnyClipHasVideo) {

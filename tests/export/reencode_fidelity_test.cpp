@@ -23,12 +23,6 @@ using testing_support::DecodedVideo;
 using testing_support::Player;
 using testing_support::playerName;
 
-exporting::ReencodeSettings plain(double width, double height, double framesPerSecond = 30) {
-    composition::VideoSettings video;
-    video.largestSize = {width, height};
-    return {composition::outputFrame(video), exporting::Framing::whole, framesPerSecond};
-}
-
 fs::path reencoded(const composition::Composition& c, const std::string& name,
                    const exporting::ReencodeSettings& settings) {
     const auto out = testing_support::freshDir(name) / "out.mp4";

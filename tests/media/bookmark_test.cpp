@@ -94,6 +94,12 @@ TEST(Bookmark, ACopyWithTheSameNameSizeAndModificationTimeStandsForTheFile) {
     const auto copy = lookalikeOf(lib.file, lib.root / "library" / "backup" / "take 1.mov");
     fs::remove(lib.file);
     EXPECT_EQ(media::resolveBookmark(lib.bookmark, std::nullopt), copy);
+
+    // Under another name it is some other file.
+    Library other("lookalike-renamed");
+    lookalikeOf(other.file, other.shoot / "take 2.mov");
+    fs::remove(other.file);
+    EXPECT_FALSE(media::resolveBookmark(other.bookmark, other.root));
 }
 
 // Deleting first lets the file system hand the old inode number to a newcomer.

@@ -1,5 +1,7 @@
 #include "media/file_pasteboard.h"
 
+#include <unistd.h>
+
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -38,6 +40,10 @@ TEST(FilePasteboard, AMissingOrShapelessFileIsAnEmptyPasteboard) {
     std::ofstream(dir / "one-line") << kClips;
     EXPECT_FALSE(FilePasteboard(dir / "one-line").data(kClips)) << "no line ends the type";
     EXPECT_FALSE(FilePasteboard(dir).data(kClips)) << "a folder";
+    // Four gigabytes that take no room on disk are not read.
+    std::ofstream(dir / "huge").close();
+    ASSERT_EQ(::truncate((dir / "huge").c_str(), off_t{4} << 30), 0);
+    EXPECT_FALSE(FilePasteboard(dir / "huge").data(kClips));
 }
 
 TEST(FilePasteboard, AFailedWriteSaysWhichFileAndIsRemembered) {

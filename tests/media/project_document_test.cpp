@@ -1,6 +1,7 @@
 #include "media/project_document.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -160,11 +161,17 @@ TEST_F(ProjectDocumentTest, OnlyARegularFileThatDecodesOpens) {
     std::ofstream(dir / "bad.vantrell") << "{\"version\": 1, \"clips\": [";
     std::ofstream(dir / "partial.vantrell")
         << R"({"version": 1, "clips": [], "playheadGlobal": 0})";
+    // Four gigabytes that take no room on disk: refused unread.
+    std::ofstream(dir / "huge.vantrell").close();
+    ASSERT_EQ(::truncate((dir / "huge.vantrell").c_str(), off_t{4} << 30), 0);
     for (const char* name : {"absent.vantrell", "pipe.vantrell", "folder.vantrell", "bad.vantrell",
-                             "partial.vantrell"}) {
+                             "partial.vantrell", "huge.vantrell"}) {
         auto opened = ProjectDocument::open(dir / name, context());
         ASSERT_FALSE(opened.ok()) << name;
         EXPECT_NE(opened.error().message.find(name), std::string::npos) << name;
+        if (name == std::string("huge.vantrell")) {
+            EXPECT_NE(opened.error().message.find("too large"), std::string::npos);
+        }
     }
 }
 

@@ -64,13 +64,22 @@ fs::path claimsEndlessSound() {
 
 class RefusalTest : public testing::TestWithParam<Refused> {};
 
+// Errors are full sentences that name the file.
 TEST_P(RefusalTest, TheProbeRefusesSayingWhy) {
     const fs::path file = GetParam().make();
     auto probed = media::probeClip(file, std::nullopt, common::Uuid::random());
     ASSERT_FALSE(probed.ok()) << "probed as a clip of " << probed->fullDurationSeconds << " s";
     const std::string& message = probed.error().message;
-    EXPECT_NE(message.find(file.filename().string()), std::string::npos) << message;
+    EXPECT_NE(message.find(file.string()), std::string::npos) << message;
     EXPECT_NE(message.find(GetParam().reason), std::string::npos) << message;
+    EXPECT_EQ(message.back(), '.') << message;
+}
+
+// A Matroska file whose only stream is a subtitle.
+fs::path subtitleOnly() {
+    const auto srt = makeFile("line.srt", "1\n00:00:00,000 --> 00:00:01,000\nHello\n");
+    return sample_media::makeMedia("subtitle_only.mkv",
+                                   "-i " + testing_support::quote(srt.string()) + " -c:s srt");
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -80,7 +89,15 @@ INSTANTIATE_TEST_SUITE_P(
         Refused{"RandomBytesAsMp4", [] { return makeFile("r.mp4", randomBytes(65536)); }, "r.mp4"},
         Refused{"EmptyWav", [] { return makeFile("empty.wav", ""); }, "empty.wav"},
         Refused{"Text", [] { return makeFile("notes.mov", "not a movie\n"); }, "notes.mov"},
-        Refused{"SubtitleOnly", sample_media::subtitleOnlyMkv, "neither video nor audio"},
+        Refused{"Missing", [] { return testing_support::scratchDir() / "gone.mp4"; }, "gone.mp4"},
+        // The ffmpeg tool writes the index (moov) after the samples unless asked otherwise.
+        Refused{"CutBeforeItsIndex",
+                [] {
+                    return sample_media::firstBytes(sample_media::h264Mp4(), "h264_aac_cut.mp4",
+                                                    4096);
+                },
+                "h264_aac_cut.mp4"},
+        Refused{"SubtitleOnly", subtitleOnly, "neither video nor audio"},
         Refused{"HugePictures", claimsHugePictures, "65535x256"},
         Refused{"EndlessSound", claimsEndlessSound, "claims a length"},
         Refused{"Folder", [] { return testing_support::freshDir("folder.mp4"); }, "a folder"},

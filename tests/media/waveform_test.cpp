@@ -33,41 +33,14 @@ std::filesystem::path pcmWav(const std::string& name, const std::string& express
                                std::to_string(seconds) + "\"" + keep + " -c:a pcm_s16le");
 }
 
-std::vector<std::int16_t> samplesIn(const std::string& bytes, std::size_t begin = 0,
-                                    std::size_t size = std::string::npos) {
-    std::vector<std::int16_t> samples(std::min(size, bytes.size() - begin) / 2);
-    std::memcpy(samples.data(), bytes.data() + begin, samples.size() * 2);
-    return samples;
-}
-
-// Where the sample data of a 16-bit PCM WAV file begins, and how many bytes it says it has.
-std::pair<std::size_t, std::size_t> wavData(const std::string& bytes) {
-    const auto little32 = [&](std::size_t at) {
-        std::uint32_t value = 0;
-        for (int i = 3; i >= 0; --i) value = value << 8 | static_cast<std::uint8_t>(bytes[at + i]);
-        return value;
-    };
-    std::size_t at = 12;  // past "RIFF", the size and "WAVE"
-    while (at + 8 <= bytes.size()) {
-        const std::uint32_t size = little32(at + 4);
-        if (bytes.compare(at, 4, "data") == 0) return {at + 8, size};
-        at += 8 + size + (size & 1);
-    }
-    ADD_FAILURE() << "no data chunk";
-    return {bytes.size(), 0};
-}
-
-// The samples of a 16-bit PCM WAV file, channels interleaved; as many as its data holds.
-std::vector<std::int16_t> wavSamples(const std::filesystem::path& file) {
-    const std::string bytes = contentsOf(file);
-    const auto [begin, size] = wavData(bytes);
-    return samplesIn(bytes, begin, size);
-}
-
-// The samples the ffmpeg tool decodes from the first audio stream of `file`.
+// The samples the ffmpeg tool decodes from the first audio stream of `file`, channels
+// interleaved; for PCM, exactly those the file holds.
 std::vector<std::int16_t> toolDecodedSamples(const std::filesystem::path& file) {
-    return samplesIn(contentsOf(testing_support::makeMediaFrom(
-        file.filename().string() + ".s16", file, "-map 0:a:0 -f s16le -c:a pcm_s16le")));
+    const std::string bytes = contentsOf(testing_support::makeMediaFrom(
+        file.filename().string() + ".s16", file, "-map 0:a:0 -f s16le -c:a pcm_s16le"));
+    std::vector<std::int16_t> samples(bytes.size() / 2);
+    std::memcpy(samples.data(), bytes.data(), samples.size() * 2);
+    return samples;
 }
 
 // The peak rule, written out plainly over the whole sample list.
@@ -127,7 +100,7 @@ TEST(WaveformPeaks, FollowTheRuleOnExactPcm) {
          }) {
         SCOPED_TRACE(c.name);
         const auto file = pcmWav(c.name, c.expressions, c.seconds, c.trim);
-        const auto pcm = wavSamples(file);
+        const auto pcm = toolDecodedSamples(file);
         ASSERT_EQ(pcm.size(), c.sampleCount);
         const auto peaks = extractPeaks(file, c.target);
         ASSERT_TRUE(peaks);
@@ -167,21 +140,22 @@ TEST(WaveformPeaks, ACutFileGivesNothingUnlessItEndsWhereAPacketDoes) {
     EXPECT_FALSE(
         extractPeaks(samples::firstBytes(aac, "swell_cut_late.m4a", size * 97 / 100), 1600));
 
+    // Two seconds of mono 16-bit samples, 192,000 bytes, close the file.
     const auto wav = pcmWav("sine_half_long.wav", "0.5*sin(2*PI*1000*t)*t/2", 2);
-    const auto [begin, bytes] = wavData(contentsOf(wav));
-    ASSERT_EQ(bytes, 192000u);
+    const auto begin = std::filesystem::file_size(wav) - 192000;
+    ASSERT_EQ(toolDecodedSamples(wav).size(), 96000u);
     EXPECT_FALSE(extractPeaks(
         samples::firstBytes(wav, "sine_half_long_cut.wav", std::filesystem::file_size(wav) / 2),
         1600));
     // Cut where a packet of 4096 bytes ends, the file reads to its end without a fault
     // but holds far fewer samples than its header says.
     const auto cut = samples::firstBytes(wav, "sine_half_long_12_packets.wav", begin + 12 * 4096);
-    const auto held = wavSamples(cut);
+    const auto held = toolDecodedSamples(cut);
     ASSERT_EQ(held.size(), 12u * 2048);
     EXPECT_EQ(extractPeaks(cut, 1600), referencePeaks(held, 1600));
 
     EXPECT_FALSE(extractPeaks(testing_support::scratchDir() / "no-such-file.wav", 1600));
-    EXPECT_FALSE(extractPeaks(samples::wav(), 0));
+    EXPECT_FALSE(extractPeaks(wav, 0));
 }
 
 // The alpha of a pixel of a waveform image.
