@@ -6,6 +6,7 @@
 //   check_media --cli PATH/vantrell-cli DIR
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -17,6 +18,12 @@
 #include <vector>
 
 #include <nlohmann/json.hpp>
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include "support/media_fixtures.h"
 #include "support/player_decode.h"
@@ -33,6 +40,8 @@ using testing_support::quote;
 // scale, and a re-encode's error shows as well.
 constexpr std::pair<int, int> kCheckSize{320, 180};
 constexpr double kGapSeconds = 0.5;
+// Ample for the short clips of phones and cameras; a file that takes longer is stuck.
+constexpr int kFileSeconds = 300;
 constexpr double kCopiedPsnr = 1e9;  // identical
 constexpr double kReencodedPsnr = 35;
 constexpr double kSmartCutPsnr = 45;  // the frames a smart cut re-encodes around its cuts
@@ -57,20 +66,33 @@ std::string fixed(double value, int digits = 3) {
     return text;
 }
 
+// Prints each result as one line; a checker running in a child process also sends each
+// result's tally down `records` so that the parent, which outlives a child killed for taking
+// too long, keeps the counts.
 class Reporter {
   public:
     void line(const std::string& file, const std::string& what, const std::string& check, bool ok,
-              const std::string& detail) {
+              std::string detail) {
+        // Command output spans lines; one result stays on one line.
+        std::replace(detail.begin(), detail.end(), '\n', ' ');
         std::cout << (ok ? "PASS " : "FAIL ") << file << "  " << what << "  " << check << "  "
                   << detail << "\n"
                   << std::flush;
-        auto& counts = tally_.byCheck[check];
-        (ok ? counts.first : counts.second)++;
-        if (!ok) tally_.failed++;
+        count(check, ok);
+        send((ok ? "P " : "F ") + check);
     }
     void skip(const std::string& file, const std::string& why) {
         std::cout << "SKIP " << file << "  " << why << "\n" << std::flush;
         ++skipped_;
+        send("S");
+    }
+    void sendTo(int records) { records_ = records; }
+    // One record as `send` writes it.
+    void take(const std::string& record) {
+        if (record == "S")
+            ++skipped_;
+        else if (record.size() > 2)
+            count(record.substr(2), record[0] == 'P');
     }
     int summary(int files) const {
         std::cout << "\nsummary: " << files << " files, " << skipped_ << " skipped\n";
@@ -85,8 +107,20 @@ class Reporter {
     }
 
   private:
+    void count(const std::string& check, bool ok) {
+        auto& counts = tally_.byCheck[check];
+        (ok ? counts.first : counts.second)++;
+        if (!ok) tally_.failed++;
+    }
+    void send(const std::string& record) {
+        if (records_ < 0) return;
+        const std::string text = record + "\n";
+        if (::write(records_, text.data(), text.size()) < 0) records_ = -1;
+    }
+
     Tally tally_;
     int skipped_ = 0;
+    int records_ = -1;
 };
 
 // The last frame of `video` that starts at or before `seconds`, or none before the first.
@@ -364,6 +398,57 @@ class Checker {
     Reporter& report_;
 };
 
+// Runs one file's checks in a child process of its own group, so that an export or a player
+// that hangs on it can be stopped with everything it started. False when time ran out.
+bool checkWithin(const fs::path& file, const fs::path& work, const fs::path& cli,
+                 Reporter& report) {
+    int records[2];
+    // Closed on exec, so only this child holds the writing end and its exit ends the reading.
+    if (::pipe2(records, O_CLOEXEC) != 0) return false;
+    const pid_t child = ::fork();
+    if (child == 0) {
+        ::setpgid(0, 0);
+        ::close(records[0]);
+        Reporter own;
+        own.sendTo(records[1]);
+        Checker(cli, own).check(file, work);
+        std::cout << std::flush;
+        ::_exit(0);
+    }
+    ::close(records[1]);
+    if (child < 0) {
+        ::close(records[0]);
+        return false;
+    }
+    ::setpgid(child, child);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(kFileSeconds);
+    std::string pending;
+    bool finished = false;
+    while (true) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+                              deadline - std::chrono::steady_clock::now())
+                              .count();
+        if (left <= 0) break;
+        pollfd wait{records[0], POLLIN, 0};
+        if (::poll(&wait, 1, static_cast<int>(left)) <= 0) continue;
+        char buffer[4096];
+        const ssize_t n = ::read(records[0], buffer, sizeof buffer);
+        if (n <= 0) {
+            finished = true;
+            break;
+        }
+        pending.append(buffer, static_cast<std::size_t>(n));
+        for (auto end = pending.find('\n'); end != std::string::npos; end = pending.find('\n')) {
+            report.take(pending.substr(0, end));
+            pending.erase(0, end + 1);
+        }
+    }
+    ::close(records[0]);
+    if (!finished) ::kill(-child, SIGKILL);
+    ::waitpid(child, nullptr, 0);
+    return finished;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -378,9 +463,13 @@ int main(int argc, char** argv) {
         if (entry.is_regular_file()) files.push_back(entry.path());
     std::sort(files.begin(), files.end());
     Reporter report;
-    Checker checker(cli, report);
     const fs::path work = fs::temp_directory_path() / ("check-media-" + std::to_string(::getpid()));
-    for (const auto& file : files) checker.check(file, work);
-    fs::remove_all(work);
+    for (const auto& file : files) {
+        std::cout << std::flush;
+        if (!checkWithin(file, work, cli, report))
+            report.line(file.filename().string(), "all", "time-limit", false,
+                        "no result within " + std::to_string(kFileSeconds) + " s; stopped");
+        fs::remove_all(work);
+    }
     return report.summary(static_cast<int>(files.size()));
 }
