@@ -335,7 +335,7 @@ common::Status VideoTrackWriter::writeGap(const Item& item) {
 }
 
 common::Status VideoTrackWriter::writeBlack(std::int64_t start, std::int64_t end) {
-    auto encoder = CutEncoder::open(parameters_, outputTimeBase_, frameRate_);
+    auto encoder = CutEncoder::open(parameters_, frameRate_);
     if (!encoder) return encoder.error();
     auto black = encoder->blackFrame();
     if (!black) return black.error();
@@ -457,7 +457,7 @@ common::Status VideoTrackWriter::writeCopy(const Range& range, const CutPiece& p
 common::Status VideoTrackWriter::writeReencoded(const Range& range, const CutPiece& piece) {
     auto decoder = media::openDecoder(source_->format(), source_->stream(), 0);
     if (!decoder) return decoder.error();
-    auto encoder = CutEncoder::open(*source_->stream().codecpar, outputTimeBase_, frameRate_);
+    auto encoder = CutEncoder::open(*source_->stream().codecpar, frameRate_);
     if (!encoder) return encoder.error();
     std::map<std::int64_t, std::int64_t> wanted;  // source pts to output duration
     std::size_t lastIndex = 0;
