@@ -88,10 +88,12 @@ common::Result<VideoTrackWriter> VideoTrackWriter::plan(const composition::Track
     bool rateKnown = false;
     for (Range& range : writer.ranges_) {
         if (auto scanned = writer.scan(range); !scanned) return scanned.error();
-        const AVStream& stream = writer.source_->stream();
-        if (!rateKnown && stream.avg_frame_rate.num > 0 && stream.avg_frame_rate.den > 0) {
-            writer.frameRate_ = stream.avg_frame_rate;
-            rateKnown = true;
+        if (!rateKnown) {
+            const AVRational rate = writer.source_->frameRate();
+            if (rate.num > 0) {
+                writer.frameRate_ = rate;
+                rateKnown = true;
+            }
         }
         const std::int64_t origin = writer.source_->origin();
         const auto toSource = [&](common::MediaTime t) {

@@ -172,6 +172,9 @@ INSTANTIATE_TEST_SUITE_P(
               30, 270),
         // A MOV-family file keeps its own sample entry code; others get hvc1.
         movie("HevcInMkv", samples::hevcMkv, kHvc1, false, 320, 240),
+        // Matroska's stated rate is a guess; the frames' times tell.
+        movie("MkvStatingTwiceItsRate", samples::h264MkvStatingTwiceItsRate, kAvc1, false, 320,
+              240),
         movie("HevcHev1InMp4", later(samples::hevcMp4, "hev1"), "v:1751479857:320x240", false, 320,
               240),
         movie("Mpeg4InAvi", samples::mpeg4Avi, "v:1836070006:320x240", true, 320, 240, 1, 25),

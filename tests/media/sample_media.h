@@ -39,6 +39,12 @@ inline std::filesystem::path h264PortraitMp4() {
 inline std::filesystem::path hevcMkv() {
     return makeMedia("hevc.mkv", picture(320, 240) + "-t 1 " + kHevc);
 }
+// Frames 1/30 s apart in a Matroska file whose block durations say 1/60 s, as some
+// phones' files do.
+inline std::filesystem::path h264MkvStatingTwiceItsRate() {
+    return makeMedia("h264_rate_twice.mkv",
+                     picture(320, 240) + "-t 1 " + kH264 + "-fps_mode passthrough -r 60");
+}
 // hev1 is the sample entry FFmpeg writes for HEVC in MP4 unless told otherwise.
 inline std::filesystem::path hevcMp4(const std::string& tag) {
     return makeMedia("hevc_" + tag + ".mp4", picture(320, 240) + "-t 1 " + kHevc + "-tag:v " + tag);
