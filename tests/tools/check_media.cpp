@@ -201,6 +201,42 @@ std::optional<double> audioOffset(const DecodedAudio& source, double expectedAt,
     return double(bestAt) / source.sampleRateHz - kSearch;
 }
 
+// The player's pictures of the source with the reference's times, frame for frame. A player
+// may show frames of the source that the reference hides (at the start, under the source's
+// own edit list): the run of its frames that looks most like the reference's is taken then.
+// None when the player shows fewer frames.
+std::optional<DecodedVideo> alignedTo(const DecodedVideo& reference, DecodedVideo own) {
+    const std::size_t count = reference.frameCount();
+    if (own.frameCount() < count || count == 0) return std::nullopt;
+    const std::size_t surplus = own.frameCount() - count;
+    std::size_t best = 0;
+    double bestMatch = -1;
+    for (std::size_t skip = 0; skip <= surplus && surplus > 0; ++skip) {
+        double match = 0;
+        for (std::size_t i = 0; i < std::min<std::size_t>(count, 8); ++i)
+            match +=
+                std::min(100.0, testing_support::psnr(own.frame(skip + i), reference.frame(i)));
+        if (match > bestMatch) {
+            bestMatch = match;
+            best = skip;
+        }
+    }
+    if (best > 0) {
+        const fs::path kept = own.rawFile.string() + ".aligned";
+        std::ofstream out(kept, std::ios::binary);
+        for (std::size_t i = best; i < best + count; ++i) {
+            const auto bytes = own.frame(i);
+            out.write(reinterpret_cast<const char*>(bytes.data()),
+                      static_cast<std::streamsize>(bytes.size()));
+        }
+        own.rawFile = kept;
+    }
+    own.hashes.assign(own.hashes.begin() + best, own.hashes.begin() + best + count);
+    own.meanLuma.assign(own.meanLuma.begin() + best, own.meanLuma.begin() + best + count);
+    own.seconds = reference.seconds;
+    return own;
+}
+
 struct Export {
     std::string name;
     fs::path file;
@@ -300,17 +336,13 @@ class Checker {
         for (Player player : testing_support::kPlayers) {
             const std::string who = testing_support::playerName(player);
             // Pictures compare as this player scales them, so that copied frames stay
-            // identical; their times stay the reference's, frame for frame, when the player
-            // decodes as many from the source.
+            // identical; their times stay the reference's.
             std::optional<DecodedVideo> scaledAlike;
             if (sourceVideo && player != reference) {
                 auto own =
                     testing_support::decodeVideo(source, player, work / "source-own",
                                                  {testing_support::PixelLayout::i420, kCheckSize});
-                if (own.error.empty() && own.frameCount() == sourceVideo->frameCount()) {
-                    own.seconds = sourceVideo->seconds;
-                    scaledAlike = std::move(own);
-                }
+                if (own.error.empty()) scaledAlike = alignedTo(*sourceVideo, std::move(own));
             }
             for (const auto& e : exports) {
                 const std::string what = e.name + " " + who;
