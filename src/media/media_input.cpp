@@ -254,9 +254,14 @@ AVRational measuredFrameRate(AVFormatContext& input, const AVStream& stream) {
         av_packet_unref(packet.get());
     }
     avformat_seek_file(&input, -1, INT64_MIN, 0, 0, 0);
+    // Read in decode order, the last few presentation times may skip frames not yet read;
+    // they are left out when there are enough.
+    constexpr std::size_t kReorderDepth = 16;
+    std::sort(times.begin(), times.end());
+    if (times.size() > 2 * kReorderDepth) times.resize(times.size() - kReorderDepth);
     if (times.size() < 2) return statedFrameRate(stream);
-    const auto [first, last] = std::minmax_element(times.begin(), times.end());
-    const double seconds = static_cast<double>(*last - *first) * av_q2d(stream.time_base);
+    const double seconds =
+        static_cast<double>(times.back() - times.front()) * av_q2d(stream.time_base);
     if (!(seconds > 0)) return statedFrameRate(stream);
     return roundedRate(static_cast<double>(times.size() - 1) / seconds);
 }
