@@ -26,8 +26,7 @@ bool canEncode(AVCodecID codec) {
 CutEncoder::CutEncoder(media::CodecContextPtr context, NalFraming framing)
     : context_(std::move(context)), framing_(framing) {}
 
-common::Result<CutEncoder> CutEncoder::open(const AVCodecParameters& source, AVRational timeBase,
-                                            AVRational frameRate) {
+common::Result<CutEncoder> CutEncoder::open(const AVCodecParameters& source, AVRational frameRate) {
     const AVCodec* codec = avcodec_find_encoder(source.codec_id);
     if (!codec) {
         return common::Error{std::string("This build has no encoder for ") +
@@ -39,8 +38,11 @@ common::Result<CutEncoder> CutEncoder::open(const AVCodecParameters& source, AVR
     c.width = source.width;
     c.height = source.height;
     c.pix_fmt = static_cast<AVPixelFormat>(source.format);
-    c.time_base = timeBase;
-    if (frameRate.num > 0 && frameRate.den > 0) c.framerate = frameRate;
+    // The encoder counts frames (see encode), so its clock need only tick once a frame; MPEG-4
+    // Part 2 refuses a clock finer than 1/65535 s, which a join's common time base can be.
+    const AVRational rate = frameRate.num > 0 && frameRate.den > 0 ? frameRate : AVRational{30, 1};
+    av_reduce(&c.time_base.num, &c.time_base.den, rate.den, rate.num, 65535);
+    c.framerate = rate;
     c.sample_aspect_ratio = source.sample_aspect_ratio;
     c.color_range = source.color_range;
     c.color_primaries = source.color_primaries;
@@ -59,8 +61,11 @@ common::Result<CutEncoder> CutEncoder::open(const AVCodecParameters& source, AVR
         av_dict_set(&options, "x265-params", kX265Params, 0);
         av_dict_set(&options, "preset", "veryfast", 0);
     } else {
+        // The finest quantiser; the MPEG encoders clamp it to qmin, 2 unless told, which
+        // leaves cut frames a few dB short.
         c.flags |= AV_CODEC_FLAG_QSCALE;
         c.global_quality = FF_QP2LAMBDA;
+        c.qmin = 1;
     }
     const int rc = avcodec_open2(&c, codec, &options);
     av_dict_free(&options);
@@ -72,7 +77,11 @@ common::Result<CutEncoder> CutEncoder::open(const AVCodecParameters& source, AVR
 }
 
 common::Status CutEncoder::encode(AVFrame* frame, std::vector<media::PacketPtr>& out) {
-    if (frame) frame->pict_type = AV_PICTURE_TYPE_NONE;
+    if (frame) {
+        frame->pict_type = AV_PICTURE_TYPE_NONE;
+        times_[counted_] = frame->pts;
+        frame->pts = counted_++;
+    }
     if (int rc = avcodec_send_frame(context_.get(), frame); rc < 0)
         return media::avError(rc, "Cannot encode the frames around a cut");
     while (true) {
@@ -81,6 +90,11 @@ common::Status CutEncoder::encode(AVFrame* frame, std::vector<media::PacketPtr>&
         const int rc = avcodec_receive_packet(context_.get(), packet.get());
         if (rc == AVERROR(EAGAIN) || rc == AVERROR_EOF) return common::success();
         if (rc < 0) return media::avError(rc, "Cannot encode the frames around a cut");
+        // Without B-frames each packet is one frame, in order, timed as that frame was.
+        if (const auto time = times_.find(packet->pts); time != times_.end()) {
+            packet->pts = packet->dts = time->second;
+            times_.erase(time);
+        }
         if (framing_.nal && framing_.lengthSize > 0) {
             auto bytes = reframed({packet->data, static_cast<std::size_t>(packet->size)}, framing_);
             media::PacketPtr framed{av_packet_alloc()};

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <map>
 #include <vector>
 
 #include "common/result.h"
@@ -14,11 +16,11 @@ namespace exporting {
 // frames of gaps. Packets come out framed like the source's. One per stretch; one thread.
 class CutEncoder {
   public:
-    // `timeBase` is the unit of the frames' pts; `frameRate` the source's nominal rate.
-    static common::Result<CutEncoder> open(const AVCodecParameters& source, AVRational timeBase,
-                                           AVRational frameRate);
+    // `frameRate` is the source's nominal rate.
+    static common::Result<CutEncoder> open(const AVCodecParameters& source, AVRational frameRate);
 
-    // Encodes `frame`, or drains the encoder when it is null, appending what comes out.
+    // Encodes `frame`, or drains the encoder when it is null, appending what comes out. Packets
+    // carry their frame's pts, in whatever unit the caller times frames.
     common::Status encode(AVFrame* frame, std::vector<media::PacketPtr>& out);
 
     // A black picture of the encoder's size and format.
@@ -29,6 +31,8 @@ class CutEncoder {
 
     media::CodecContextPtr context_;
     NalFraming framing_;
+    std::int64_t counted_ = 0;                    // frames sent so far
+    std::map<std::int64_t, std::int64_t> times_;  // frame number to the caller's pts
 };
 
 // True if this build can encode `codec`.

@@ -37,8 +37,8 @@ CutPlan planCut(const std::vector<CodedFrame>& frames, std::int64_t inPts, std::
     if (!shownFrom) shownFrom = firstAfter;
     if (!shownFrom) return plan;
     plan.shownFrom = *shownFrom;
-    plan.anchor = std::min(*shownFrom, inPts);
-    const std::int64_t limit = outPts - (inPts - plan.anchor);
+    plan.anchor = inPts;
+    const std::int64_t limit = outPts;
     const auto wanted = [&](const CodedFrame& f) {
         return !f.hidden && f.pts >= *shownFrom && f.pts < limit;
     };

@@ -27,7 +27,7 @@ struct CutPiece {
 // How the frames of one source range reach the output.
 struct CutPlan {
     std::int64_t shownFrom = 0;  // pts of the first frame shown
-    std::int64_t anchor = 0;     // the source time that goes at the range start
+    std::int64_t anchor = 0;     // the source time that goes at the range start: the in-point
     std::vector<CutPiece> pieces;
     std::size_t shownCount = 0;
     std::size_t reencodedCount = 0;
@@ -38,9 +38,10 @@ struct CutPlan {
 // the frames before the first copied keyframe and after the last copied group are
 // re-encoded. Leading pictures of an open group (shown before their keyframe, decoded after
 // it) are copied only when the group before is copied too; otherwise they are re-encoded.
-// The frame showing at `inPts` is the first one shown, at the range start; the range keeps
-// its length, so the last frame shown starts before outPts − (inPts − shownFrom). A stream
-// that starts inside the range is anchored at `inPts` instead. Pure.
+// Every frame keeps its place relative to `inPts`, as the composition shows it, so pictures
+// stay in step with the sound: the frame showing at `inPts` is the first one shown, from the
+// range start (for what is left of its time), and the last one shown starts before `outPts`.
+// A stream that starts inside the range shows nothing before its first frame. Pure.
 CutPlan planCut(const std::vector<CodedFrame>& frames, std::int64_t inPts, std::int64_t outPts);
 
 }  // namespace exporting

@@ -29,6 +29,10 @@ common::Result<SourceStream> SourceStream::open(const std::filesystem::path& pat
     return SourceStream(std::move(input).value(), path, stream);
 }
 
+AVRational SourceStream::frameRate() {
+    return media::measuredFrameRate(*input_, *stream_);
+}
+
 common::Status SourceStream::seek(std::int64_t timestamp) {
     if (av_seek_frame(input_.get(), stream_->index, timestamp, AVSEEK_FLAG_BACKWARD) >= 0)
         return common::success();

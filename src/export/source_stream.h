@@ -22,6 +22,10 @@ class SourceStream {
     // or video stream of the file, so that picture and sound keep their offset.
     std::int64_t origin() const { return origin_; }
 
+    // The rate the stream's frames come at (see media::measuredFrameRate); reading goes back
+    // to the start. {0, 1} when nothing tells.
+    AVRational frameRate();
+
     // Moves reading to the last point at or before `timestamp` (stream time base) where
     // the demuxer can start, or to the start of the stream.
     common::Status seek(std::int64_t timestamp);

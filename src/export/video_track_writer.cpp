@@ -48,6 +48,10 @@ std::int64_t VideoTrackWriter::toOutput(const Range& range, std::int64_t sourceT
            av_rescale_q(sourceTime - range.cut.anchor, range.sourceTimeBase, outputTimeBase_);
 }
 
+std::int64_t VideoTrackWriter::shownAt(const Range& range, std::int64_t pts) const {
+    return std::max(toOutput(range, pts), toOutput(range.timelineStart) + delay_);
+}
+
 common::Result<VideoTrackWriter> VideoTrackWriter::plan(const composition::Track& track,
                                                         const AVCodecParameters& parameters,
                                                         AVRational outputTimeBase) {
@@ -84,10 +88,12 @@ common::Result<VideoTrackWriter> VideoTrackWriter::plan(const composition::Track
     bool rateKnown = false;
     for (Range& range : writer.ranges_) {
         if (auto scanned = writer.scan(range); !scanned) return scanned.error();
-        const AVStream& stream = writer.source_->stream();
-        if (!rateKnown && stream.avg_frame_rate.num > 0 && stream.avg_frame_rate.den > 0) {
-            writer.frameRate_ = stream.avg_frame_rate;
-            rateKnown = true;
+        if (!rateKnown) {
+            const AVRational rate = writer.source_->frameRate();
+            if (rate.num > 0) {
+                writer.frameRate_ = rate;
+                rateKnown = true;
+            }
         }
         const std::int64_t origin = writer.source_->origin();
         const auto toSource = [&](common::MediaTime t) {
@@ -335,7 +341,7 @@ common::Status VideoTrackWriter::writeGap(const Item& item) {
 }
 
 common::Status VideoTrackWriter::writeBlack(std::int64_t start, std::int64_t end) {
-    auto encoder = CutEncoder::open(parameters_, outputTimeBase_, frameRate_);
+    auto encoder = CutEncoder::open(parameters_, frameRate_);
     if (!encoder) return encoder.error();
     auto black = encoder->blackFrame();
     if (!black) return black.error();
@@ -376,15 +382,15 @@ common::Status VideoTrackWriter::startRange(const Range& range) {
     durations_.assign(range.frames.size(), 0);
     const std::int64_t end = toOutput(range.timelineStart + range.duration) + delay_;
     for (std::size_t k = 0; k < shown.size(); ++k) {
-        const std::int64_t at = toOutput(range, range.frames[shown[k]].pts);
+        const std::int64_t at = shownAt(range, range.frames[shown[k]].pts);
         const std::int64_t after =
-            k + 1 < shown.size() ? toOutput(range, range.frames[shown[k + 1]].pts) : end;
+            k + 1 < shown.size() ? shownAt(range, range.frames[shown[k + 1]].pts) : end;
         durations_[shown[k]] = std::max<std::int64_t>(after - at, 1);
     }
     range_ = &range;
     piece_ = 0;
     copied_ = 0;
-    const std::int64_t firstShown = toOutput(range, range.cut.shownFrom);
+    const std::int64_t firstShown = shownAt(range, range.cut.shownFrom);
     const std::int64_t start = toOutput(range.timelineStart) + delay_;
     if (firstShown > start) return writeBlack(start, firstShown);
     return common::success();
@@ -427,8 +433,10 @@ common::Status VideoTrackWriter::writeCopy(const Range& range, const CutPiece& p
         ++batch;
         AVPacket& p = **packet;
         const CodedFrame& frame = range.frames[index];
-        p.pts = toOutput(range, frame.pts);
-        p.dts = toOutput(range, frame.dts);
+        p.pts = shownAt(range, frame.pts);
+        // A keyframe shown from the range start was decoded a little earlier than the
+        // in-point; it only has to follow what the range before left in decode order.
+        p.dts = std::max(toOutput(range, frame.dts), lastDts_ + 1);
         p.duration = durations_[index];
         if (foreignBefore_ && framing_.nal) {
             // The decoder has been fed other parameter sets, or another sequence; this
@@ -457,7 +465,7 @@ common::Status VideoTrackWriter::writeCopy(const Range& range, const CutPiece& p
 common::Status VideoTrackWriter::writeReencoded(const Range& range, const CutPiece& piece) {
     auto decoder = media::openDecoder(source_->format(), source_->stream(), 0);
     if (!decoder) return decoder.error();
-    auto encoder = CutEncoder::open(*source_->stream().codecpar, outputTimeBase_, frameRate_);
+    auto encoder = CutEncoder::open(*source_->stream().codecpar, frameRate_);
     if (!encoder) return encoder.error();
     std::map<std::int64_t, std::int64_t> wanted;  // source pts to output duration
     std::size_t lastIndex = 0;
@@ -480,7 +488,7 @@ common::Status VideoTrackWriter::writeReencoded(const Range& range, const CutPie
                                          : frame->pts;
             const auto found = wanted.find(pts);
             if (found == wanted.end()) continue;
-            frame->pts = toOutput(range, pts);
+            frame->pts = shownAt(range, pts);
             outputDurations[frame->pts] = found->second;
             ++encoded;
             if (auto done = encoder->encode(frame.get(), packets); !done) return done;

@@ -81,6 +81,8 @@ class VideoTrackWriter {
 
     std::int64_t toOutput(common::MediaTime time) const;
     std::int64_t toOutput(const Range& range, std::int64_t sourceTime) const;
+    // When a frame of `range` appears: the frame showing at the in-point from the range start.
+    std::int64_t shownAt(const Range& range, std::int64_t pts) const;
 
     const AVCodecParameters& parameters_;
     AVRational outputTimeBase_;

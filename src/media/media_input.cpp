@@ -7,6 +7,7 @@
 #include <optional>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "media/av_error.h"
 #include "media/regular_file.h"
@@ -205,11 +206,64 @@ double measuredDurationSeconds(AVFormatContext& input) {
     return *last - *first;
 }
 
-double nominalFrameRate(const AVStream& stream) {
+namespace {
+
+AVRational statedFrameRate(const AVStream& stream) {
     AVRational rate = stream.avg_frame_rate;
     if (rate.num <= 0 || rate.den <= 0) rate = stream.r_frame_rate;
+    if (rate.num <= 0 || rate.den <= 0) return {0, 1};
+    return rate;
+}
+
+// The common rate nearest to `perSecond` when one lies within 0.2%, which millisecond
+// timestamps cannot tell apart; otherwise the measured rate itself.
+AVRational roundedRate(double perSecond) {
+    constexpr AVRational kCommon[] = {{24000, 1001}, {24, 1},  {25, 1},  {30000, 1001},
+                                      {30, 1},       {48, 1},  {50, 1},  {60000, 1001},
+                                      {60, 1},       {100, 1}, {120, 1}, {240, 1}};
+    AVRational best{0, 1};
+    double bestError = 0.002;
+    for (AVRational rate : kCommon) {
+        const double error = std::abs(perSecond / av_q2d(rate) - 1);
+        if (error < bestError) {
+            bestError = error;
+            best = rate;
+        }
+    }
+    return best.num > 0 ? best : av_d2q(perSecond, 1000000);
+}
+
+}  // namespace
+
+double reportedFrameRate(AVRational rate) {
     if (rate.num <= 0 || rate.den <= 0) return 0;
     return static_cast<float>(av_q2d(rate));
+}
+
+AVRational measuredFrameRate(AVFormatContext& input, const AVStream& stream) {
+    if (stream.nb_frames > 0) return statedFrameRate(stream);
+    constexpr int kFrames = 120;
+    std::vector<std::int64_t> times;
+    PacketPtr packet{av_packet_alloc()};
+    if (!packet) return statedFrameRate(stream);
+    avformat_seek_file(&input, -1, INT64_MIN, 0, 0, 0);
+    while (std::ssize(times) < kFrames && av_read_frame(&input, packet.get()) >= 0) {
+        if (packet->stream_index == stream.index && packet->pts != AV_NOPTS_VALUE &&
+            !(packet->flags & AV_PKT_FLAG_DISCARD))
+            times.push_back(packet->pts);
+        av_packet_unref(packet.get());
+    }
+    avformat_seek_file(&input, -1, INT64_MIN, 0, 0, 0);
+    // Read in decode order, the last few presentation times may skip frames not yet read;
+    // they are left out when there are enough.
+    constexpr std::size_t kReorderDepth = 16;
+    std::sort(times.begin(), times.end());
+    if (times.size() > 2 * kReorderDepth) times.resize(times.size() - kReorderDepth);
+    if (times.size() < 2) return statedFrameRate(stream);
+    const double seconds =
+        static_cast<double>(times.back() - times.front()) * av_q2d(stream.time_base);
+    if (!(seconds > 0)) return statedFrameRate(stream);
+    return roundedRate(static_cast<double>(times.size() - 1) / seconds);
 }
 
 }  // namespace media

@@ -48,9 +48,15 @@ double fileDurationSeconds(const AVFormatContext& input);
 // back to the start.
 double measuredDurationSeconds(AVFormatContext& input);
 
-// Frames per second as a 32-bit float widened to double, which is how a clip's nominal
-// rate is reported; 0 when the stream gives none.
-double nominalFrameRate(const AVStream& stream);
+// The rate at which `stream`'s frames come. Containers that count their frames (QuickTime,
+// MP4, AVI) give it exactly; for the others (Matroska, MPEG streams) the stated rate is a
+// guess from millisecond block durations or field timing, so the first frames' times are
+// measured instead, and reading goes back to the start. {0, 1} when nothing tells.
+AVRational measuredFrameRate(AVFormatContext& input, const AVStream& stream);
+
+// Frames per second as a 32-bit float widened to double, which is how a clip's nominal rate
+// is reported; 0 for {0, 1}.
+double reportedFrameRate(AVRational rate);
 
 // The path `input` was opened from, for messages.
 std::string sourceName(const AVFormatContext& input);

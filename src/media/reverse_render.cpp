@@ -479,8 +479,8 @@ std::optional<fs::path> renderReversedMedia(const fs::path& url, double fromSeco
     const auto chunks = reverseChunks(start, end);
     reverseLog.info("chunked [" + fixed(start) + ".." + fixed(end) + "] into " +
                     std::to_string(chunks.size()) + " windows");
-    if (auto written = writeBackward(input, video, chunks, nominalFrameRate(video), path);
-        !written) {
+    const double rate = reportedFrameRate(measuredFrameRate(input, video));
+    if (auto written = writeBackward(input, video, chunks, rate, path); !written) {
         reverseLog.error(written.error().message);
         std::error_code ignored;
         fs::remove(path, ignored);

@@ -107,9 +107,11 @@ std::vector<float> soundOf(const fs::path& file, Player player = Player::ffmpeg)
 }
 
 // What the composition should show, picture by picture: a source frame (the one showing
-// at the in point first), or black for a gap and before a stream that starts late.
+// at the in point first, from the range start), or black for a gap and before a stream that
+// starts late; and when a source frame appears.
 struct Picture {
     std::optional<std::pair<fs::path, std::size_t>> source;  // none: black
+    double seconds = 0;
 };
 
 class Expected {
@@ -117,6 +119,8 @@ class Expected {
     explicit Expected(fs::path workDir) : workDir_(std::move(workDir)) {}
 
     void add(const Piece& piece) {
+        const double start = start_;
+        start_ += (piece.out - piece.in) / 600.0;
         if (piece.file.empty()) {
             for (std::int64_t t = 0; t < piece.out; t += kFrame) pictures_.push_back({});
             return;
@@ -124,18 +128,18 @@ class Expected {
         const auto& video = decoded(piece.file);
         const auto& seconds = video.seconds;
         const double in = piece.in / 600.0;
-        double anchor = -1;
+        double shownFrom = -1;
         for (double t : seconds)
-            if (t <= in + 1e-6) anchor = std::max(anchor, t);
-        if (anchor < 0) {
-            anchor = in;
+            if (t <= in + 1e-6) shownFrom = std::max(shownFrom, t);
+        if (shownFrom < 0) {
+            shownFrom = in;
             for (double t = in; !seconds.empty() && t < seconds.front() - 1e-6; t += 1 / 30.0)
                 pictures_.push_back({});
         }
-        const double limit = piece.out / 600.0 - (in - anchor);
         for (std::size_t i = 0; i < seconds.size(); ++i) {
-            if (seconds[i] >= anchor - 1e-6 && seconds[i] < limit - 1e-6)
-                pictures_.push_back({std::pair{piece.file, i}});
+            if (seconds[i] >= shownFrom - 1e-6 && seconds[i] < piece.out / 600.0 - 1e-6)
+                pictures_.push_back(
+                    {std::pair{piece.file, i}, start + std::max(0.0, seconds[i] - in)});
         }
     }
     const std::vector<Picture>& pictures() const { return pictures_; }
@@ -152,11 +156,12 @@ class Expected {
     fs::path workDir_;
     std::map<fs::path, testing_support::DecodedVideo> sources_;
     std::vector<Picture> pictures_;
+    double start_ = 0;
 };
 
-// Both players show the composition: the right number of frames, copied frames identical to
-// the source's, re-encoded ones (no more than `maxReencoded`) at 45 dB or better, gaps
-// black; and each range's sound within half a coded frame of its place, gaps silent.
+// Both players show the composition: the right number of frames at their times, copied
+// frames identical to the source's, re-encoded ones (no more than `maxReencoded`) at 45 dB or
+// better, gaps black; and each range's sound within half a coded frame of its place, gaps silent.
 void expectPlayersShow(const fs::path& file, const std::vector<Piece>& pieces,
                        std::size_t maxReencoded, std::int64_t halfFrameSamples) {
     const fs::path work = file.parent_path();
@@ -176,6 +181,7 @@ void expectPlayersShow(const fs::path& file, const std::vector<Piece>& pieces,
                 continue;
             }
             const auto& [source, index] = *want[i].source;
+            EXPECT_NEAR(shown.seconds[i], want[i].seconds, 0.001) << "frame " << i;
             const auto& original = expected.decoded(source);
             if (shown.hashes[i] == original.hashes[index]) continue;
             ++differing;

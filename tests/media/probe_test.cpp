@@ -192,6 +192,11 @@ INSTANTIATE_TEST_SUITE_P(
         // A MOV-family file keeps its own sample entry code; others get hvc1.
         movie("HevcInMkv", later(makeMedia, "hevc.mkv", picture(320, 240) + "-t 1 " + kHevc), kHvc1,
               false, 320, 240),
+        // Matroska's stated rate is a guess; the frames' times tell.
+        movie("MkvStatingTwiceItsRate",
+              later(makeMedia, "h264_rate_twice.mkv",
+                    picture(320, 240) + "-t 1 " + kH264 + "-fps_mode passthrough -r 60"),
+              kAvc1, false, 320, 240),
         // hev1 is the sample entry FFmpeg writes for HEVC in MP4 unless told otherwise.
         movie("HevcHev1InMp4",
               later(makeMedia, "hevc_hev1.mp4", picture(320, 240) + "-t 1 " + kHevc),
