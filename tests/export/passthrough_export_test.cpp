@@ -47,6 +47,21 @@ fs::path openGopHevc() {
                          "hvc1 -x265-params keyint=30:min-keyint=30:open-gop=1:bframes=3:"
                          "scenecut=0:log-level=error -pix_fmt yuv420p -c:a aac -aac_pns 0 -ac 1");
 }
+// Groups of 10 frames, so that a range spans groups that are neither read nor re-encoded.
+fs::path bPyramidShortGroups() {
+    return makeMedia("smart_pyramid_g10.mp4",
+                     picture("testsrc2") + kSweep +
+                         "-t 4 -c:v libx264 -preset veryfast -bf 3 "
+                         "-b_strategy 0 -x264-params b-pyramid=normal -g 10 -keyint_min 10 "
+                         "-sc_threshold 0 -pix_fmt yuv420p -c:a aac -aac_pns 0 -b:a 128k -ac 1");
+}
+fs::path openGopHevcShortGroups() {
+    return makeMedia("smart_hevc_g10.mp4",
+                     picture("testsrc2") + kSweep +
+                         "-t 4 -c:v libx265 -preset ultrafast -tag:v "
+                         "hvc1 -x265-params keyint=10:min-keyint=10:open-gop=1:bframes=3:"
+                         "scenecut=0:log-level=error -pix_fmt yuv420p -c:a aac -aac_pns 0 -ac 1");
+}
 fs::path offsetTracks() {
     return makeMediaFrom(
         "smart_offset.mp4", movieA(),
@@ -248,6 +263,12 @@ INSTANTIATE_TEST_SUITE_P(
         SmartCutCase{"b_pyramid_join", bPyramid, {{f(10), f(100)}, {f(25), f(95)}}, 40},
         SmartCutCase{"b_pyramid_gap", bPyramid, {{f(5), f(65)}, {0, -f(15)}, {f(28), f(95)}}, 52},
         SmartCutCase{"open_gop_hevc", openGopHevc, {{f(12), f(70)}, {f(35), f(95)}}, 64},
+        SmartCutCase{
+            "b_pyramid_short_groups", bPyramidShortGroups, {{f(5), f(112)}, {f(3), f(58)}}, 40},
+        SmartCutCase{"open_gop_hevc_short_groups",
+                     openGopHevcShortGroups,
+                     {{f(5), f(112)}, {0, -f(6)}, {f(3), f(58)}},
+                     60},
         SmartCutCase{"offset_tracks", offsetTracks, {{f(3), f(45)}, {f(50), f(100)}}, 62},
         SmartCutCase{"variable_rate", variableRate, {{f(8), f(70)}, {f(80), f(110)}}, 60},
         SmartCutCase{"ntsc_rate", ntscRate, {{f(7), f(66)}, {f(71), f(100)}}, 60},
