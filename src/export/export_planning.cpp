@@ -194,20 +194,25 @@ ReencodedFrames smartCutFrames(const model::Project& project) {
         const int all = frames(run.outSeconds - run.inSeconds, rate);
         count.total += all;
         if (c.copyFacts.videoCodec.empty()) continue;  // never probed: nothing known to cut
-        // Whole groups of pictures between the first keyframe at or after the in point and
-        // the last keyframe at or before the out point are copied; a group running to the end
-        // of the file ends at its end.
+        // Whole groups of pictures from the first keyframe at or after the in point on are
+        // copied; a group running to the end of the file ends at its end. A group shows from
+        // its own leading pictures to the next one's, so the copy ends at the leading pictures
+        // of the last keyframe that has them all before the out point.
         const double slack = 0.5 / rate;
+        const double leading = c.copyFacts.leadingPictures / rate;
         const auto& keys = c.copyFacts.keyframeSeconds;
         const auto first = std::find_if(keys.begin(), keys.end(),
                                         [&](double k) { return k >= run.inSeconds - slack; });
+        bool copies = first != keys.end() && run.outSeconds > *first + slack;
         double copyEnd = run.outSeconds;
-        if (run.outSeconds < c.fullDurationSeconds - slack) {
-            const auto last = std::find_if(keys.rbegin(), keys.rend(),
-                                           [&](double k) { return k <= run.outSeconds + slack; });
-            copyEnd = last == keys.rend() ? run.inSeconds : *last;
+        if (copies && run.outSeconds < c.fullDurationSeconds - slack) {
+            const auto last = std::find_if(keys.rbegin(), keys.rend(), [&](double k) {
+                return k - leading <= run.outSeconds + slack;
+            });
+            copies = last != keys.rend() && *last > *first + slack;
+            if (copies) copyEnd = *last - leading;
         }
-        if (first == keys.end() || copyEnd <= *first + slack) {
+        if (!copies) {
             count.reencoded += all;
             continue;
         }
