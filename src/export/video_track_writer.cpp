@@ -92,9 +92,11 @@ common::Result<VideoTrackWriter> VideoTrackWriter::plan(const composition::Track
     for (Range& range : writer.ranges_) {
         if (auto scanned = writer.scan(range, true); !scanned) return scanned.error();
         const AVStream& stream = writer.source_->stream();
-        if (!rateKnown && stream.avg_frame_rate.num > 0 && stream.avg_frame_rate.den > 0) {
-            writer.frameRate_ = stream.avg_frame_rate;
-            rateKnown = true;
+        if (!rateKnown) {
+            if (const auto stated = media::statedFrameRate(stream)) {
+                writer.frameRate_ = *stated;
+                rateKnown = true;
+            }
         }
         const std::int64_t origin = writer.source_->origin();
         const auto toSource = [&](common::MediaTime t) {

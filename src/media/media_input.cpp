@@ -7,6 +7,7 @@
 #include <optional>
 #include <string_view>
 #include <utility>
+#include <vector>
 
 #include "media/av_error.h"
 #include "media/regular_file.h"
@@ -205,11 +206,60 @@ double measuredDurationSeconds(AVFormatContext& input) {
     return *last - *first;
 }
 
-double nominalFrameRate(const AVStream& stream) {
-    AVRational rate = stream.avg_frame_rate;
-    if (rate.num <= 0 || rate.den <= 0) rate = stream.r_frame_rate;
-    if (rate.num <= 0 || rate.den <= 0) return 0;
-    return static_cast<float>(av_q2d(rate));
+namespace {
+
+// Packets looked at to measure a rate the stream does not state.
+constexpr int kRateSample = 90;
+
+// Frames per second over the first packets of `stream`, from their presentation times;
+// reading goes back to the start.
+double measuredFrameRate(AVFormatContext& input, const AVStream& stream) {
+    PacketPtr packet{av_packet_alloc()};
+    if (!packet) return 0;
+    std::vector<std::int64_t> times;
+    while (std::ssize(times) < kRateSample && av_read_frame(&input, packet.get()) >= 0) {
+        const std::int64_t time = packet->pts != AV_NOPTS_VALUE ? packet->pts : packet->dts;
+        if (packet->stream_index == stream.index && time != AV_NOPTS_VALUE) times.push_back(time);
+        av_packet_unref(packet.get());
+    }
+    avformat_seek_file(&input, -1, INT64_MIN, 0, 0, 0);
+    if (times.size() < 2) return 0;
+    const auto [first, last] = std::minmax_element(times.begin(), times.end());
+    const double span = static_cast<double>(*last - *first) * av_q2d(stream.time_base);
+    if (!(span > 0)) return 0;
+    const double measured = static_cast<double>(times.size() - 1) / span;
+    // Each end of the span is rounded to the clock, so the rate stands for the nearest whole
+    // or NTSC (n * 1000 / 1001) rate within that rounding.
+    const double tolerance = measured * 2 * av_q2d(stream.time_base) / span;
+    const double whole = std::round(measured);
+    const double ntsc = std::round(measured * 1001 / 1000) * 1000 / 1001;
+    const double nearest = std::abs(whole - measured) <= std::abs(ntsc - measured) ? whole : ntsc;
+    return std::abs(nearest - measured) <= tolerance ? nearest : measured;
+}
+
+}  // namespace
+
+// A rate that is no rate: unknown, or a millisecond-clock container's time base, which a
+// writer may give as each frame's length.
+bool meaningless(AVRational rate, const AVStream& stream) {
+    constexpr double kFastestCamera = 240;
+    return rate.num <= 0 || rate.den <= 0 ||
+           (av_cmp_q(rate, av_inv_q(stream.time_base)) == 0 && av_q2d(rate) > kFastestCamera);
+}
+
+std::optional<AVRational> statedFrameRate(const AVStream& stream) {
+    if (meaningless(stream.avg_frame_rate, stream)) return std::nullopt;
+    return stream.avg_frame_rate;
+}
+
+double nominalFrameRate(AVFormatContext& input, const AVStream& stream) {
+    if (const auto stated = statedFrameRate(stream)) return static_cast<float>(av_q2d(*stated));
+    // The base rate is the finest the timestamps need, which may be twice the frames' rate.
+    if (const double measured = measuredFrameRate(input, stream); measured > 0)
+        return static_cast<float>(measured);
+    if (!meaningless(stream.r_frame_rate, stream))
+        return static_cast<float>(av_q2d(stream.r_frame_rate));
+    return 0;
 }
 
 }  // namespace media

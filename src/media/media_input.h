@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 
 #include "common/result.h"
@@ -48,9 +49,14 @@ double fileDurationSeconds(const AVFormatContext& input);
 // back to the start.
 double measuredDurationSeconds(AVFormatContext& input);
 
+// The stream's average frame rate, unless unknown or only the container's millisecond clock.
+std::optional<AVRational> statedFrameRate(const AVStream& stream);
+
 // Frames per second as a 32-bit float widened to double, which is how a clip's nominal
-// rate is reported; 0 when the stream gives none.
-double nominalFrameRate(const AVStream& stream);
+// rate is reported: the stream's average, else, where that is unknown or only the
+// container's millisecond clock, measured over its first packets (reading then goes back to
+// the start), else its base rate; 0 when none of these gives one.
+double nominalFrameRate(AVFormatContext& input, const AVStream& stream);
 
 // The path `input` was opened from, for messages.
 std::string sourceName(const AVFormatContext& input);

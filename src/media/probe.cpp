@@ -29,7 +29,7 @@ common::Result<model::Clip> probeClip(const std::filesystem::path& url,
     clip.fullDurationSeconds = measuredDurationSeconds(input);
     clip.outSeconds = clip.fullDurationSeconds;
     if (video) {
-        clip.frameRate = nominalFrameRate(*video);
+        clip.frameRate = nominalFrameRate(input, *video);
         clip.naturalSize = {displayWidth(*video), static_cast<double>(video->codecpar->height)};
         clip.rotationDegrees = displayRotationDegrees(*video);
     }

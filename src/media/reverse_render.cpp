@@ -479,7 +479,7 @@ std::optional<fs::path> renderReversedMedia(const fs::path& url, double fromSeco
     const auto chunks = reverseChunks(start, end);
     reverseLog.info("chunked [" + fixed(start) + ".." + fixed(end) + "] into " +
                     std::to_string(chunks.size()) + " windows");
-    if (auto written = writeBackward(input, video, chunks, nominalFrameRate(video), path);
+    if (auto written = writeBackward(input, video, chunks, nominalFrameRate(input, video), path);
         !written) {
         reverseLog.error(written.error().message);
         std::error_code ignored;
