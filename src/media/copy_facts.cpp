@@ -49,7 +49,12 @@ model::CopyFacts copyFacts(AVFormatContext& input) {
     const AVStream* video = firstStream(input, AVMEDIA_TYPE_VIDEO);
     const AVStream* audio = firstStream(input, AVMEDIA_TYPE_AUDIO);
     if (video) facts.videoCodec = avcodec_get_name(video->codecpar->codec_id);
-    if (audio) facts.audioCodec = avcodec_get_name(audio->codecpar->codec_id);
+    if (audio) {
+        facts.audioCodec = avcodec_get_name(audio->codecpar->codec_id);
+        if (const char* profile =
+                avcodec_profile_name(audio->codecpar->codec_id, audio->codecpar->profile))
+            facts.audioProfile = profile;
+    }
     const double origin =
         video ? static_cast<double>(movieOrigin(input, *video)) * av_q2d(video->time_base) : 0;
 

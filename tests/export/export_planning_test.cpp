@@ -135,6 +135,28 @@ TEST(ExportPlanning, EveryReasonTheCopyWouldMeetIsKnownBeforehand) {
     }
 }
 
+// Silence for a gap is encoded as the source's own kind of sound, which for HE-AAC it can't.
+TEST(ExportPlanning, HighEfficiencyAacWithAGapInTheSoundIsReencoded) {
+    Clip first = probed(0, 0, 5);
+    first.copyFacts.audioProfile = "HE-AAC";
+    Clip butted = first;
+    butted.id = common::Uuid::random();
+    butted.startOnTimeline = 5;
+    Clip apart = butted;
+    apart.startOnTimeline = 6;
+    model::Project p;
+    p.setClips({first, butted});
+    EXPECT_TRUE(exporting::passthroughEligible(p));
+    p.setClips({first, apart});
+    EXPECT_FALSE(exporting::passthroughEligible(p));
+    EXPECT_EQ(exporting::reEncodeReason(p),
+              "holiday.mov has HE-AAC sound, and silence for a gap can't be encoded as HE-AAC");
+    first.copyFacts.audioProfile = "LC";
+    apart.copyFacts.audioProfile = "LC";
+    p.setClips({first, apart});
+    EXPECT_TRUE(exporting::passthroughEligible(p));
+}
+
 TEST(ExportPlanning, TheFirstMatchingReasonWins) {
     model::Project p;
     p.setClips({clip(0, 5), clip(5, 5, "v:1752589105:1280x720")});

@@ -65,6 +65,7 @@ TEST(ProbeClip, H264Mp4FillsEveryField) {
     expected.fingerprint = "v:1635148593:320x240";
     expected.copyFacts.videoCodec = "h264";
     expected.copyFacts.audioCodec = "aac";
+    expected.copyFacts.audioProfile = "LC";
     expected.copyFacts.keyframeSeconds = probed->copyFacts.keyframeSeconds;
     EXPECT_EQ(*probed, expected);
     ASSERT_FALSE(probed->copyFacts.keyframeSeconds.empty());
