@@ -35,35 +35,35 @@ Road passthroughAs(ExportFormat format) {
     };
 }
 
-// Media for each kind of source that players get wrong. All 160x120, keyframes 1 s apart.
-fs::path bPyramid() {
-    return makeMedia("smart_pyramid.mp4",
+// Media for each kind of source that players get wrong. All 160x120, keyframes 1 s apart
+// unless `groupFrames` says otherwise: with short groups a range spans groups that are
+// neither read nor re-encoded.
+std::string groupsNamed(int groupFrames) {
+    return groupFrames == 30 ? "" : "_g" + std::to_string(groupFrames);
+}
+fs::path bPyramidIn(int groupFrames) {
+    const std::string g = std::to_string(groupFrames);
+    return makeMedia("smart_pyramid" + groupsNamed(groupFrames) + ".mp4",
                      picture("testsrc2") + kSweep +
                          "-t 4 -c:v libx264 -preset veryfast -bf 3 "
-                         "-b_strategy 0 -x264-params b-pyramid=normal -g 30 -keyint_min 30 "
-                         "-sc_threshold 0 -pix_fmt yuv420p -c:a aac -aac_pns 0 -b:a 128k -ac 1");
+                         "-b_strategy 0 -x264-params b-pyramid=normal -g " +
+                         g + " -keyint_min " + g +
+                         " -sc_threshold 0 -pix_fmt yuv420p -c:a aac -aac_pns 0 -b:a 128k -ac 1");
+}
+fs::path openGopHevcIn(int groupFrames) {
+    const std::string g = std::to_string(groupFrames);
+    return makeMedia("smart_hevc" + groupsNamed(groupFrames) + ".mp4",
+                     picture("testsrc2") + kSweep +
+                         "-t 4 -c:v libx265 -preset ultrafast -tag:v hvc1 -x265-params keyint=" +
+                         g + ":min-keyint=" + g +
+                         ":open-gop=1:bframes=3:scenecut=0:log-level=error -pix_fmt yuv420p "
+                         "-c:a aac -aac_pns 0 -ac 1");
+}
+fs::path bPyramid() {
+    return bPyramidIn(30);
 }
 fs::path openGopHevc() {
-    return makeMedia("smart_hevc.mp4",
-                     picture("testsrc2") + kSweep +
-                         "-t 4 -c:v libx265 -preset ultrafast -tag:v "
-                         "hvc1 -x265-params keyint=30:min-keyint=30:open-gop=1:bframes=3:"
-                         "scenecut=0:log-level=error -pix_fmt yuv420p -c:a aac -aac_pns 0 -ac 1");
-}
-// Groups of 10 frames, so that a range spans groups that are neither read nor re-encoded.
-fs::path bPyramidShortGroups() {
-    return makeMedia("smart_pyramid_g10.mp4",
-                     picture("testsrc2") + kSweep +
-                         "-t 4 -c:v libx264 -preset veryfast -bf 3 "
-                         "-b_strategy 0 -x264-params b-pyramid=normal -g 10 -keyint_min 10 "
-                         "-sc_threshold 0 -pix_fmt yuv420p -c:a aac -aac_pns 0 -b:a 128k -ac 1");
-}
-fs::path openGopHevcShortGroups() {
-    return makeMedia("smart_hevc_g10.mp4",
-                     picture("testsrc2") + kSweep +
-                         "-t 4 -c:v libx265 -preset ultrafast -tag:v "
-                         "hvc1 -x265-params keyint=10:min-keyint=10:open-gop=1:bframes=3:"
-                         "scenecut=0:log-level=error -pix_fmt yuv420p -c:a aac -aac_pns 0 -ac 1");
+    return openGopHevcIn(30);
 }
 fs::path offsetTracks() {
     return makeMediaFrom(
@@ -295,10 +295,12 @@ INSTANTIATE_TEST_SUITE_P(
         SmartCutCase{"b_pyramid_join", bPyramid, {{f(10), f(100)}, {f(25), f(95)}}, 40},
         SmartCutCase{"b_pyramid_gap", bPyramid, {{f(5), f(65)}, {0, -f(15)}, {f(28), f(95)}}, 52},
         SmartCutCase{"open_gop_hevc", openGopHevc, {{f(12), f(70)}, {f(35), f(95)}}, 64},
-        SmartCutCase{
-            "b_pyramid_short_groups", bPyramidShortGroups, {{f(5), f(112)}, {f(3), f(58)}}, 40},
+        SmartCutCase{"b_pyramid_short_groups",
+                     [] { return bPyramidIn(10); },
+                     {{f(5), f(112)}, {f(3), f(58)}},
+                     40},
         SmartCutCase{"open_gop_hevc_short_groups",
-                     openGopHevcShortGroups,
+                     [] { return openGopHevcIn(10); },
                      {{f(5), f(112)}, {0, -f(6)}, {f(3), f(58)}},
                      60},
         SmartCutCase{"offset_tracks", offsetTracks, {{f(3), f(45)}, {f(50), f(100)}}, 62},
