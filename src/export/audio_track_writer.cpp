@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <string>
+#include <string_view>
 
 #include "media/av_error.h"
 
@@ -118,6 +119,11 @@ common::Status AudioTrackWriter::silentFrame() {
     if (!codec) {
         return common::Error{std::string("This build has no ") +
                              avcodec_get_name(parameters_.codec_id) +
+                             " encoder to fill a gap in the sound with silence."};
+    }
+    if (const char* profile = avcodec_profile_name(parameters_.codec_id, parameters_.profile);
+        profile && std::string_view(profile).starts_with("HE-AAC")) {
+        return common::Error{std::string("This build has no ") + profile +
                              " encoder to fill a gap in the sound with silence."};
     }
     media::CodecContextPtr context{avcodec_alloc_context3(codec)};

@@ -13,6 +13,9 @@ struct CodedFrame {
     std::int64_t pts = 0;
     bool keyframe = false;
     bool hidden = false;  // decoded but never shown (the source's own edit list)
+    // False for a frame known only from the demuxer's index, which has decode times only:
+    // pts then holds its dts, which lies on the same side of every cut as its real pts.
+    bool ptsKnown = true;
 };
 
 // A stretch of the output in presentation order: frames copied as they are, or frames

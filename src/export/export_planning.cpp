@@ -122,6 +122,31 @@ std::optional<std::string> untimedReason(const model::Project& project) {
     return std::nullopt;
 }
 
+// The silence of a gap in the sound is encoded as the sources' own kind, and FFmpeg's AAC
+// encoder makes only the low-complexity kind, not the high-efficiency one (HE-AAC and v2).
+std::optional<std::string> silenceReason(const model::Project& project) {
+    std::vector<const model::Clip*> sound;
+    for (const auto& c : project.clips())
+        if (c.isOnAudioRow()) sound.push_back(&c);
+    std::sort(sound.begin(), sound.end(), [](const model::Clip* a, const model::Clip* b) {
+        return a->startOnTimeline < b->startOnTimeline;
+    });
+    double end = 0;
+    bool gap = false;
+    for (const auto* c : sound) {
+        gap = gap || c->startOnTimeline > end + 0.001;
+        end = std::max(end, c->timelineEnd());
+    }
+    if (!gap) return std::nullopt;
+    for (const auto* c : sound) {
+        if (c->copyFacts.audioProfile.starts_with("HE-AAC")) {
+            return c->displayName + " has " + c->copyFacts.audioProfile +
+                   " sound, and silence for a gap can't be encoded as " + c->copyFacts.audioProfile;
+        }
+    }
+    return std::nullopt;
+}
+
 int frames(double seconds, double rate) {
     return static_cast<int>(std::lround(std::max(seconds, 0.0) * rate));
 }
@@ -149,7 +174,7 @@ bool passthroughEligible(const model::Project& project) {
     if (project.hasCrop()) return false;
     if (overlapping(project)) return false;
     if (clipsDifferingFromFirst(project) != 0) return false;
-    return !containerReason(project) && !untimedReason(project);
+    return !containerReason(project) && !untimedReason(project) && !silenceReason(project);
 }
 
 std::string reEncodeReason(const model::Project& project) {
@@ -160,6 +185,7 @@ std::string reEncodeReason(const model::Project& project) {
     if (differing != 0) return differReason(differing, static_cast<int>(project.clips().size()));
     if (auto reason = containerReason(project)) return *reason;
     if (auto reason = untimedReason(project)) return *reason;
+    if (auto reason = silenceReason(project)) return *reason;
     return kReasonFormat;
 }
 
@@ -194,20 +220,25 @@ ReencodedFrames smartCutFrames(const model::Project& project) {
         const int all = frames(run.outSeconds - run.inSeconds, rate);
         count.total += all;
         if (c.copyFacts.videoCodec.empty()) continue;  // never probed: nothing known to cut
-        // Whole groups of pictures between the first keyframe at or after the in point and
-        // the last keyframe at or before the out point are copied; a group running to the end
-        // of the file ends at its end.
+        // Whole groups of pictures from the first keyframe at or after the in point on are
+        // copied; a group running to the end of the file ends at its end. A group shows from
+        // its own leading pictures to the next one's, so the copy ends at the leading pictures
+        // of the last keyframe that has them all before the out point.
         const double slack = 0.5 / rate;
+        const double leading = c.copyFacts.leadingPictures / rate;
         const auto& keys = c.copyFacts.keyframeSeconds;
         const auto first = std::find_if(keys.begin(), keys.end(),
                                         [&](double k) { return k >= run.inSeconds - slack; });
+        bool copies = first != keys.end() && run.outSeconds > *first + slack;
         double copyEnd = run.outSeconds;
-        if (run.outSeconds < c.fullDurationSeconds - slack) {
-            const auto last = std::find_if(keys.rbegin(), keys.rend(),
-                                           [&](double k) { return k <= run.outSeconds + slack; });
-            copyEnd = last == keys.rend() ? run.inSeconds : *last;
+        if (copies && run.outSeconds < c.fullDurationSeconds - slack) {
+            const auto last = std::find_if(keys.rbegin(), keys.rend(), [&](double k) {
+                return k - leading <= run.outSeconds + slack;
+            });
+            copies = last != keys.rend() && *last > *first + slack;
+            if (copies) copyEnd = *last - leading;
         }
-        if (first == keys.end() || copyEnd <= *first + slack) {
+        if (!copies) {
             count.reencoded += all;
             continue;
         }

@@ -1,7 +1,8 @@
 // The video half of a smart cut. Every range is planned before anything is written: a
-// first pass reads the packet times of the range (no picture data is decoded) and planCut
-// decides which groups of pictures are copied. The copied pictures keep their decode
-// distance to their presentation, so the whole track is shifted by the largest such
+// first pass reads the packet times near the range's cuts, takes those between from the
+// demuxer's index where it has them (no picture data is decoded), and planCut decides which
+// groups of pictures are copied, so that copying reads each packet once. The copied pictures keep
+// their decode distance to their presentation, so the whole track is shifted by the largest such
 // distance, and re-encoded pictures (which have no B-frames) decode that much before they
 // show. The second pass seeks to each piece again and copies or decodes and re-encodes it.
 
@@ -28,6 +29,11 @@ constexpr std::size_t kCopyBatch = 32;
 
 // Reading on from where the last piece stopped beats a seek for a short way.
 constexpr std::size_t kReadAheadFrames = 64;
+
+CodedFrame codedFrame(const AVPacket& packet) {
+    return {packet.dts, packet.pts, (packet.flags & AV_PKT_FLAG_KEY) != 0,
+            (packet.flags & AV_PKT_FLAG_DISCARD) != 0};
+}
 
 std::string seconds(double value) {
     std::string text = std::to_string(value);
@@ -82,12 +88,13 @@ common::Result<VideoTrackWriter> VideoTrackWriter::plan(const composition::Track
                                   0,
                                   {0, 1},
                                   {},
-                                  {}});
+                                  {},
+                                  0});
         writer.items_.push_back({segment.start, segment.duration, writer.ranges_.size() - 1});
     }
     bool rateKnown = false;
     for (Range& range : writer.ranges_) {
-        if (auto scanned = writer.scan(range); !scanned) return scanned.error();
+        if (auto scanned = writer.scan(range, true); !scanned) return scanned.error();
         if (!rateKnown) {
             const AVRational rate = writer.source_->frameRate();
             if (rate.num > 0) {
@@ -99,8 +106,14 @@ common::Result<VideoTrackWriter> VideoTrackWriter::plan(const composition::Track
         const auto toSource = [&](common::MediaTime t) {
             return t.toTimeBase(range.sourceTimeBase.num, range.sourceTimeBase.den) + origin;
         };
-        range.cut = planCut(range.frames, toSource(range.sourceStart),
-                            toSource(range.sourceStart + range.duration));
+        const std::int64_t in = toSource(range.sourceStart);
+        const std::int64_t out = toSource(range.sourceStart + range.duration);
+        range.cut = planCut(range.frames, in, out);
+        if (!exactWhereUsed(range)) {
+            if (auto scanned = writer.scan(range, false); !scanned) return scanned.error();
+            range.cut = planCut(range.frames, in, out);
+        }
+        range.shownBelow = out - (in - range.cut.anchor);
         writer.shownCount_ += range.cut.shownCount;
         writer.reencodedCount_ += range.cut.reencodedCount;
         if (range.cut.shownFrom > range.cut.anchor) {
@@ -130,6 +143,20 @@ common::Result<VideoTrackWriter> VideoTrackWriter::plan(const composition::Track
     return writer;
 }
 
+// Whether the frames a plan re-encodes, and the keyframes its copies start at, have their
+// presentation times read from packets rather than guessed from the index.
+bool VideoTrackWriter::exactWhereUsed(const Range& range) {
+    for (const auto& piece : range.cut.pieces) {
+        if (piece.kind == CutPiece::Kind::copy) {
+            if (!range.frames[piece.frames.front()].ptsKnown) return false;
+            continue;
+        }
+        for (std::size_t i : piece.frames)
+            if (!range.frames[i].ptsKnown) return false;
+    }
+    return true;
+}
+
 std::size_t VideoTrackWriter::blackFrames(std::int64_t start, std::int64_t end) const {
     std::size_t count = 0;
     while (start + av_rescale_q(static_cast<std::int64_t>(count), av_inv_q(frameRate_),
@@ -150,7 +177,7 @@ common::Status VideoTrackWriter::openSource(const Range& range) {
     return common::success();
 }
 
-common::Status VideoTrackWriter::scan(Range& range) {
+common::Status VideoTrackWriter::scan(Range& range, bool fromIndex) {
     if (auto opened = openSource(range); !opened) return opened;
     const AVStream& stream = source_->stream();
     range.sourceTimeBase = stream.time_base;
@@ -175,9 +202,7 @@ common::Status VideoTrackWriter::scan(Range& range) {
             if (!more) return more.error();
             if (!*more) break;
             if (range.frames.empty() && !(packet->flags & AV_PKT_FLAG_KEY)) continue;
-            range.frames.push_back({packet->dts, packet->pts,
-                                    (packet->flags & AV_PKT_FLAG_KEY) != 0,
-                                    (packet->flags & AV_PKT_FLAG_DISCARD) != 0});
+            range.frames.push_back(codedFrame(*packet));
             break;
         }
         const bool lastTry = attempt == kSeekAttempts || target < streamStart;
@@ -194,17 +219,74 @@ common::Status VideoTrackWriter::scan(Range& range) {
     range.seekTarget = target;
     positioned_ = false;
     if (range.frames.empty()) return common::success();
+    if (fromIndex) {
+        auto skipped = readAroundCuts(range, in, out, *packet);
+        if (!skipped) return skipped.error();
+        if (!*skipped) return scan(range, false);
+    }
     // Past a keyframe decoded at or after the out point nothing more can show in the range.
     while (true) {
         auto more = readFrame(range, *packet);
         if (!more) return more.error();
         if (!*more) break;
-        const bool key = packet->flags & AV_PKT_FLAG_KEY;
-        range.frames.push_back(
-            {packet->dts, packet->pts, key, (packet->flags & AV_PKT_FLAG_DISCARD) != 0});
-        if (key && packet->dts >= out) break;
+        range.frames.push_back(codedFrame(*packet));
+        if (range.frames.back().keyframe && packet->dts >= out) break;
     }
     return common::success();
+}
+
+// The packets between the cuts are copied whole, so where the demuxer's index lists every
+// packet of the stream their decode times and flags are taken from it, and packets are read
+// only from the first frame to the end of the first group that starts at or after the in
+// point, and from two groups before the out point on. False, and nothing kept, when the
+// index cannot stand in for the packets.
+common::Result<bool> VideoTrackWriter::readAroundCuts(Range& range, std::int64_t in,
+                                                      std::int64_t out, AVPacket& packet) {
+    // The index calls take a mutable stream but do not change it.
+    auto& stream = const_cast<AVStream&>(source_->stream());
+    const int count = avformat_index_get_entries_count(&stream);
+    if (count == 0 || stream.nb_frames != count) return false;
+    const auto entry = [&](int i) { return avformat_index_get_entry(&stream, i); };
+    const auto isKey = [&](int i) { return (entry(i)->flags & AVINDEX_KEYFRAME) != 0; };
+    const int first = av_index_search_timestamp(&stream, range.frames.front().dts,
+                                                AVSEEK_FLAG_ANY | AVSEEK_FLAG_BACKWARD);
+    if (first < 0 || entry(first)->timestamp != range.frames.front().dts) return false;
+    const auto nextKey = [&](int i) {
+        for (++i; i < count && !isKey(i); ++i) {
+        }
+        return i;
+    };
+    int inKey = nextKey(first);
+    while (inKey < count && entry(inKey)->timestamp < in) inKey = nextKey(inKey);
+    if (inKey >= count) return false;
+    const int headEnd = nextKey(inKey);
+    int outKey = headEnd;
+    while (outKey < count && entry(outKey)->timestamp < out) outKey = nextKey(outKey);
+    const auto keyBefore = [&](int i) {
+        for (--i; i > headEnd && !isKey(i); --i) {
+        }
+        return i;
+    };
+    const int tailStart = keyBefore(keyBefore(outKey));
+    if (tailStart <= headEnd) return false;
+
+    for (int i = first + 1; i < headEnd; ++i) {
+        auto more = readFrame(range, packet);
+        if (!more) return more.error();
+        if (!*more || packet.dts != entry(i)->timestamp) return false;
+        range.frames.push_back(codedFrame(packet));
+    }
+    for (int i = headEnd; i < tailStart; ++i) {
+        const AVIndexEntry& e = *entry(i);
+        range.frames.push_back({e.timestamp, e.timestamp, (e.flags & AVINDEX_KEYFRAME) != 0,
+                                (e.flags & AVINDEX_DISCARD_FRAME) != 0, false});
+    }
+    if (auto sought = source_->seek(entry(tailStart)->timestamp); !sought) return sought.error();
+    auto more = readFrame(range, packet);
+    if (!more) return more.error();
+    if (!*more || packet.dts != entry(tailStart)->timestamp) return false;
+    range.frames.push_back(codedFrame(packet));
+    return true;
 }
 
 common::Result<bool> VideoTrackWriter::readFrame(const Range& range, AVPacket& packet) {
@@ -372,7 +454,9 @@ common::Status VideoTrackWriter::writeBlack(std::int64_t start, std::int64_t end
 common::Status VideoTrackWriter::startRange(const Range& range) {
     if (auto opened = openSource(range); !opened) return opened;
     sourceParameterSets_ = inBandParameterSets(*source_->stream().codecpar, framing_);
-    // Each shown frame lasts until the next one, the last until the range ends.
+    // Each shown frame lasts until the next one, the last until the range ends. Frames known
+    // from the index are ordered by decode time; the muxer times samples by decode spacing
+    // and keeps a packet's own duration only for the last, which is always read.
     std::vector<std::size_t> shown;
     for (const auto& piece : range.cut.pieces)
         shown.insert(shown.end(), piece.frames.begin(), piece.frames.end());
@@ -433,7 +517,12 @@ common::Status VideoTrackWriter::writeCopy(const Range& range, const CutPiece& p
         ++batch;
         AVPacket& p = **packet;
         const CodedFrame& frame = range.frames[index];
-        p.pts = shownAt(range, frame.pts);
+        if (!frame.ptsKnown && (p.pts < range.cut.shownFrom || p.pts >= range.shownBelow)) {
+            return common::Error{"A frame of " + range.file.string() +
+                                 " shows outside the group its decode time puts it in, so it "
+                                 "cannot be copied."};
+        }
+        p.pts = shownAt(range, p.pts);
         // A keyframe shown from the range start was decoded a little earlier than the
         // in-point; it only has to follow what the range before left in decode order.
         p.dts = std::max(toOutput(range, frame.dts), lastDts_ + 1);

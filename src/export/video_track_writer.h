@@ -56,6 +56,7 @@ class VideoTrackWriter {
         AVRational sourceTimeBase{0, 1};
         std::vector<CodedFrame> frames;
         CutPlan cut;
+        std::int64_t shownBelow = 0;  // source pts every frame shown in the range is below
     };
     struct Item {
         common::MediaTime start;
@@ -65,7 +66,10 @@ class VideoTrackWriter {
 
     VideoTrackWriter(const AVCodecParameters& parameters, AVRational outputTimeBase);
 
-    common::Status scan(Range& range);
+    static bool exactWhereUsed(const Range& range);
+    common::Status scan(Range& range, bool fromIndex);
+    common::Result<bool> readAroundCuts(Range& range, std::int64_t in, std::int64_t out,
+                                        AVPacket& packet);
     common::Status openSource(const Range& range);
     common::Status moveTo(const Range& range, std::size_t index);
     common::Result<bool> readFrame(const Range& range, AVPacket& packet);

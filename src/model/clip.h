@@ -21,13 +21,17 @@ struct Size {
 };
 
 // What the probe found that decides how an export can copy a clip's samples: FFmpeg's codec
-// names ("h264", "aac", "pcm_s16le"; empty without such a stream), where the video's
-// keyframes show (source seconds on the file's clock, ascending), and whether some packets
-// come without timestamps, which copying cannot place.
+// names ("h264", "aac", "pcm_s16le"; empty without such a stream) and its name of the sound's
+// profile ("LC", "HE-AAC"; empty when none), where the video's
+// keyframes show (source seconds on the file's clock, ascending), how many leading pictures
+// an open group has at most (decoded after its keyframe, shown before it), and whether some
+// packets come without timestamps, which copying cannot place.
 struct CopyFacts {
     std::string videoCodec;
     std::string audioCodec;
+    std::string audioProfile;
     std::vector<double> keyframeSeconds;
+    int leadingPictures = 0;
     bool untimedPackets = false;
     friend bool operator==(const CopyFacts&, const CopyFacts&) = default;
 };

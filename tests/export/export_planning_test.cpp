@@ -84,11 +84,15 @@ TEST(ExportPlanning, StatusLineCountsTheFramesASmartCutReencodes) {
         std::vector<Clip> clips;
         std::string mode;
     };
+    // Open groups whose two leading pictures show before their keyframe.
+    Clip open = probed(0, 0.5, 3.2);
+    open.copyFacts.leadingPictures = 2;
     const std::vector<Case> cases{
         {{probed(0, 1, 3)}, "Lossless ✓"},
         {{probed(0, 0, 10)}, "Lossless ✓"},
         {{probed(0, 2, 10)}, "Lossless ✓"},  // the last group runs to the end of the file
         {{probed(0, 0.5, 3.2)}, "Smart cut ✓ · 21 of 81 frames re-encoded"},
+        {{open}, "Smart cut ✓ · 23 of 81 frames re-encoded"},
         {{probed(0, 1.1, 1.9)}, "Smart cut ✓ · 24 of 24 frames re-encoded"},
         {{probed(0, 1, 3), probed(2, 3, 5)}, "Lossless ✓"},  // split and put back: no cut
         {{probed(0, 1, 3), probed(2.5, 5, 6)}, "Smart cut ✓ · 15 of 105 frames re-encoded"},
@@ -129,6 +133,28 @@ TEST(ExportPlanning, EveryReasonTheCopyWouldMeetIsKnownBeforehand) {
         EXPECT_FALSE(exporting::passthroughEligible(p)) << c.reason;
         EXPECT_EQ(exporting::reEncodeReason(p), c.reason);
     }
+}
+
+// Silence for a gap is encoded as the source's own kind of sound, which for HE-AAC it can't.
+TEST(ExportPlanning, HighEfficiencyAacWithAGapInTheSoundIsReencoded) {
+    Clip first = probed(0, 0, 5);
+    first.copyFacts.audioProfile = "HE-AAC";
+    Clip butted = first;
+    butted.id = common::Uuid::random();
+    butted.startOnTimeline = 5;
+    Clip apart = butted;
+    apart.startOnTimeline = 6;
+    model::Project p;
+    p.setClips({first, butted});
+    EXPECT_TRUE(exporting::passthroughEligible(p));
+    p.setClips({first, apart});
+    EXPECT_FALSE(exporting::passthroughEligible(p));
+    EXPECT_EQ(exporting::reEncodeReason(p),
+              "holiday.mov has HE-AAC sound, and silence for a gap can't be encoded as HE-AAC");
+    first.copyFacts.audioProfile = "LC";
+    apart.copyFacts.audioProfile = "LC";
+    p.setClips({first, apart});
+    EXPECT_TRUE(exporting::passthroughEligible(p));
 }
 
 TEST(ExportPlanning, DifferingFormatsAreCountedUnlessAnEarlierReasonWins) {

@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <utility>
 
@@ -68,6 +69,7 @@ TEST(ProbeClip, H264Mp4FillsEveryFieldTheSameEachTime) {
     expected.fingerprint = "v:1635148593:320x240";
     expected.copyFacts.videoCodec = "h264";
     expected.copyFacts.audioCodec = "aac";
+    expected.copyFacts.audioProfile = "LC";
     expected.copyFacts.keyframeSeconds = probed->copyFacts.keyframeSeconds;
     EXPECT_EQ(*probed, expected);
     ASSERT_FALSE(probed->copyFacts.keyframeSeconds.empty());
@@ -112,6 +114,27 @@ Expected movie(std::string label, std::function<std::filesystem::path()> make,
     return {
         std::move(label), std::move(make), std::move(fingerprint), true, hasAudio, seconds, rate,
         {width, height},  rotation};
+}
+
+// An MKV whose track says each frame lasts one millisecond (its clock's unit, as some
+// writers put it there) while its frames come 30 a second.
+std::filesystem::path mkvClaimingAThousandFps() {
+    const auto made = testing_support::makeMedia(
+        "h264_1000fps_source.mkv", samples::picture(320, 240) + "-t 1 " + samples::kH264);
+    std::ifstream in(made, std::ios::binary);
+    std::string bytes{std::istreambuf_iterator<char>(in), {}};
+    const std::string defaultDuration{"\x23\xE3\x83"};
+    const auto at = bytes.find(defaultDuration);
+    if (at == std::string::npos) {
+        ADD_FAILURE() << made << " says nothing of its frames' length";
+        return made;
+    }
+    const unsigned size = static_cast<unsigned char>(bytes[at + 3]) & 0x7Fu;
+    for (unsigned i = 0; i < size; ++i)
+        bytes[at + 4 + i] = static_cast<char>((1'000'000ull >> (8 * (size - 1 - i))) & 0xFF);
+    const auto claims = made.parent_path() / "h264_1000fps.mkv";
+    std::ofstream(claims, std::ios::binary) << bytes;
+    return claims;
 }
 
 void PrintTo(const Expected& e, std::ostream* os) {
@@ -192,6 +215,8 @@ INSTANTIATE_TEST_SUITE_P(
         // A MOV-family file keeps its own sample entry code; others get hvc1.
         movie("HevcInMkv", later(makeMedia, "hevc.mkv", picture(320, 240) + "-t 1 " + kHevc), kHvc1,
               false, 320, 240),
+        // A rate that is only the container's clock is not the frames' rate.
+        movie("MkvClaimingAThousandFps", mkvClaimingAThousandFps, kAvc1, false, 320, 240),
         // Matroska's stated rate is a guess; the frames' times tell.
         movie("MkvStatingTwiceItsRate",
               later(makeMedia, "h264_rate_twice.mkv",
