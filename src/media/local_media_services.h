@@ -1,13 +1,18 @@
 #pragma once
 
+#include "media/file_result_cache.h"
 #include "model/media_services.h"
 
 namespace media {
 
 // The media services a project uses on real files: the FFmpeg probe, file bookmarks,
-// backward renders, filmstrips, peaks and the waveform image.
+// backward renders, filmstrips, peaks and the waveform image. Probes, filmstrips and peaks
+// are remembered by file identity, so a file cut into many clips is read once, and a file
+// changed since is read again. Any thread may call any member at once.
 class LocalMediaServices final : public model::MediaServices {
   public:
+    LocalMediaServices();
+
     common::Result<model::Clip> probe(const std::filesystem::path& url,
                                       const std::optional<model::Bytes>& bookmark,
                                       const common::Uuid& id) override;
@@ -23,6 +28,11 @@ class LocalMediaServices final : public model::MediaServices {
     std::optional<std::vector<float>> extractPeaks(const std::filesystem::path& url,
                                                    int targetPeakCount) override;
     model::Image drawWaveform(const std::vector<float>& peaks) override;
+
+  private:
+    FileResultCache<common::Result<model::Clip>> probes_;
+    FileResultCache<std::vector<model::Image>> filmstrips_;
+    FileResultCache<std::optional<std::vector<float>>> peaks_;
 };
 
 }  // namespace media
