@@ -16,6 +16,8 @@ constexpr std::size_t kMaxFiles = 1024;
 constexpr std::size_t kMaxProbeBytes = 64u << 20;
 constexpr std::size_t kMaxFilmstripBytes = 96u << 20;
 constexpr std::size_t kMaxPeaksBytes = 64u << 20;
+// Waveform pictures are 1600 × 60 whatever the file: a few hundred kilobytes each.
+constexpr std::size_t kMaxPicturesKept = 16;
 
 std::size_t imageBytes(const model::Image& image) {
     return image ? sizeof(model::ImageData) + image->rgba.size() : 0;
@@ -101,7 +103,19 @@ std::optional<std::vector<float>> LocalMediaServices::extractPeaks(const std::fi
 }
 
 model::Image LocalMediaServices::drawWaveform(const std::vector<float>& peaks) {
-    return waveform::drawWaveform(peaks);
+    {
+        std::lock_guard lock(drawnMutex_);
+        for (auto it = drawn_.begin(); it != drawn_.end(); ++it) {
+            if (it->peaks != peaks) continue;
+            drawn_.splice(drawn_.begin(), drawn_, it);
+            return it->image;
+        }
+    }
+    auto image = waveform::drawWaveform(peaks);
+    std::lock_guard lock(drawnMutex_);
+    drawn_.push_front({peaks, image});
+    if (drawn_.size() > kMaxPicturesKept) drawn_.pop_back();
+    return image;
 }
 
 }  // namespace media

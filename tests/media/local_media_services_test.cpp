@@ -36,6 +36,21 @@ TEST(LocalMediaServices, AnImportedClipIsEnrichedFromItsFile) {
     EXPECT_FALSE(project.clips()[2].waveformPeaks);
 }
 
+TEST(LocalMediaServices, ClipsOfOneFileShareWhatWasReadFromIt) {
+    common::ThreadPoolExecutor executor{2};
+    model::Project project{{&executor, std::make_shared<media::LocalMediaServices>()}};
+    project.importURLs({samples::h264Mp4(), samples::h264Mp4()});
+    executor.drain();
+    ASSERT_EQ(project.clips().size(), 2u);
+    const model::Clip& first = project.clips()[0];
+    const model::Clip& second = project.clips()[1];
+    EXPECT_NE(first.id, second.id);
+    ASSERT_FALSE(first.filmstrip.empty());
+    EXPECT_EQ(first.filmstrip, second.filmstrip);
+    ASSERT_TRUE(first.waveform);
+    EXPECT_EQ(first.waveform, second.waveform);
+}
+
 TEST(LocalMediaServices, ASecondProbeOfOneFileAnswersItsOwnIdAndBookmarkFromTheFirstRead) {
     media::LocalMediaServices media;
     auto url = samples::h264Mp4();
