@@ -103,16 +103,15 @@ std::optional<std::vector<float>> LocalMediaServices::extractPeaks(const std::fi
 }
 
 model::Image LocalMediaServices::drawWaveform(const std::vector<float>& peaks) {
-    {
-        std::lock_guard lock(drawnMutex_);
-        for (auto it = drawn_.begin(); it != drawn_.end(); ++it) {
-            if (it->peaks != peaks) continue;
-            drawn_.splice(drawn_.begin(), drawn_, it);
-            return it->image;
-        }
+    // Drawn under the lock: clips of one file ask for the same picture at once, and a
+    // drawing takes a few milliseconds, less than the peaks it follows.
+    std::lock_guard lock(drawnMutex_);
+    for (auto it = drawn_.begin(); it != drawn_.end(); ++it) {
+        if (it->peaks != peaks) continue;
+        drawn_.splice(drawn_.begin(), drawn_, it);
+        return it->image;
     }
     auto image = waveform::drawWaveform(peaks);
-    std::lock_guard lock(drawnMutex_);
     drawn_.push_front({peaks, image});
     if (drawn_.size() > kMaxPicturesKept) drawn_.pop_back();
     return image;
