@@ -339,11 +339,14 @@ void ContentView::refreshTransport() {
     play_->setText(playing ? QStringLiteral("❚❚") : QStringLiteral("▶"));
     play_->setToolTip(playing ? QStringLiteral("Pause (Space)") : QStringLiteral("Play (Space)"));
     play_->setAccessibleName(playing ? QStringLiteral("Pause") : QStringLiteral("Play"));
-    play_->setStyleSheet(
-        QStringLiteral("QPushButton { border-radius: 11px; color: white; font-weight: bold;"
-                       " font-size: 9px; background: %1; }")
-            .arg(empty ? QStringLiteral("rgba(160,160,160,64)")
-                       : QStringLiteral("palette(highlight)")));
+    QString sheet = QStringLiteral(
+                        "QPushButton { border-radius: 11px; color: white; font-weight: bold;"
+                        " font-size: 9px; background: %1; }")
+                        .arg(empty ? QStringLiteral("rgba(160,160,160,64)")
+                                   : QStringLiteral("palette(highlight)"));
+    // Setting a style sheet polishes the button anew even when the text is the same, and
+    // every edit comes through here.
+    if (play_->styleSheet() != sheet) play_->setStyleSheet(sheet);
 }
 
 void ContentView::refreshStatus() {

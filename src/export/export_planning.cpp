@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
+#include <limits>
 #include <optional>
 #include <string_view>
 
@@ -27,17 +28,40 @@ std::string differReason(int differing, int total) {
 }
 
 // Two sounds that play at once take two audio lanes, and a copy holds one audio track. The
-// same exact test as lane assignment: touching is no overlap.
+// same exact test as lane assignment: touching is no overlap, so sounds a and b overlap when
+// b starts before a ends and a before b ends. Swept in start order, as the status line asks
+// this of every clip on each edit.
 bool soundsOverlap(const model::Project& project) {
-    const auto& clips = project.clips();
-    for (std::size_t i = 0; i < clips.size(); ++i) {
-        if (!clips[i].isOnAudioRow()) continue;
-        for (std::size_t j = i + 1; j < clips.size(); ++j) {
-            if (!clips[j].isOnAudioRow()) continue;
-            if (!(clips[i].timelineEnd() <= clips[j].startOnTimeline) &&
-                !(clips[j].timelineEnd() <= clips[i].startOnTimeline))
-                return true;
+    struct Span {
+        double start;
+        double end;
+    };
+    std::vector<Span> sounds;
+    for (const auto& c : project.clips())
+        if (c.isOnAudioRow()) sounds.push_back({c.startOnTimeline, c.timelineEnd()});
+    // A time that is no number compares false with everything, so it meets every other sound,
+    // and it would leave no order to sort by.
+    if (sounds.size() > 1 && std::any_of(sounds.begin(), sounds.end(), [](const Span& s) {
+            return std::isnan(s.start) || std::isnan(s.end);
+        }))
+        return true;
+    std::sort(sounds.begin(), sounds.end(),
+              [](const Span& a, const Span& b) { return a.start < b.start; });
+    // The latest end among sounds that start before the ones at hand: any of those still
+    // playing meets each of them, even one of no length.
+    double reachBefore = -std::numeric_limits<double>::infinity();
+    for (std::size_t first = 0; first < sounds.size();) {
+        const double start = sounds[first].start;
+        int lasting = 0;  // sounds of this start with a length, which meet each other
+        double reach = reachBefore;
+        std::size_t last = first;
+        for (; last < sounds.size() && sounds[last].start == start; ++last) {
+            if (start < reachBefore) return true;
+            if (start < sounds[last].end && ++lasting > 1) return true;
+            reach = std::max(reach, sounds[last].end);
         }
+        reachBefore = reach;
+        first = last;
     }
     return false;
 }

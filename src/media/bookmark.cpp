@@ -15,19 +15,6 @@ namespace {
 // Folders of media are small; this bounds a search through an unexpectedly huge one.
 constexpr std::size_t kMaxEntriesSearched = 20000;
 
-std::optional<FileIdentity> identityOf(const std::filesystem::path& file) {
-    struct stat st {};
-    if (::stat(file.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return std::nullopt;
-    FileIdentity id;
-    id.path = file;
-    id.device = static_cast<std::uint64_t>(st.st_dev);
-    id.inode = static_cast<std::uint64_t>(st.st_ino);
-    id.size = static_cast<std::uint64_t>(st.st_size);
-    id.modifiedNanoseconds =
-        static_cast<std::int64_t>(st.st_mtim.tv_sec) * 1'000'000'000 + st.st_mtim.tv_nsec;
-    return id;
-}
-
 // The file system hands a freed inode number to the next new file at once, so an inode
 // names the same file only while size and modification time agree too; a move or a
 // rename keeps all four.
@@ -58,7 +45,7 @@ class Search {
                 if (depth > 0 && !entry.is_symlink(typeError)) subfolders.push_back(entry.path());
                 continue;
             }
-            auto id = identityOf(entry.path());
+            auto id = fileIdentity(entry.path());
             if (!id) continue;
             if (sameFile(*id, wanted_)) {
                 found_ = id->path;
@@ -82,11 +69,24 @@ class Search {
 
 }  // namespace
 
+std::optional<FileIdentity> fileIdentity(const std::filesystem::path& file) {
+    struct stat st {};
+    if (::stat(file.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) return std::nullopt;
+    FileIdentity id;
+    id.path = file;
+    id.device = static_cast<std::uint64_t>(st.st_dev);
+    id.inode = static_cast<std::uint64_t>(st.st_ino);
+    id.size = static_cast<std::uint64_t>(st.st_size);
+    id.modifiedNanoseconds =
+        static_cast<std::int64_t>(st.st_mtim.tv_sec) * 1'000'000'000 + st.st_mtim.tv_nsec;
+    return id;
+}
+
 std::optional<model::Bytes> makeBookmark(const std::filesystem::path& file) {
     std::error_code ec;
     auto absolute = std::filesystem::absolute(file, ec);
     if (ec) return std::nullopt;
-    auto id = identityOf(absolute);
+    auto id = fileIdentity(absolute);
     if (!id) return std::nullopt;
     nlohmann::json j = {{"path", absolute.string()},
                         {"device", id->device},
@@ -130,7 +130,7 @@ std::optional<std::filesystem::path> resolveBookmark(
     const model::Bytes& bookmark, const std::optional<std::filesystem::path>& projectFolder) {
     auto wanted = decodeBookmark(bookmark);
     if (!wanted) return std::nullopt;
-    if (auto there = identityOf(wanted->path))
+    if (auto there = fileIdentity(wanted->path))
         if (sameFile(*there, *wanted) || sameContentsByLook(*there, *wanted)) return wanted->path;
 
     Search search(*wanted);

@@ -16,7 +16,12 @@ struct FileIdentity {
     std::uint64_t inode = 0;
     std::uint64_t size = 0;
     std::int64_t modifiedNanoseconds = 0;
+    friend auto operator<=>(const FileIdentity&, const FileIdentity&) = default;
 };
+
+// What `file` is now, following symbolic links; none unless it is a regular file that can
+// be examined.
+std::optional<FileIdentity> fileIdentity(const std::filesystem::path& file);
 
 // Answers none when the file can't be examined.
 std::optional<model::Bytes> makeBookmark(const std::filesystem::path& file);

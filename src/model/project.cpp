@@ -201,9 +201,9 @@ void Project::undo() {
     UndoEntry entry = std::move(undoStack_.back());
     undoStack_.pop_back();
     notify(ProjectField::undoStack);
-    redoStack_.push_back({entry.name, clips_});
+    redoStack_.push_back({entry.name, {}});
     notify(ProjectField::redoStack);
-    setClips(std::move(entry.clips));
+    swapInClips(std::move(entry.clips), redoStack_.back().clips);
     raiseCompositionToken();
     clampPlayhead();
 }
@@ -213,11 +213,18 @@ void Project::redo() {
     UndoEntry entry = std::move(redoStack_.back());
     redoStack_.pop_back();
     notify(ProjectField::redoStack);
-    undoStack_.push_back({entry.name, clips_});
+    undoStack_.push_back({entry.name, {}});
     notify(ProjectField::undoStack);
-    setClips(std::move(entry.clips));
+    swapInClips(std::move(entry.clips), undoStack_.back().clips);
     raiseCompositionToken();
     clampPlayhead();
+}
+
+void Project::swapInClips(std::vector<Clip> clips, std::vector<Clip>& previous) {
+    // Moved, not copied: a long timeline's copy would cost more than the rest of the step.
+    bool changed = clips != clips_;
+    previous = std::exchange(clips_, std::move(clips));
+    if (changed) notify(ProjectField::clips);
 }
 
 std::optional<std::string> Project::undoName() const {

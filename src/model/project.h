@@ -298,6 +298,9 @@ class Project {
     void assign(T& field, T value, ProjectField which);
     void setCropInset(double& field, double v, ProjectField which);
     void clampPlayhead();
+    // Makes `clips` the timeline and hands the clips it had to `previous`, a history entry
+    // that nobody reads until it is walked to again.
+    void swapInClips(std::vector<Clip> clips, std::vector<Clip>& previous);
     void importNext(std::shared_ptr<const std::vector<std::filesystem::path>> urls,
                     std::size_t index);
     void hydrateNext(std::shared_ptr<std::vector<Clip>> done, std::size_t index);

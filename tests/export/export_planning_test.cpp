@@ -67,6 +67,24 @@ TEST(ExportPlanning, OverlapsEndEligibilityAsLaneAssignmentDoes) {
     EXPECT_TRUE(exporting::passthroughEligible(p));
 }
 
+// Sounds meet by their times alone, whatever their order in the stack and whoever lies between.
+TEST(ExportPlanning, SoundsOverlapByTimeNotByStackOrder) {
+    struct Row {
+        std::vector<Clip> clips;
+        bool overlap;
+    };
+    const std::vector<Row> rows{
+        {{clip(9.9995, 5), clip(0, 10)}, true},
+        {{clip(0, 10), clip(2, 1), clip(9.9995, 5)}, true},
+        {{clip(10, 5), clip(0, 10)}, false},
+    };
+    for (const auto& row : rows) {
+        model::Project p;
+        p.setClips(row.clips);
+        EXPECT_EQ(exporting::reEncodeReason(p) == "clips overlap", row.overlap);
+    }
+}
+
 // A probed H.264 clip with AAC sound and keyframes every `gop` seconds.
 Clip probed(double start, double in, double out, double gop = 1, std::string audioCodec = "aac") {
     Clip c = clip(start, 0);
