@@ -135,4 +135,42 @@ TEST_F(PlayerTest, SnapshotsEqualTheFrameCommand) {
     }
 }
 
+TEST_F(PlayerTest, AReplacingPlayerPlaysOnFromTheOneItReplacesWhichStillSeeks) {
+    const auto built = composition::buildComposition(clipsOf({movie("preview_handover.mp4", 3)}));
+    const auto loader = [built]() -> common::Result<composition::Composition> { return built; };
+    preview::Player old(loader, {30, preview::AudioOutput::none});
+    old.play();
+    ASSERT_TRUE(waitFor([&] { return old.currentTime() > 0.5; }));
+
+    std::mutex mutex;
+    std::vector<preview::PresentedFrame> frames;
+    preview::Player next(loader, {30, preview::AudioOutput::none, &old});
+    next.setFrameSink([&](const preview::PresentedFrame& frame) {
+        std::lock_guard lock(mutex);
+        frames.push_back(frame);
+    });
+    const double playhead = old.currentTime();
+    next.seek(0.1);
+    next.play();
+    ASSERT_TRUE(next.waitUntilSettled(std::chrono::seconds(20)));
+    {
+        std::lock_guard lock(mutex);
+        ASSERT_FALSE(frames.empty());
+        EXPECT_GE(frames.front().seconds, playhead) << "play goes on, never back";
+        EXPECT_TRUE(frames.front().picture);
+    }
+
+    // Its files gone to the new player, the old one opens them again for a seek.
+    old.pause();
+    preview::SharedFrame seen;
+    old.setFrameSink([&](const preview::PresentedFrame& frame) {
+        std::lock_guard lock(mutex);
+        seen = frame.picture;
+    });
+    old.seek(2.0);
+    ASSERT_TRUE(old.waitUntilSettled(std::chrono::seconds(20)));
+    std::lock_guard lock(mutex);
+    EXPECT_TRUE(seen);
+}
+
 }  // namespace
