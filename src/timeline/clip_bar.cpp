@@ -230,7 +230,10 @@ void ClipBar::paintNormalBody(QPainter& p, double w,
     const auto& v = values_;
     const double h = v.height;
     const QRectF bar(0, 0, w, h);
-    const bool antialias = w >= 3;
+    // Narrower than its two corners, a bar is drawn with rectangles alone: its rounding would
+    // show in a pixel or two, and hundreds of such bars fill a view between the widest zooms
+    // and the closest, where paths would cost most of a frame.
+    const bool antialias = w >= 2 * kCornerRadius;
     p.setRenderHint(QPainter::Antialiasing, antialias);
 
     if (v.selected) {
@@ -282,20 +285,35 @@ void ClipBar::paintNormalBody(QPainter& p, double w,
         gloss.setColorAt(0, QColor::fromRgbF(1, 1, 1, 0.18f));
         gloss.setColorAt(1, Qt::transparent);
         // Clear below the centre, so only the top half is filled.
-        p.save();
-        p.setClipRect(QRectF(0, 0, w, h / 2), Qt::IntersectClip);
-        p.fillPath(shape, gloss);
-        p.restore();
+        const QRectF upperHalf(0, 0, w, h / 2);
+        if (antialias) {
+            p.save();
+            p.setClipRect(upperHalf, Qt::IntersectClip);
+            p.fillPath(shape, gloss);
+            p.restore();
+        } else {
+            p.fillRect(upperHalf, gloss);
+        }
     }
 
     QColor stroke = strokeColor();
     double strokeWidth = v.snapHighlight ? 2.5 : v.selected ? 2 : 0.5;
-    // A stroke makes two spans on every row of the bar.
-    paintInBands(p, bar.adjusted(-2, -2, 2, 2), [&] {
-        p.setPen(QPen(stroke, strokeWidth));
-        p.setBrush(Qt::NoBrush);
-        p.drawPath(shape);
-    });
+    if (antialias) {
+        // A stroke makes two spans on every row of the bar.
+        paintInBands(p, bar.adjusted(-2, -2, 2, 2), [&] {
+            p.setPen(QPen(stroke, strokeWidth));
+            p.setBrush(Qt::NoBrush);
+            p.drawPath(shape);
+        });
+    } else if (strokeWidth < 1) {
+        // A thinner line as a whole pixel inside the edge, at that share of its opacity.
+        stroke.setAlphaF(stroke.alphaF() * static_cast<float>(strokeWidth));
+        paintOutline(p, bar, stroke, 1);
+    } else {
+        // Centred on the edge, as a stroke is.
+        const double half = strokeWidth / 2;
+        paintOutline(p, bar.adjusted(-half, -half, half, half), stroke, strokeWidth);
+    }
 
     if (w > 3 * kEdgeZone) {
         double handleH = std::max(h - 8, 0.0);
