@@ -135,6 +135,24 @@ TEST_F(TimelineTest, EscapeEndsADragWhereItBeganWithNoStep) {
     EXPECT_EQ(project_.undoCount(), steps);
 }
 
+TEST_F(TimelineTest, EscapeLeavesTheStepsToRedoAsTheyWere) {
+    drag(videoRow(), at(997), at(947));
+    QTest::mouseRelease(videoRow(), Qt::LeftButton, {}, at(947));
+    project_.undo();
+    timeline_->ensureSynced();
+    const auto steps = project_.undoCount();
+    ASSERT_EQ(project_.redoName(), "Trim Out");
+
+    drag(videoRow(), at(997), at(900));
+    QTest::keyClick(videoRow(), Qt::Key_Escape);
+    QTest::mouseRelease(videoRow(), Qt::LeftButton, {}, at(900));
+    EXPECT_EQ(project_.undoCount(), steps);
+    EXPECT_EQ(project_.redoCount(), 1u);
+    EXPECT_EQ(project_.redoName(), "Trim Out");
+    project_.redo();
+    EXPECT_NEAR(b().outSeconds, 8.5, 1e-9);
+}
+
 TEST_F(TimelineTest, CtrlWheelZoomsByItsFactorAndLeavesTheScrollAlone) {
     project_.setZoom(2);
     timeline_->ensureSynced();
