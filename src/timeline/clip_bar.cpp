@@ -199,6 +199,11 @@ bool ClipBar::stepScale(bool reducedMotion) {
     return t < 1;
 }
 
+double ClipBar::linkChipOpacity() const {
+    // One animation for both, keyed on the same state: the chip fades as the bar grows.
+    return std::clamp((scale_ - 1) / (kHoverScale - 1), 0.0, 1.0);
+}
+
 void ClipBar::paint(QPainter& p, const std::function<void(QPainter&, const QRectF&)>& paintContent,
                     double spinPhase) const {
     // Whole pixels: fractional edges make every row of a fill several spans, and Qt's raster
@@ -359,13 +364,15 @@ void ClipBar::paintNormalBody(QPainter& p, double w,
         drawReversedBadge(p, badge, accentColor());
     }
 
-    if (showsLinkChip(v.linkState, w) && (hovering_ || v.selected)) {
+    if (const double opacity = linkChipOpacity(); showsLinkChip(v.linkState, w) && opacity > 0) {
         QRectF chip = linkChipRect(w);
+        p.setOpacity(opacity);
         p.setPen(QPen(QColor::fromRgbF(1, 1, 1, 0.25f), 0.5));
         p.setBrush(QColor::fromRgbF(0, 0, 0, 0.55f));
         p.drawEllipse(chip.adjusted(0.25, 0.25, -0.25, -0.25));
         drawLinkSymbol(p, chip.adjusted(4.5, 4.5, -4.5, -4.5),
                        v.linkState != model::ClipLinkState::linked, Qt::white);
+        p.setOpacity(1);
     }
 }
 
