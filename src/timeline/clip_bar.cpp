@@ -337,14 +337,9 @@ void ClipBar::paintNormalBody(QPainter& p, double w,
         handle(w - kEdgeZone, hoverRightEdge_, false);
     }
 
-    if (v.isReversing && w > 90) {
-        QFont font = p.font();
-        font.setPointSizeF(font.pointSizeF() * 0.85);
-        font.setWeight(QFont::DemiBold);
-        const QString text = QStringLiteral("Reversing…");
-        double textW = QFontMetricsF(font).horizontalAdvance(text);
-        QRectF capsule(0, 0, 10 + 11 + 6 + textW + 10, 5 + 14 + 5);
-        capsule.moveCenter(bar.center());
+    if (showsReversingBadge(v.isReversing, w)) {
+        const QFont font = reversingBadgeFont(p.font());
+        const QRectF capsule = reversingBadgeRect(w, h, p.font());
         p.setPen(QPen(QColor::fromRgbF(1, 1, 1, 0.18f), 0.5));
         p.setBrush(QColor::fromRgbF(0, 0, 0, 0.55f));
         p.drawRoundedRect(capsule, capsule.height() / 2, capsule.height() / 2);
@@ -352,8 +347,9 @@ void ClipBar::paintNormalBody(QPainter& p, double w,
                          Qt::white, 1.5, spinPhase);
         p.setFont(font);
         p.setPen(Qt::white);
-        p.drawText(QRectF(capsule.left() + 27, capsule.top(), textW + 1, capsule.height()),
-                   Qt::AlignVCenter | Qt::AlignLeft, text);
+        p.drawText(
+            QRectF(capsule.left() + 27, capsule.top(), capsule.width() - 27, capsule.height()),
+            Qt::AlignVCenter | Qt::AlignLeft, QStringLiteral("Reversing…"));
     }
 
     if (v.isReversed && !v.isReversing && w > 4 * kEdgeZone + 22) {

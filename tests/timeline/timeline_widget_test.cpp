@@ -309,6 +309,23 @@ TEST_F(TimelineTest, ScreenReadersReadAndSelectGapsAndClips) {
     EXPECT_EQ(thumb->text(QAccessible::Value), "00:30.00 of 00:30.00");
 }
 
+TEST_F(TimelineTest, AReversingBadgeIsAnElementOfItsOwnBesideItsBar) {
+    Clip reversing = b();
+    reversing.isReversed = true;
+    project_.setClips({a_, reversing});
+    QAccessibleInterface* row = QAccessible::queryAccessibleInterface(videoRow());
+    ASSERT_EQ(row->childCount(), 4);
+    QAccessibleInterface* badge = row->child(3);
+    EXPECT_EQ(badge->text(QAccessible::Name), "Reversing clip");
+    EXPECT_EQ(badge->role(), QAccessible::StaticText);
+    EXPECT_FALSE(badge->actionInterface());
+    EXPECT_TRUE(row->child(2)->rect().contains(badge->rect()));
+
+    reversing.reversedURL = "/media/b.reversed.mov";
+    project_.setClips({a_, reversing});
+    EXPECT_EQ(row->childCount(), 3) << "the badge goes once the backward file is made";
+}
+
 TEST_F(TimelineTest, ScaledPicturesAreKeptUntilTheZoomChanges) {
     auto frame = std::make_shared<model::ImageData>();
     frame->width = 160;
