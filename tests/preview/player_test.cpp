@@ -1,8 +1,10 @@
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <mutex>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "composition/stream_lookup.h"
 #include "preview/player.h"
@@ -171,6 +173,28 @@ TEST_F(PlayerTest, AReplacingPlayerPlaysOnFromTheOneItReplacesWhichStillSeeks) {
     ASSERT_TRUE(old.waitUntilSettled(std::chrono::seconds(20)));
     std::lock_guard lock(mutex);
     EXPECT_TRUE(seen);
+}
+
+TEST_F(PlayerTest, ThroughASoundDeviceTheSoundLeadsTheClock) {
+    // scripts/test starts a sound server with a null sink and names its socket here; only
+    // this test's child sees it, so the rest of the suite plays on the system clock.
+    const char* server = std::getenv("VANTRELL_TEST_PULSE_SERVER");
+    if (!server) GTEST_SKIP() << "no sound server to play through";
+    const fs::path dir = freshDir("preview_sound");
+    const std::string cli = quote(VANTRELL_CLI);
+    const std::string project = quote((dir / "p.vantrell").string());
+    ASSERT_EQ(testing_support::run(cli + " new " + project + " " +
+                                   quote(movie("preview_sound.mp4", 3).string()) + " >/dev/null"),
+              0);
+    const fs::path report = dir / "play.json";
+    ASSERT_EQ(testing_support::run("PULSE_SERVER=" + quote(server) + " " + cli + " play " +
+                                   project + " --for 2 --json > " + quote(report.string())),
+              0);
+    const auto stats = nlohmann::json::parse(testing_support::contentsOf(report));
+    EXPECT_GT(stats["framesPresented"].get<int>(), 0);
+    EXPECT_LE(stats["audioUnderruns"].get<int>(), 1) << "no burst of underruns";
+    // On the system clock alone nothing drifts; a device's clock is followed.
+    EXPECT_GT(stats["greatestDriftSeconds"].get<double>(), 0);
 }
 
 }  // namespace
