@@ -122,7 +122,8 @@ void PictureCache::beginPaint(std::chrono::nanoseconds budget) {
 }
 
 bool PictureCache::mayScale() {
-    // Counted in scaling time alone: the rest of a paint can't starve the pictures.
+    // Counted in scaling time alone, so the rest of a paint can't starve the pictures; and
+    // asked only for clips new to the cache, so a drag that resizes one bar is never put off.
     if (spent_ < budget_) return true;
     leftOut_ = true;
     return false;
@@ -133,7 +134,12 @@ void PictureCache::spent(const QElapsedTimer& started) {
 }
 
 const QImage& PictureCache::filmstripCell(const model::Clip& clip, std::size_t index, QSize cell) {
-    auto& entry = filmstrips_[clip.id];
+    auto found = filmstrips_.find(clip.id);
+    if (found == filmstrips_.end()) {
+        if (!mayScale()) return nullImage();
+        found = filmstrips_.emplace(clip.id, Cells{}).first;
+    }
+    auto& entry = found->second;
     const void* source = clip.filmstrip.empty() ? nullptr : clip.filmstrip.front().get();
     if (entry.cell != cell || entry.source != source ||
         entry.images.size() != clip.filmstrip.size()) {
@@ -141,7 +147,6 @@ const QImage& PictureCache::filmstripCell(const model::Clip& clip, std::size_t i
     }
     QImage& image = entry.images.at(index);
     if (image.isNull() && clip.filmstrip[index]) {
-        if (!mayScale()) return nullImage();
         QElapsedTimer started;
         started.start();
         image = aspectFill(*clip.filmstrip[index], cell);
@@ -151,9 +156,13 @@ const QImage& PictureCache::filmstripCell(const model::Clip& clip, std::size_t i
 }
 
 const QImage& PictureCache::thumbnailFill(const model::Clip& clip, QSize area) {
-    auto& entry = thumbnails_[clip.id];
-    if (entry.area != area || entry.source != clip.thumbnail.get() || entry.image.isNull()) {
+    auto found = thumbnails_.find(clip.id);
+    if (found == thumbnails_.end()) {
         if (!mayScale()) return nullImage();
+        found = thumbnails_.emplace(clip.id, Thumbnail{}).first;
+    }
+    auto& entry = found->second;
+    if (entry.area != area || entry.source != clip.thumbnail.get() || entry.image.isNull()) {
         QElapsedTimer started;
         started.start();
         entry = Thumbnail{area, clip.thumbnail.get(),
@@ -165,13 +174,17 @@ const QImage& PictureCache::thumbnailFill(const model::Clip& clip, QSize area) {
 
 const QImage& PictureCache::waveformWindow(const model::Clip& clip, QSize area,
                                            const TrimMapping& mapping) {
-    auto& entry = waveforms_[clip.id];
+    auto found = waveforms_.find(clip.id);
+    if (found == waveforms_.end()) {
+        if (!mayScale()) return nullImage();
+        found = waveforms_.emplace(clip.id, Waveform{}).first;
+    }
+    auto& entry = found->second;
     long stripWidth = std::lround(mapping.stripWidth);
     long offsetX = std::lround(mapping.offsetX);
     if (entry.area == area && entry.stripWidth == stripWidth && entry.offsetX == offsetX &&
         entry.source == clip.waveformPeaks.get() && !entry.image.isNull())
         return entry.image;
-    if (!mayScale()) return nullImage();
     QElapsedTimer started;
     started.start();
     entry = Waveform{area, stripWidth, offsetX, clip.waveformPeaks.get(),

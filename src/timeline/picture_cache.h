@@ -20,8 +20,9 @@ namespace timeline {
 // Each clip keeps one size of each picture: asking for another size replaces it, and the
 // timeline drops everything when the zoom changes. Pictures are made only when first painted,
 // and only the stretch of a clip that its bar shows. A paint may cap the time spent scaling:
-// past it pictures come back null and are left for the paints that follow, so that a zoom
-// change, which empties the cache, never makes one long paint. UI thread only.
+// past it the pictures of clips new to the cache come back null and are left for the paints
+// that follow, so that a zoom change, which empties the cache, never makes one long paint.
+// UI thread only.
 class PictureCache {
   public:
     // Filmstrip frame `index` of `clip`, aspect-filled into a cell of `cell` device pixels.
@@ -32,8 +33,9 @@ class PictureCache {
     // through `mapping` (also in device pixels). The clip must have peaks.
     const QImage& waveformWindow(const model::Clip& clip, QSize area, const TrimMapping& mapping);
 
-    // Starts a paint that may spend up to `budget` scaling pictures anew; the first picture it
-    // asks for is always made, so each paint gets on.
+    // Starts a paint that may spend up to `budget` scaling pictures of clips new to the cache;
+    // the first it asks for is always made, so each paint gets on. Clips the cache holds
+    // already have their pictures remade at a new size whatever the budget.
     void beginPaint(std::chrono::nanoseconds budget);
     // Whether a picture came back null for the budget since beginPaint: paint again soon.
     bool leftPicturesOut() const { return leftOut_; }
@@ -44,7 +46,7 @@ class PictureCache {
     std::size_t bytes() const;
 
   private:
-    // Whether the paint's budget allows scaling one more picture; notes it when not.
+    // Whether the paint's budget allows taking on one more clip; notes it when not.
     bool mayScale();
     // Adds the time since `started` to what the paint has spent.
     void spent(const QElapsedTimer& started);
