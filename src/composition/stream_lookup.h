@@ -13,6 +13,11 @@ namespace composition {
 // Like any StreamLookup it is used by one thread at a time.
 StreamLookup mediaStreamLookup();
 
+// A StreamLookup for build after build, as a preview rebuilds on every edit: it keeps each
+// file's answer for as long as the file keeps its size and modification time, so only new
+// or changed files are opened. One thread at a time, like any StreamLookup.
+StreamLookup lastingStreamLookup();
+
 // buildComposition over the files themselves, through a fresh mediaStreamLookup.
 Composition buildComposition(const std::vector<model::Clip>& clips);
 

@@ -1,6 +1,7 @@
 #include "composition/video_renderer.h"
 
 #include <algorithm>
+#include <cassert>
 #include <utility>
 
 #include "composition/segment_clock.h"
@@ -46,6 +47,17 @@ common::Result<VideoSource*> VideoRenderer::sourceFor(const SegmentSource& sourc
     sources_.insert(sources_.begin(), std::move(opened.value()));
     if (sources_.size() > kMaxOpenSources) sources_.pop_back();
     return &sources_.front();
+}
+
+std::vector<VideoSource> VideoRenderer::releaseSources() {
+    return std::exchange(sources_, {});
+}
+
+void VideoRenderer::adoptSources(std::vector<VideoSource> sources) {
+    assert(sources_.empty());
+    sources_ = std::move(sources);
+    if (sources_.size() > kMaxOpenSources)
+        sources_.erase(sources_.begin() + kMaxOpenSources, sources_.end());
 }
 
 common::Result<RenderedFrame> VideoRenderer::render(std::int64_t time, AVRational timeBase,

@@ -62,6 +62,13 @@ class VideoRenderer {
 
     const Composition& composition() const { return composition_; }
 
+    // The files this renderer holds open, handed to a renderer that follows it on the same
+    // files: that one then decodes on from where this one stopped, without opening and
+    // seeking anew. This renderer opens again whatever it is asked for next.
+    std::vector<VideoSource> releaseSources();
+    // Takes open files as its own; only before it has rendered anything.
+    void adoptSources(std::vector<VideoSource> sources);
+
   private:
     // A picture kept for the next request of the same frame.
     struct Kept {

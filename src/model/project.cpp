@@ -168,14 +168,23 @@ void Project::clampPlayhead() {
 
 void Project::recordSnapshot(std::string name) {
     undoStack_.push_back({std::move(name), clips_});
-    if (undoStack_.size() > static_cast<std::size_t>(maxHistory))
+    oldestBeforeEdit_.reset();
+    if (undoStack_.size() > static_cast<std::size_t>(maxHistory)) {
+        oldestBeforeEdit_ = std::move(undoStack_.front());
         undoStack_.erase(undoStack_.begin());
+    }
     notify(ProjectField::undoStack);
-    redoStack_.clear();
+    redoBeforeEdit_ = std::exchange(redoStack_, {});
     notify(ProjectField::redoStack);
 }
 
+void Project::forgetBeforeEdit() {
+    redoBeforeEdit_.clear();
+    oldestBeforeEdit_.reset();
+}
+
 void Project::commitEdit() {
+    forgetBeforeEdit();
     raiseCompositionToken();
     clampPlayhead();
     setTrimReadout(std::nullopt);
@@ -187,7 +196,11 @@ void Project::cancelEdit() {
     if (undoStack_.empty()) return;
     std::vector<Clip> clips = std::move(undoStack_.back().clips);
     undoStack_.pop_back();
+    if (oldestBeforeEdit_) undoStack_.insert(undoStack_.begin(), std::move(*oldestBeforeEdit_));
     notify(ProjectField::undoStack);
+    redoStack_ = std::move(redoBeforeEdit_);
+    notify(ProjectField::redoStack);
+    forgetBeforeEdit();
     setClips(std::move(clips));
     clampPlayhead();
     setTrimReadout(std::nullopt);
@@ -198,6 +211,7 @@ void Project::cancelEdit() {
 
 void Project::undo() {
     if (undoStack_.empty()) return;
+    forgetBeforeEdit();
     UndoEntry entry = std::move(undoStack_.back());
     undoStack_.pop_back();
     notify(ProjectField::undoStack);
@@ -210,6 +224,7 @@ void Project::undo() {
 
 void Project::redo() {
     if (redoStack_.empty()) return;
+    forgetBeforeEdit();
     UndoEntry entry = std::move(redoStack_.back());
     redoStack_.pop_back();
     notify(ProjectField::redoStack);
@@ -373,6 +388,7 @@ void Project::hydrateNext(std::shared_ptr<std::vector<Clip>> done, std::size_t i
     notify(ProjectField::undoStack);
     redoStack_.clear();
     notify(ProjectField::redoStack);
+    forgetBeforeEdit();
 }
 
 }  // namespace model

@@ -183,7 +183,9 @@ class Project {
     void recordSnapshot(std::string name);
     void commitEdit();
     // Gives up a live edit: puts back the clips of the newest history entry and drops that
-    // entry, with nothing for redo and the token unchanged, as if the edit never began.
+    // entry, with the token unchanged and the history as it stood before the edit's
+    // recordSnapshot (the redo steps it cleared, and any oldest step it pushed out, are
+    // back), as if the edit never began.
     void cancelEdit();
     void undo();
     void redo();
@@ -293,6 +295,7 @@ class Project {
     void pasteAtPlayhead();
 
   private:
+    void forgetBeforeEdit();
     void notify(ProjectField field);
     template <typename T>
     void assign(T& field, T value, ProjectField which);
@@ -354,6 +357,9 @@ class Project {
     std::optional<double> dragLandingX_;
     std::vector<UndoEntry> undoStack_;
     std::vector<UndoEntry> redoStack_;
+    // What the last recordSnapshot took from the history, for cancelEdit; until the edit ends.
+    std::vector<UndoEntry> redoBeforeEdit_;
+    std::optional<UndoEntry> oldestBeforeEdit_;
     SmallClipMode smallClipMode_ = SmallClipMode::proportional;
     double cropInsetTop_ = 0;
     double cropInsetLeading_ = 0;

@@ -99,10 +99,17 @@ struct Player::Engine {
         }
     };
 
-    Engine(Player& owner, Loader loader, double frameRate)
+    // What a replaced player hands to the one replacing it.
+    struct Handover {
+        std::vector<composition::VideoSource> sources;
+        std::optional<double> resumeAt;  // the next picture it would have decoded, if playing
+    };
+
+    Engine(Player& owner, Loader loader, double frameRate, std::shared_ptr<Engine> predecessor)
         : owner(owner),
           loader(std::move(loader)),
-          interval(1.0 / std::clamp(frameRate, 1.0, 120.0)) {}
+          interval(1.0 / std::clamp(frameRate, 1.0, 120.0)),
+          predecessor(std::move(predecessor)) {}
 
     ~Engine() { retire(); }
 
@@ -118,6 +125,7 @@ struct Player::Engine {
         videoWake.notify_all();
         presentWake.notify_all();
         audioWake.notify_all();
+        handoverWake.notify_all();
     }
 
     void start() {
@@ -153,9 +161,32 @@ struct Player::Engine {
     }
 
     bool videoHasWork() const {
-        return stopping || pendingSeek ||
-               (playing && duration && frames.size() < kQueuedFrames &&
+        return stopping || pendingSeek || handoverWanted ||
+               (playing && !handedOver && duration && frames.size() < kQueuedFrames &&
                 gridStart + static_cast<double>(gridIndex) * interval < *duration);
+    }
+
+    // Called by the engine of the player that replaces this one, from its video thread:
+    // waits for this video thread to finish the picture under way and give up its files.
+    // Nothing when they went to another successor already, or this engine is stopping.
+    Handover handOver() {
+        std::unique_lock lock(mutex);
+        if (handedOver || stopping) return {};
+        handoverWanted = true;
+        videoWake.notify_all();
+        handoverWake.wait(lock, [&] { return handedOver || stopping; });
+        return std::move(handover);
+    }
+
+    // On the video thread, before its first seek: the predecessor's files and where it stood.
+    void takeOver(composition::VideoRenderer* renderer) {
+        if (!predecessor) return;
+        Handover taken = predecessor->handOver();
+        // Its threads are joined on the reaper, never on this one, which has a picture to make.
+        reaper().post([gone = std::move(predecessor)] {});
+        if (renderer) renderer->adoptSources(std::move(taken.sources));
+        std::lock_guard lock(mutex);
+        resumeAt = taken.resumeAt;
     }
 
     void videoLoop() {
@@ -173,13 +204,32 @@ struct Player::Engine {
         audioWake.notify_all();
         settledWake.notify_all();
         composition::VideoRenderer* r = renderer ? &*renderer : nullptr;
+        takeOver(r);
 
         std::unique_lock lock(mutex);
         while (true) {
             videoWake.wait(lock, [&] { return videoHasWork(); });
             if (stopping) return;
+            if (handoverWanted) {
+                handoverWanted = false;
+                handedOver = true;
+                if (r) handover.sources = r->releaseSources();
+                if (playing && clock.running())
+                    handover.resumeAt = gridStart + static_cast<double>(gridIndex) * interval;
+                handoverWake.notify_all();
+                continue;
+            }
             if (pendingSeek) {
-                const double target = *pendingSeek;
+                double target = *pendingSeek;
+                // Taking over a playing predecessor: its decoders stand at its next picture.
+                if (resumeAt && *resumeAt > target) {
+                    target = *resumeAt;
+                    clock.set(target);
+                    // The sound mixed from the time first asked for is stale too.
+                    ++generation;
+                    audioWake.notify_all();
+                }
+                resumeAt.reset();
                 const Steady::time_point asked = seekAskedAt;
                 const std::uint64_t seekGeneration = generation;
                 pendingSeek.reset();
@@ -327,6 +377,8 @@ struct Player::Engine {
     Player& owner;
     const Loader loader;
     const double interval;  // seconds between pictures while playing
+    // The replaced player's engine, until this video thread has taken over from it.
+    std::shared_ptr<Engine> predecessor;
 
     mutable std::mutex mutex;
     std::condition_variable videoWake;
@@ -356,6 +408,13 @@ struct Player::Engine {
     std::deque<Queued> frames;
     AudioRing ring;
     PlaybackStats stats;
+    // Handing over to a successor: asked for, done (this engine then decodes no further
+    // ahead), and what it hands.
+    bool handoverWanted = false;
+    bool handedOver = false;
+    Handover handover;
+    std::condition_variable handoverWake;
+    std::optional<double> resumeAt;  // from the predecessor, for the first seek
 
     // Declared last, so they stop before anything they use goes.
     std::jthread video;
@@ -391,7 +450,8 @@ class SoundFeed : public QIODevice {
 Player::Player(Loader loader, Options options, QObject* parent)
     : QObject(parent),
       options_(options),
-      engine_(std::make_unique<Engine>(*this, std::move(loader), options.frameRate)) {
+      engine_(std::make_shared<Engine>(*this, std::move(loader), options.frameRate,
+                                       options.replacing ? options.replacing->engine_ : nullptr)) {
     periodic_.setInterval(std::chrono::milliseconds(1000 / 30));
     periodic_.setTimerType(Qt::PreciseTimer);
     connect(&periodic_, &QTimer::timeout, this, &Player::tick);
@@ -405,7 +465,7 @@ Player::~Player() {
     if (audioSink_) audioSink_->stop();
     engine_->retire();
     // Its threads may be inside a decode, which the UI thread must not wait for.
-    reaper().post([engine = std::shared_ptr<Engine>(std::move(engine_))] {});
+    reaper().post([engine = std::move(engine_)] {});
 }
 
 void Player::startAudio() {

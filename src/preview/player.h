@@ -53,6 +53,13 @@ class Player : public QObject {
     struct Options {
         double frameRate = 30;  // pictures per second while playing
         AudioOutput audio = AudioOutput::device;
+        // A player that this one comes to replace, or null. Before its first picture this
+        // player takes over the files that one holds open, which then decodes no further
+        // ahead but keeps its picture and still seeks; and if that one was playing, this
+        // one's first seek goes no earlier than the picture that one would have decoded
+        // next, so play runs on without opening, seeking or going back. Must outlive this
+        // constructor only.
+        Player* replacing = nullptr;
     };
 
     Player(Loader loader, Options options, QObject* parent = nullptr);
@@ -90,7 +97,7 @@ class Player : public QObject {
     void stopAudio();
 
     Options options_;
-    std::unique_ptr<Engine> engine_;
+    std::shared_ptr<Engine> engine_;         // shared with a player that replaces this one
     std::unique_ptr<QAudioSink> audioSink_;  // only while there is a working device
     QTimer periodic_;
     std::function<void(double)> onPeriodic_;

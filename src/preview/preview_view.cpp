@@ -110,8 +110,8 @@ void PreviewView::installPlayer(std::unique_ptr<Player> player) {
 
 void PreviewView::rebuildAsync(std::vector<model::Clip> clips, double seekTo, bool autoPlay) {
     builder_.post([this, clips = std::move(clips), seekTo, autoPlay] {
-        auto built =
-            std::make_shared<const composition::Composition>(composition::buildComposition(clips));
+        auto built = std::make_shared<const composition::Composition>(
+            composition::buildComposition(clips, streams_));
         const double frameRate = frameRateFor(clips);
         QMetaObject::invokeMethod(
             this, [=, this] { startPlayer(built, frameRate, seekTo, autoPlay); },
@@ -123,7 +123,7 @@ void PreviewView::startPlayer(std::shared_ptr<const composition::Composition> bu
                               double frameRate, double seekTo, bool autoPlay) {
     auto player = std::make_unique<Player>(
         [built]() -> common::Result<composition::Composition> { return *built; },
-        Player::Options{frameRate, AudioOutput::device});
+        Player::Options{frameRate, AudioOutput::device, player_.get()});
     Player* started = player.get();
     // Its pictures reach the screen once it is installed; its first one installs it.
     struct Handoff {

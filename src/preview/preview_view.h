@@ -9,6 +9,7 @@
 #include <QImage>
 #include <QWidget>
 
+#include "composition/stream_lookup.h"
 #include "model/project.h"
 #include "preview/frame_converter.h"
 #include "preview/frame_relay.h"
@@ -65,6 +66,7 @@ class PreviewView : public QWidget {
     FrameRelay::ListenerID ownListener_ = 0;
     // Declared after what their threads reach and before the player they feed.
     std::unique_ptr<FrameConverter> converter_;
+    composition::StreamLookup streams_ = composition::lastingStreamLookup();  // builder_'s
     SerialWorker builder_;
     // Built players that are finding their first picture; the one before plays on meanwhile.
     std::vector<std::unique_ptr<Player>> starting_;

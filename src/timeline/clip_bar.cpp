@@ -199,6 +199,11 @@ bool ClipBar::stepScale(bool reducedMotion) {
     return t < 1;
 }
 
+double ClipBar::linkChipOpacity() const {
+    // One animation for both, keyed on the same state: the chip fades as the bar grows.
+    return std::clamp((scale_ - 1) / (kHoverScale - 1), 0.0, 1.0);
+}
+
 void ClipBar::paint(QPainter& p, const std::function<void(QPainter&, const QRectF&)>& paintContent,
                     double spinPhase) const {
     // Whole pixels: fractional edges make every row of a fill several spans, and Qt's raster
@@ -230,7 +235,10 @@ void ClipBar::paintNormalBody(QPainter& p, double w,
     const auto& v = values_;
     const double h = v.height;
     const QRectF bar(0, 0, w, h);
-    const bool antialias = w >= 3;
+    // Narrower than its two corners, a bar is drawn with rectangles alone: its rounding would
+    // show in a pixel or two, and hundreds of such bars fill a view between the widest zooms
+    // and the closest, where paths would cost most of a frame.
+    const bool antialias = w >= 2 * kCornerRadius;
     p.setRenderHint(QPainter::Antialiasing, antialias);
 
     if (v.selected) {
@@ -282,20 +290,35 @@ void ClipBar::paintNormalBody(QPainter& p, double w,
         gloss.setColorAt(0, QColor::fromRgbF(1, 1, 1, 0.18f));
         gloss.setColorAt(1, Qt::transparent);
         // Clear below the centre, so only the top half is filled.
-        p.save();
-        p.setClipRect(QRectF(0, 0, w, h / 2), Qt::IntersectClip);
-        p.fillPath(shape, gloss);
-        p.restore();
+        const QRectF upperHalf(0, 0, w, h / 2);
+        if (antialias) {
+            p.save();
+            p.setClipRect(upperHalf, Qt::IntersectClip);
+            p.fillPath(shape, gloss);
+            p.restore();
+        } else {
+            p.fillRect(upperHalf, gloss);
+        }
     }
 
     QColor stroke = strokeColor();
     double strokeWidth = v.snapHighlight ? 2.5 : v.selected ? 2 : 0.5;
-    // A stroke makes two spans on every row of the bar.
-    paintInBands(p, bar.adjusted(-2, -2, 2, 2), [&] {
-        p.setPen(QPen(stroke, strokeWidth));
-        p.setBrush(Qt::NoBrush);
-        p.drawPath(shape);
-    });
+    if (antialias) {
+        // A stroke makes two spans on every row of the bar.
+        paintInBands(p, bar.adjusted(-2, -2, 2, 2), [&] {
+            p.setPen(QPen(stroke, strokeWidth));
+            p.setBrush(Qt::NoBrush);
+            p.drawPath(shape);
+        });
+    } else if (strokeWidth < 1) {
+        // A thinner line as a whole pixel inside the edge, at that share of its opacity.
+        stroke.setAlphaF(stroke.alphaF() * static_cast<float>(strokeWidth));
+        paintOutline(p, bar, stroke, 1);
+    } else {
+        // Centred on the edge, as a stroke is.
+        const double half = strokeWidth / 2;
+        paintOutline(p, bar.adjusted(-half, -half, half, half), stroke, strokeWidth);
+    }
 
     if (w > 3 * kEdgeZone) {
         double handleH = std::max(h - 8, 0.0);
@@ -314,14 +337,9 @@ void ClipBar::paintNormalBody(QPainter& p, double w,
         handle(w - kEdgeZone, hoverRightEdge_, false);
     }
 
-    if (v.isReversing && w > 90) {
-        QFont font = p.font();
-        font.setPointSizeF(font.pointSizeF() * 0.85);
-        font.setWeight(QFont::DemiBold);
-        const QString text = QStringLiteral("Reversing…");
-        double textW = QFontMetricsF(font).horizontalAdvance(text);
-        QRectF capsule(0, 0, 10 + 11 + 6 + textW + 10, 5 + 14 + 5);
-        capsule.moveCenter(bar.center());
+    if (showsReversingBadge(v.isReversing, w)) {
+        const QFont font = reversingBadgeFont(p.font());
+        const QRectF capsule = reversingBadgeRect(w, h, p.font());
         p.setPen(QPen(QColor::fromRgbF(1, 1, 1, 0.18f), 0.5));
         p.setBrush(QColor::fromRgbF(0, 0, 0, 0.55f));
         p.drawRoundedRect(capsule, capsule.height() / 2, capsule.height() / 2);
@@ -329,8 +347,9 @@ void ClipBar::paintNormalBody(QPainter& p, double w,
                          Qt::white, 1.5, spinPhase);
         p.setFont(font);
         p.setPen(Qt::white);
-        p.drawText(QRectF(capsule.left() + 27, capsule.top(), textW + 1, capsule.height()),
-                   Qt::AlignVCenter | Qt::AlignLeft, text);
+        p.drawText(
+            QRectF(capsule.left() + 27, capsule.top(), capsule.width() - 27, capsule.height()),
+            Qt::AlignVCenter | Qt::AlignLeft, QStringLiteral("Reversing…"));
     }
 
     if (v.isReversed && !v.isReversing && w > 4 * kEdgeZone + 22) {
@@ -341,13 +360,15 @@ void ClipBar::paintNormalBody(QPainter& p, double w,
         drawReversedBadge(p, badge, accentColor());
     }
 
-    if (showsLinkChip(v.linkState, w) && (hovering_ || v.selected)) {
+    if (const double opacity = linkChipOpacity(); showsLinkChip(v.linkState, w) && opacity > 0) {
         QRectF chip = linkChipRect(w);
+        p.setOpacity(opacity);
         p.setPen(QPen(QColor::fromRgbF(1, 1, 1, 0.25f), 0.5));
         p.setBrush(QColor::fromRgbF(0, 0, 0, 0.55f));
         p.drawEllipse(chip.adjusted(0.25, 0.25, -0.25, -0.25));
         drawLinkSymbol(p, chip.adjusted(4.5, 4.5, -4.5, -4.5),
                        v.linkState != model::ClipLinkState::linked, Qt::white);
+        p.setOpacity(1);
     }
 }
 

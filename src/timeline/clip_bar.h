@@ -99,6 +99,8 @@ class ClipBar {
     // reduced. Stepped by the row; true while still moving.
     double scale() const { return scale_; }
     bool stepScale(bool reducedMotion);
+    // The link chip's opacity: 1 while hovered or selected, else 0, eased with the scale.
+    double linkChipOpacity() const;
 
     // Paints the bar's frame and badges around `paintContent`, which fills the content area.
     void paint(QPainter& p, const std::function<void(QPainter&, const QRectF&)>& paintContent,

@@ -1,5 +1,7 @@
 #include "timeline/hit_testing.h"
 
+#include <QFontMetricsF>
+
 #include "timeline/drag_math.h"
 #include "timeline/timeline_geometry.h"
 
@@ -36,6 +38,26 @@ bool showsLocateButton(double width) {
 
 QRectF locateButtonRect(double width, double height) {
     return {width - 10 - 64, (height - 20) / 2, 64, 20};
+}
+
+bool showsReversingBadge(bool isReversing, double width) {
+    return isReversing && width > 90;
+}
+
+QFont reversingBadgeFont(const QFont& base) {
+    QFont font = base;
+    font.setPointSizeF(font.pointSizeF() * 0.85);
+    font.setWeight(QFont::DemiBold);
+    return font;
+}
+
+QRectF reversingBadgeRect(double width, double height, const QFont& base) {
+    const double textWidth =
+        QFontMetricsF(reversingBadgeFont(base)).horizontalAdvance(QStringLiteral("Reversing…"));
+    // Padded 10 across and 5 down, around an 11-point arc, 6 apart from the text.
+    QRectF capsule(0, 0, 10 + 11 + 6 + textWidth + 10, 5 + 14 + 5);
+    capsule.moveCenter(QPointF(width / 2, height / 2));
+    return capsule;
 }
 
 }  // namespace timeline

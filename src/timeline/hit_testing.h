@@ -4,6 +4,7 @@
 #include <optional>
 #include <vector>
 
+#include <QFont>
 #include <QPointF>
 #include <QRectF>
 
@@ -31,5 +32,10 @@ bool showsLinkChip(model::ClipLinkState state, double width);
 QRectF linkChipRect(double width);
 bool showsLocateButton(double width);
 QRectF locateButtonRect(double width, double height);
+// The "Reversing…" capsule, centred on the bar; its text is set in reversingBadgeFont(base)
+// for a bar drawn in the font `base`.
+bool showsReversingBadge(bool isReversing, double width);
+QFont reversingBadgeFont(const QFont& base);
+QRectF reversingBadgeRect(double width, double height, const QFont& base);
 
 }  // namespace timeline

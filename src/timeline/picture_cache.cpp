@@ -78,47 +78,16 @@ QImage aspectFill(const model::ImageData& source, QSize size) {
     return out;
 }
 
-const QImage& PictureCache::filmstripCell(const model::Clip& clip, std::size_t index, QSize cell) {
-    auto& entry = filmstrips_[clip.id];
-    const void* source = clip.filmstrip.empty() ? nullptr : clip.filmstrip.front().get();
-    if (entry.cell != cell || entry.source != source ||
-        entry.images.size() != clip.filmstrip.size()) {
-        entry = Cells{cell, source, std::vector<QImage>(clip.filmstrip.size())};
-    }
-    QImage& image = entry.images.at(index);
-    if (image.isNull() && clip.filmstrip[index]) image = aspectFill(*clip.filmstrip[index], cell);
-    return image;
-}
+namespace {
 
-const QImage& PictureCache::thumbnailFill(const model::Clip& clip, QSize area) {
-    auto& entry = thumbnails_[clip.id];
-    if (entry.area != area || entry.source != clip.thumbnail.get() || entry.image.isNull()) {
-        entry = Thumbnail{area, clip.thumbnail.get(),
-                          clip.thumbnail ? aspectFill(*clip.thumbnail, area) : QImage()};
-    }
-    return entry.image;
-}
-
-const QImage& PictureCache::waveformWindow(const model::Clip& clip, QSize area,
-                                           const TrimMapping& mapping) {
-    auto& entry = waveforms_[clip.id];
-    long stripWidth = std::lround(mapping.stripWidth);
-    long offsetX = std::lround(mapping.offsetX);
-    if (entry.area == area && entry.stripWidth == stripWidth && entry.offsetX == offsetX &&
-        entry.source == clip.waveformPeaks.get() && !entry.image.isNull())
-        return entry.image;
-
-    entry = Waveform{area, stripWidth, offsetX, clip.waveformPeaks.get(),
-                     QImage(area, QImage::Format_ARGB32_Premultiplied)};
-    QImage& image = entry.image;
+// The waveform drawn from `peaks` for a content area of `area` device pixels, through
+// `mapping` (also in device pixels), as the enrichment draws it: a line per column about the
+// centre, reaching 29/30 of the half height at full scale.
+QImage waveformImage(const std::vector<float>& peaks, QSize area, const TrimMapping& mapping) {
+    QImage image(area, QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
-    const auto& peaks = *clip.waveformPeaks;
-    if (peaks.empty() || stripWidth <= 0) return image;
-
-    // As the enrichment draws it: a line per column about the centre, reaching 29/30 of
-    // the half height at full scale.
-    const QRgb colour = waveformColor().rgba();
-    const QRgb premultiplied = qPremultiply(colour);
+    if (peaks.empty() || std::lround(mapping.stripWidth) <= 0) return image;
+    const QRgb premultiplied = qPremultiply(waveformColor().rgba());
     const double centre = area.height() / 2.0;
     const double reach = centre * 29.0 / 30.0;
     const double n = static_cast<double>(peaks.size());
@@ -137,6 +106,91 @@ const QImage& PictureCache::waveformWindow(const model::Clip& clip, QSize area,
             reinterpret_cast<QRgb*>(image.scanLine(y))[c] = premultiplied;
     }
     return image;
+}
+
+const QImage& nullImage() {
+    static const QImage none;
+    return none;
+}
+
+}  // namespace
+
+void PictureCache::beginPaint(std::chrono::nanoseconds budget) {
+    budget_ = budget;
+    spent_ = {};
+    leftOut_ = false;
+}
+
+bool PictureCache::mayScale() {
+    // Counted in scaling time alone, so the rest of a paint can't starve the pictures; and
+    // asked only for clips new to the cache, so a drag that resizes one bar is never put off.
+    if (spent_ < budget_) return true;
+    leftOut_ = true;
+    return false;
+}
+
+void PictureCache::spent(const QElapsedTimer& started) {
+    spent_ += std::chrono::nanoseconds(started.nsecsElapsed());
+}
+
+const QImage& PictureCache::filmstripCell(const model::Clip& clip, std::size_t index, QSize cell) {
+    auto found = filmstrips_.find(clip.id);
+    if (found == filmstrips_.end()) {
+        if (!mayScale()) return nullImage();
+        found = filmstrips_.emplace(clip.id, Cells{}).first;
+    }
+    auto& entry = found->second;
+    const void* source = clip.filmstrip.empty() ? nullptr : clip.filmstrip.front().get();
+    if (entry.cell != cell || entry.source != source ||
+        entry.images.size() != clip.filmstrip.size()) {
+        entry = Cells{cell, source, std::vector<QImage>(clip.filmstrip.size())};
+    }
+    QImage& image = entry.images.at(index);
+    if (image.isNull() && clip.filmstrip[index]) {
+        QElapsedTimer started;
+        started.start();
+        image = aspectFill(*clip.filmstrip[index], cell);
+        spent(started);
+    }
+    return image;
+}
+
+const QImage& PictureCache::thumbnailFill(const model::Clip& clip, QSize area) {
+    auto found = thumbnails_.find(clip.id);
+    if (found == thumbnails_.end()) {
+        if (!mayScale()) return nullImage();
+        found = thumbnails_.emplace(clip.id, Thumbnail{}).first;
+    }
+    auto& entry = found->second;
+    if (entry.area != area || entry.source != clip.thumbnail.get() || entry.image.isNull()) {
+        QElapsedTimer started;
+        started.start();
+        entry = Thumbnail{area, clip.thumbnail.get(),
+                          clip.thumbnail ? aspectFill(*clip.thumbnail, area) : QImage()};
+        spent(started);
+    }
+    return entry.image;
+}
+
+const QImage& PictureCache::waveformWindow(const model::Clip& clip, QSize area,
+                                           const TrimMapping& mapping) {
+    auto found = waveforms_.find(clip.id);
+    if (found == waveforms_.end()) {
+        if (!mayScale()) return nullImage();
+        found = waveforms_.emplace(clip.id, Waveform{}).first;
+    }
+    auto& entry = found->second;
+    long stripWidth = std::lround(mapping.stripWidth);
+    long offsetX = std::lround(mapping.offsetX);
+    if (entry.area == area && entry.stripWidth == stripWidth && entry.offsetX == offsetX &&
+        entry.source == clip.waveformPeaks.get() && !entry.image.isNull())
+        return entry.image;
+    QElapsedTimer started;
+    started.start();
+    entry = Waveform{area, stripWidth, offsetX, clip.waveformPeaks.get(),
+                     waveformImage(*clip.waveformPeaks, area, mapping)};
+    spent(started);
+    return entry.image;
 }
 
 void PictureCache::clear() {

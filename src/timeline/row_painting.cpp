@@ -53,12 +53,17 @@ void paintFilmstripContent(QPainter& p, const QRectF& area, const model::Clip& c
         if (visibleTo > visibleFrom) {
             auto first = static_cast<std::size_t>(std::max(0.0, std::floor(visibleFrom / cellW)));
             auto last = std::min(count, static_cast<std::size_t>(std::ceil(visibleTo / cellW)));
-            for (std::size_t i = first; i < last; ++i) {
+            const auto cellLeft = [&](std::size_t i) {
                 // Whole pixels, so that the cell is copied rather than blended.
-                QRectF cell(
-                    std::round(area.left() + mapping.offsetX + cellW * static_cast<double>(i)),
-                    area.top(), cellW, area.height());
+                return std::round(area.left() + mapping.offsetX + cellW * static_cast<double>(i));
+            };
+            for (std::size_t i = first; i < last; ++i) {
+                QRectF cell(cellLeft(i), area.top(), cellW, area.height());
                 if (!clip.filmstrip[i]) continue;
+                // Where cells are narrower than a pixel, the next one would cover this one
+                // whole: neither scaled nor drawn, it costs nothing at the widest zooms.
+                if (i + 1 < last && clip.filmstrip[i + 1] && cellLeft(i + 1) == cell.left())
+                    continue;
                 if (cellW * dpr > kLargestCachedCell) {
                     p.save();
                     p.setClipRect(cell, Qt::IntersectClip);

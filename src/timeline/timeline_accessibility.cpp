@@ -3,6 +3,7 @@
 #include <map>
 #include <optional>
 #include <variant>
+#include <vector>
 
 #include <QAccessible>
 #include <QAccessibleWidget>
@@ -10,6 +11,7 @@
 #include <QWindow>
 
 #include "timeline/clip_bar.h"
+#include "timeline/hit_testing.h"
 #include "timeline/playhead_slider.h"
 #include "timeline/timeline_labels.h"
 #include "timeline/track_row.h"
@@ -20,17 +22,32 @@ namespace {
 
 const QString kSelectAction = QStringLiteral("Select");
 
-// One bar or gap of a row, found again by its clip id or its gap value on every question, so
-// that it stays right across edits and turns invalid when its clip or gap is gone.
+// The "Reversing…" badge on the bar of a clip: an element of its own beside the bar, whose
+// children a screen reader doesn't see.
+struct ReversingBadge {
+    common::Uuid clipID;
+};
+
+// The bar of `id` if it shows the badge.
+ClipBar* badgedBar(TrackRow& row, const common::Uuid& id) {
+    ClipBar* bar = row.barFor(id);
+    return bar && !bar->values().isMissing &&
+                   showsReversingBadge(bar->values().isReversing, bar->values().width)
+               ? bar
+               : nullptr;
+}
+
+// One bar, badge or gap of a row, found again by its clip id or its gap value on every
+// question, so that it stays right across edits and turns invalid when it is gone.
 class RowElement : public QAccessibleInterface, public QAccessibleActionInterface {
   public:
-    using Key = std::variant<common::Uuid, model::GapSelection>;
+    using Key = std::variant<common::Uuid, model::GapSelection, ReversingBadge>;
     RowElement(TrackRow* row, Key key) : row_(row), key_(std::move(key)) {}
 
     bool isValid() const override {
         if (!row_) return false;
         row_->ensureSynced();
-        return bar() || gapIndex();
+        return bar() || gapIndex() || badge();
     }
     QObject* object() const override { return nullptr; }
     QWindow* window() const override {
@@ -47,6 +64,7 @@ class RowElement : public QAccessibleInterface, public QAccessibleActionInterfac
 
     QString text(QAccessible::Text t) const override {
         if (!isValid()) return {};
+        if (badge()) return t == QAccessible::Name ? QStringLiteral("Reversing clip") : QString();
         if (ClipBar* b = bar()) {
             if (t == QAccessible::Name) return b->accessibleLabel();
             if (t == QAccessible::Value) return selectedValue(b->values().selected);
@@ -61,27 +79,36 @@ class RowElement : public QAccessibleInterface, public QAccessibleActionInterfac
     QRect rect() const override {
         if (!isValid()) return {};
         QRectF r;
-        if (ClipBar* b = bar())
+        if (ClipBar* b = badge())
+            r = reversingBadgeRect(b->values().width, kBarHeight, row_->font())
+                    .translated(b->drawnX(), kBarPadding);
+        else if (ClipBar* b = bar())
             r = QRectF(b->drawnX(), kBarPadding, b->values().width, kBarHeight);
         else
             r = row_->gapRect(*gapIndex());
         return QRect(row_->mapToGlobal(r.topLeft().toPoint()), r.size().toSize());
     }
-    QAccessible::Role role() const override { return QAccessible::Button; }
+    QAccessible::Role role() const override {
+        return std::holds_alternative<ReversingBadge>(key_) ? QAccessible::StaticText
+                                                            : QAccessible::Button;
+    }
     QAccessible::State state() const override {
         QAccessible::State s;
-        s.selectable = true;
         if (!isValid()) {
             s.invalid = true;
             return s;
         }
+        if (badge()) return s;
+        s.selectable = true;
         if (ClipBar* b = bar()) s.selected = b->values().selected;
         if (auto i = gapIndex()) s.selected = row_->selectedGapIndex() == *i;
         return s;
     }
     void* interface_cast(QAccessible::InterfaceType type) override {
-        return type == QAccessible::ActionInterface ? static_cast<QAccessibleActionInterface*>(this)
-                                                    : nullptr;
+        // A badge only tells; it has nothing to do.
+        return type == QAccessible::ActionInterface && !std::holds_alternative<ReversingBadge>(key_)
+                   ? static_cast<QAccessibleActionInterface*>(this)
+                   : nullptr;
     }
 
     QStringList actionNames() const override { return {kSelectAction}; }
@@ -100,6 +127,10 @@ class RowElement : public QAccessibleInterface, public QAccessibleActionInterfac
         auto* id = std::get_if<common::Uuid>(&key_);
         return id ? row_->barFor(*id) : nullptr;
     }
+    ClipBar* badge() const {
+        auto* badge = std::get_if<ReversingBadge>(&key_);
+        return row_ && badge ? badgedBar(*row_, badge->clipID) : nullptr;
+    }
     std::optional<std::size_t> gapIndex() const {
         auto* gap = std::get_if<model::GapSelection>(&key_);
         if (!row_ || !gap) return std::nullopt;
@@ -113,7 +144,8 @@ class RowElement : public QAccessibleInterface, public QAccessibleActionInterfac
     Key key_;
 };
 
-// A row: its gaps, then its bars from the bottom up, as they are drawn.
+// A row: its gaps, then its bars from the bottom up, as they are drawn, then the badges on
+// them in the same order.
 class RowAccessible : public QAccessibleWidget {
   public:
     explicit RowAccessible(TrackRow* row)
@@ -126,7 +158,8 @@ class RowAccessible : public QAccessibleWidget {
 
     int childCount() const override {
         row()->ensureSynced();
-        return static_cast<int>(row()->gaps().size() + row()->barsInOrder().size());
+        return static_cast<int>(row()->gaps().size() + row()->barsInOrder().size() +
+                                badges().size());
     }
     QAccessibleInterface* child(int index) const override {
         row()->ensureSynced();
@@ -136,7 +169,10 @@ class RowAccessible : public QAccessibleWidget {
         if (i < gaps.size()) return element(gaps[i]);
         auto bars = row()->barsInOrder();
         i -= gaps.size();
-        return i < bars.size() ? element(bars[i]->values().clipID) : nullptr;
+        if (i < bars.size()) return element(bars[i]->values().clipID);
+        auto badged = badges();
+        i -= bars.size();
+        return i < badged.size() ? element(ReversingBadge{badged[i]}) : nullptr;
     }
     int indexOfChild(const QAccessibleInterface* child) const override {
         for (int i = 0; i < childCount(); ++i)
@@ -151,11 +187,20 @@ class RowAccessible : public QAccessibleWidget {
 
   private:
     TrackRow* row() const { return static_cast<TrackRow*>(widget()); }
+    std::vector<common::Uuid> badges() const {
+        std::vector<common::Uuid> ids;
+        for (ClipBar* bar : row()->barsInOrder())
+            if (badgedBar(*row(), bar->values().clipID)) ids.push_back(bar->values().clipID);
+        return ids;
+    }
     QAccessibleInterface* element(RowElement::Key key) const {
         auto keyText = std::visit(
             [](const auto& k) {
-                if constexpr (std::is_same_v<std::decay_t<decltype(k)>, common::Uuid>)
+                using K = std::decay_t<decltype(k)>;
+                if constexpr (std::is_same_v<K, common::Uuid>)
                     return QString::fromStdString(k.toString());
+                else if constexpr (std::is_same_v<K, ReversingBadge>)
+                    return QStringLiteral("badge ") + QString::fromStdString(k.clipID.toString());
                 else
                     return QStringLiteral("gap %1 %2")
                         .arg(k.startTime, 0, 'g', 17)

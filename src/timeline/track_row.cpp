@@ -1,6 +1,7 @@
 #include "timeline/track_row.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 
 #include <QKeyEvent>
@@ -16,6 +17,14 @@
 #include "timeline/timeline_style.h"
 
 namespace timeline {
+
+namespace {
+
+// Scaling pictures anew in one paint of a row: with the other row and the bars, well inside a
+// frame after a zoom change has emptied the cache; the rest comes in the next paints.
+constexpr std::chrono::microseconds kScaleBudgetPerPaint{1500};
+
+}  // namespace
 
 TrackRow::TrackRow(bool isAudioRow, PictureCache& cache, Hooks hooks, QWidget* parent)
     : QWidget(parent), isAudioRow_(isAudioRow), cache_(cache), hooks_(std::move(hooks)) {
@@ -132,6 +141,7 @@ std::optional<common::Uuid> TrackRow::barAt(QPointF p) const {
 
 void TrackRow::paintEvent(QPaintEvent* event) {
     hooks_.ensureSynced();
+    cache_.beginPaint(kScaleBudgetPerPaint);
     QPainter p(this);
     const QRectF row(0, 0, width(), height());
     const QRectF exposed = QRectF(event->rect()).adjusted(-2, 0, 2, 0);
@@ -167,6 +177,9 @@ void TrackRow::paintEvent(QPaintEvent* event) {
             },
             phase);
     }
+    // Posted, as Qt advises against asking for an update from inside a paint.
+    if (cache_.leftPicturesOut())
+        QMetaObject::invokeMethod(this, qOverload<>(&QWidget::update), Qt::QueuedConnection);
 }
 
 void TrackRow::mousePressEvent(QMouseEvent* event) {

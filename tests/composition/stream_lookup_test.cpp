@@ -40,4 +40,20 @@ TEST(MediaStreamLookup, AnswersTheFirstStreamOfEachKindButNoCoverArt) {
     }
 }
 
+TEST(LastingStreamLookup, AsksAFileAgainOnlyOnceItHasChanged) {
+    namespace fs = std::filesystem;
+    const fs::path file = testing_support::scratchDir() / "render_lasting_lookup";
+    fs::copy_file(render_test::h264WithTone(), file, fs::copy_options::overwrite_existing);
+    const auto lookup = composition::lastingStreamLookup();
+    EXPECT_EQ(lookup(file, MediaKind::video), 0);
+    EXPECT_EQ(lookup(file, MediaKind::audio), 1);
+
+    // Another file at the same path: its own size, so its own streams.
+    fs::copy_file(render_test::toneWav(), file, fs::copy_options::overwrite_existing);
+    EXPECT_EQ(lookup(file, MediaKind::video), std::nullopt);
+    EXPECT_EQ(lookup(file, MediaKind::audio), 0);
+    fs::remove(file);
+    EXPECT_EQ(lookup(file, MediaKind::audio), std::nullopt);
+}
+
 }  // namespace

@@ -138,6 +138,39 @@ TEST(Project, ADragIsOneStepCommitRaisesTheTokenThenClampsThenClearsTrimStateACa
     EXPECT_EQ(p.clips()[0].outSeconds, 10) << "the whole drag is one step";
 }
 
+TEST(Project, ACancelledDragPutsTheClipsBackAndLeavesTheHistoryAsItWas) {
+    Project p;
+    Clip a = clipAt(0, 10);
+    edit(p, "Import", {a});
+    Clip moved = a;
+    moved.startOnTimeline = 5;
+    edit(p, "Move Clip", {moved});
+    p.undo();
+    p.recordSnapshot("Trim Out");
+    p.setOut(a.id, 4);
+    p.setTrimReadout(
+        model::TrimReadoutInfo{a.id, model::TrimReadoutInfo::Edge::out, 4, 4, 120, true});
+    p.setDragLandingX(30);
+    auto token = p.compositionToken();
+
+    p.cancelEdit();
+
+    EXPECT_EQ(p.clips()[0].outSeconds, 10);
+    EXPECT_EQ(p.undoName(), "Import");
+    EXPECT_EQ(p.redoName(), "Move Clip");
+    EXPECT_EQ(p.redoCount(), 1u);
+    EXPECT_EQ(p.compositionToken(), token);
+    EXPECT_FALSE(p.trimReadout() || p.dragLandingX());
+
+    // With the history full, the step the drag pushed out comes back too.
+    for (int i = 1; i < Project::maxHistory; ++i) edit(p, "Step " + std::to_string(i), {a});
+    ASSERT_EQ(p.undoCount(), static_cast<std::size_t>(Project::maxHistory));
+    p.recordSnapshot("Trim Out");
+    p.cancelEdit();
+    EXPECT_EQ(p.undoCount(), static_cast<std::size_t>(Project::maxHistory));
+    EXPECT_EQ(p.undoStack().front().name, "Import");
+}
+
 TEST(Project, AWriteTellsItsFieldOnlyWhenTheValueChangesAndMarksNothing) {
     using F = ProjectField;
     Project p;

@@ -1,8 +1,10 @@
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <mutex>
 
 #include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
 
 #include "composition/stream_lookup.h"
 #include "preview/player.h"
@@ -133,6 +135,66 @@ TEST_F(PlayerTest, SnapshotsEqualTheFrameCommand) {
                   testing_support::contentsOf(frame))
             << t;
     }
+}
+
+TEST_F(PlayerTest, AReplacingPlayerPlaysOnFromTheOneItReplacesWhichStillSeeks) {
+    const auto built = composition::buildComposition(clipsOf({movie("preview_handover.mp4", 3)}));
+    const auto loader = [built]() -> common::Result<composition::Composition> { return built; };
+    preview::Player old(loader, {30, preview::AudioOutput::none});
+    old.play();
+    ASSERT_TRUE(waitFor([&] { return old.currentTime() > 0.5; }));
+
+    std::mutex mutex;
+    std::vector<preview::PresentedFrame> frames;
+    preview::Player next(loader, {30, preview::AudioOutput::none, &old});
+    next.setFrameSink([&](const preview::PresentedFrame& frame) {
+        std::lock_guard lock(mutex);
+        frames.push_back(frame);
+    });
+    const double playhead = old.currentTime();
+    next.seek(0.1);
+    next.play();
+    ASSERT_TRUE(next.waitUntilSettled(std::chrono::seconds(20)));
+    {
+        std::lock_guard lock(mutex);
+        ASSERT_FALSE(frames.empty());
+        EXPECT_GE(frames.front().seconds, playhead) << "play goes on, never back";
+        EXPECT_TRUE(frames.front().picture);
+    }
+
+    // Its files gone to the new player, the old one opens them again for a seek.
+    old.pause();
+    preview::SharedFrame seen;
+    old.setFrameSink([&](const preview::PresentedFrame& frame) {
+        std::lock_guard lock(mutex);
+        seen = frame.picture;
+    });
+    old.seek(2.0);
+    ASSERT_TRUE(old.waitUntilSettled(std::chrono::seconds(20)));
+    std::lock_guard lock(mutex);
+    EXPECT_TRUE(seen);
+}
+
+TEST_F(PlayerTest, ThroughASoundDeviceTheSoundLeadsTheClock) {
+    // scripts/test starts a sound server with a null sink and names its socket here; only
+    // this test's child sees it, so the rest of the suite plays on the system clock.
+    const char* server = std::getenv("VANTRELL_TEST_PULSE_SERVER");
+    if (!server) GTEST_SKIP() << "no sound server to play through";
+    const fs::path dir = freshDir("preview_sound");
+    const std::string cli = quote(VANTRELL_CLI);
+    const std::string project = quote((dir / "p.vantrell").string());
+    ASSERT_EQ(testing_support::run(cli + " new " + project + " " +
+                                   quote(movie("preview_sound.mp4", 3).string()) + " >/dev/null"),
+              0);
+    const fs::path report = dir / "play.json";
+    ASSERT_EQ(testing_support::run("PULSE_SERVER=" + quote(server) + " " + cli + " play " +
+                                   project + " --for 2 --json > " + quote(report.string())),
+              0);
+    const auto stats = nlohmann::json::parse(testing_support::contentsOf(report));
+    EXPECT_GT(stats["framesPresented"].get<int>(), 0);
+    EXPECT_LE(stats["audioUnderruns"].get<int>(), 1) << "no burst of underruns";
+    // On the system clock alone nothing drifts; a device's clock is followed.
+    EXPECT_GT(stats["greatestDriftSeconds"].get<double>(), 0);
 }
 
 }  // namespace

@@ -135,6 +135,24 @@ TEST_F(TimelineTest, EscapeEndsADragWhereItBeganWithNoStep) {
     EXPECT_EQ(project_.undoCount(), steps);
 }
 
+TEST_F(TimelineTest, EscapeLeavesTheStepsToRedoAsTheyWere) {
+    drag(videoRow(), at(997), at(947));
+    QTest::mouseRelease(videoRow(), Qt::LeftButton, {}, at(947));
+    project_.undo();
+    timeline_->ensureSynced();
+    const auto steps = project_.undoCount();
+    ASSERT_EQ(project_.redoName(), "Trim Out");
+
+    drag(videoRow(), at(997), at(900));
+    QTest::keyClick(videoRow(), Qt::Key_Escape);
+    QTest::mouseRelease(videoRow(), Qt::LeftButton, {}, at(900));
+    EXPECT_EQ(project_.undoCount(), steps);
+    EXPECT_EQ(project_.redoCount(), 1u);
+    EXPECT_EQ(project_.redoName(), "Trim Out");
+    project_.redo();
+    EXPECT_NEAR(b().outSeconds, 8.5, 1e-9);
+}
+
 TEST_F(TimelineTest, CtrlWheelZoomsByItsFactorAndLeavesTheScrollAlone) {
     project_.setZoom(2);
     timeline_->ensureSynced();
@@ -289,6 +307,23 @@ TEST_F(TimelineTest, ScreenReadersReadAndSelectGapsAndClips) {
     thumb->actionInterface()->doAction(QAccessibleActionInterface::increaseAction());
     EXPECT_EQ(project_.playheadGlobal(), 30);
     EXPECT_EQ(thumb->text(QAccessible::Value), "00:30.00 of 00:30.00");
+}
+
+TEST_F(TimelineTest, AReversingBadgeIsAnElementOfItsOwnBesideItsBar) {
+    Clip reversing = b();
+    reversing.isReversed = true;
+    project_.setClips({a_, reversing});
+    QAccessibleInterface* row = QAccessible::queryAccessibleInterface(videoRow());
+    ASSERT_EQ(row->childCount(), 4);
+    QAccessibleInterface* badge = row->child(3);
+    EXPECT_EQ(badge->text(QAccessible::Name), "Reversing clip");
+    EXPECT_EQ(badge->role(), QAccessible::StaticText);
+    EXPECT_FALSE(badge->actionInterface());
+    EXPECT_TRUE(row->child(2)->rect().contains(badge->rect()));
+
+    reversing.reversedURL = "/media/b.reversed.mov";
+    project_.setClips({a_, reversing});
+    EXPECT_EQ(row->childCount(), 3) << "the badge goes once the backward file is made";
 }
 
 TEST_F(TimelineTest, ScaledPicturesAreKeptUntilTheZoomChanges) {
