@@ -175,6 +175,16 @@ int frames(double seconds, double rate) {
     return static_cast<int>(std::lround(std::max(seconds, 0.0) * rate));
 }
 
+// The frames a source shows over [from, to) of its own time: the one already showing at
+// `from`, which an in point between two frames shows for a moment, and each that starts
+// before `to`.
+int shownFrames(double from, double to, double rate) {
+    constexpr double kRounding = 1e-6;
+    const double first = std::floor(from * rate + kRounding);
+    const double end = std::ceil(to * rate - kRounding);
+    return static_cast<int>(std::max(end - first, 0.0));
+}
+
 // One run of one source on the video row: clips that continue each other in both times.
 struct VideoRun {
     const model::Clip* clip;
@@ -241,7 +251,7 @@ ReencodedFrames smartCutFrames(const model::Project& project) {
         count.reencoded += gap;
         count.total += gap;
         at = run.start + (run.outSeconds - run.inSeconds);
-        const int all = frames(run.outSeconds - run.inSeconds, rate);
+        const int all = shownFrames(run.inSeconds, run.outSeconds, rate);
         count.total += all;
         if (c.copyFacts.videoCodec.empty()) continue;  // never probed: nothing known to cut
         // Whole groups of pictures from the first keyframe at or after the in point on are
@@ -266,8 +276,8 @@ ReencodedFrames smartCutFrames(const model::Project& project) {
             count.reencoded += all;
             continue;
         }
-        count.reencoded += std::min(
-            all, frames(*first - run.inSeconds, rate) + frames(run.outSeconds - copyEnd, rate));
+        count.reencoded += std::min(all, shownFrames(run.inSeconds, *first, rate) +
+                                             shownFrames(copyEnd, run.outSeconds, rate));
     }
     return count;
 }
