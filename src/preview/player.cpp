@@ -36,8 +36,13 @@ constexpr composition::AudioFormat kAudioFormat{48000, 2};
 // Mixed ahead of the device: well under a second, and enough for two slow device reads.
 constexpr std::int64_t kAudioAheadFrames = kAudioFormat.sampleRateHz / 4;
 constexpr std::int64_t kAudioChunkFrames = 1024;
-// The clock follows the sound once they part by more than this.
-constexpr double kDriftToleranceSeconds = 0.03;
+// A device takes sound in blocks (a tenth of a second through PulseAudio), so what it has
+// taken runs ahead of what is heard and then stands still while the block plays: a saw
+// around the sound. Set to each reading, the clock would leap a block ahead and drop the
+// pictures it leapt over, so it leans towards the sound by a share of the difference each
+// tick, following the saw's mean, and leaps only when they part by more than a saw can.
+constexpr double kDriftFollowShare = 0.05;
+constexpr double kDriftLeapSeconds = 0.25;
 
 double secondsSince(Steady::time_point start) {
     return std::chrono::duration<double>(Steady::now() - start).count();
@@ -369,9 +374,16 @@ struct Player::Engine {
         if (!playing || !clock.running() || ring.generation != generation) return;
         const double heard =
             static_cast<double>(ring.frontSample - bufferedFrames) / kAudioFormat.sampleRateHz;
-        const double drift = heard - clock.now();
-        stats.greatestDriftSeconds = std::max(stats.greatestDriftSeconds, std::abs(drift));
-        if (std::abs(drift) > kDriftToleranceSeconds) clock.set(heard);
+        const double now = clock.now();
+        const double drift = heard - now;
+        if (std::abs(drift) > kDriftLeapSeconds) {
+            clock.set(heard);
+            meanDrift = 0;
+            return;
+        }
+        clock.set(now + kDriftFollowShare * drift);
+        meanDrift += kDriftFollowShare * (drift - meanDrift);
+        stats.greatestDriftSeconds = std::max(stats.greatestDriftSeconds, std::abs(meanDrift));
     }
 
     Player& owner;
@@ -390,6 +402,7 @@ struct Player::Engine {
     int sinkCalls = 0;  // pictures being handed to the sink outside the lock
     std::condition_variable sinkIdle;
     bool deviceSound = false;  // a device pulls the sound; else the clock stands in for it
+    double meanDrift = 0;      // the sound's lead over the clock, averaged over the saw
     bool hasSound = false;     // the composition has audio tracks, mixed as they play
     bool stopping = false;
     bool loaded = false;

@@ -191,7 +191,11 @@ TEST_F(PlayerTest, ThroughASoundDeviceTheSoundLeadsTheClock) {
                                    project + " --for 2 --json > " + quote(report.string())),
               0);
     const auto stats = nlohmann::json::parse(testing_support::contentsOf(report));
-    EXPECT_GT(stats["framesPresented"].get<int>(), 0);
+    const int presented = stats["framesPresented"].get<int>();
+    EXPECT_GT(presented, 0);
+    // The device takes sound a block at a time; a clock set to each block's end leaps over
+    // pictures, dropping near half of them. A loaded machine may drop a few.
+    EXPECT_LT(stats["framesDropped"].get<int>(), presented / 4);
     EXPECT_LE(stats["audioUnderruns"].get<int>(), 1) << "no burst of underruns";
     // On the system clock alone nothing drifts; a device's clock is followed.
     EXPECT_GT(stats["greatestDriftSeconds"].get<double>(), 0);
