@@ -11,11 +11,6 @@ namespace media {
 
 namespace {
 
-struct Candidate {
-    const AVStream* stream = nullptr;
-    CodecContextPtr decoder;
-};
-
 bool gaveMedia(const AVFrame& frame) {
     return (frame.width > 0 && frame.height > 0) || frame.nb_samples > 0;
 }
@@ -28,6 +23,23 @@ bool receivedMedia(AVCodecContext& decoder, AVFrame& frame) {
         if (media) return true;
     }
     return false;
+}
+
+// Reads `input` on from where it stands, feeding `stream`'s packets to `decoder`, until it
+// gives a picture or samples, within kMostPacketsBeforeMedia packets or the end.
+bool yieldsMedia(AVFormatContext& input, const AVStream& stream, AVCodecContext& decoder,
+                 AVPacket& packet, AVFrame& frame) {
+    for (int read = 0; read < kMostPacketsBeforeMedia; ++read) {
+        if (av_read_frame(&input, &packet) < 0) break;
+        const bool ours = packet.stream_index == stream.index;
+        // A damaged packet is passed over, as playback would.
+        if (ours) avcodec_send_packet(&decoder, &packet);
+        av_packet_unref(&packet);
+        if (ours && receivedMedia(decoder, frame)) return true;
+    }
+    // Decoders hold frames back; the end of the input lets them go.
+    avcodec_send_packet(&decoder, nullptr);
+    return receivedMedia(decoder, frame);
 }
 
 }  // namespace
@@ -57,12 +69,16 @@ common::Status checkMediaClaims(const model::Clip& clip) {
 
 common::Status decodesFirstFrame(AVFormatContext& input) {
     const std::string name = sourceName(input);
+    PacketPtr packet{av_packet_alloc()};
+    FramePtr frame{av_frame_alloc()};
+    if (!packet || !frame) return avError(AVERROR(ENOMEM), "Cannot decode " + name);
     // Whatever read the file before (the poster's decode) leaves it past the start.
     const std::int64_t start = input.start_time != AV_NOPTS_VALUE ? input.start_time : 0;
-    avformat_seek_file(&input, -1, INT64_MIN, start, start, 0);
-    std::vector<Candidate> candidates;
     std::string lastFailure;
-    for (AVMediaType type : {AVMEDIA_TYPE_VIDEO, AVMEDIA_TYPE_AUDIO}) {
+    bool opened = false;
+    // Sound first: a few samples cost far less to decode than a picture, and either proves
+    // the file.
+    for (AVMediaType type : {AVMEDIA_TYPE_AUDIO, AVMEDIA_TYPE_VIDEO}) {
         const AVStream* stream = firstStream(input, type);
         if (!stream) continue;
         auto decoder = openDecoder(input, *stream, 1);
@@ -70,31 +86,15 @@ common::Status decodesFirstFrame(AVFormatContext& input) {
             lastFailure = decoder.error().message;
             continue;
         }
-        candidates.push_back({stream, std::move(decoder).value()});
+        opened = true;
+        avformat_seek_file(&input, -1, INT64_MIN, start, start, 0);
+        if (yieldsMedia(input, *stream, *decoder.value(), *packet, *frame))
+            return common::success();
     }
-    if (candidates.empty())
+    if (!opened)
         return common::Error{lastFailure.empty()
                                  ? name + " holds neither video nor audio."
                                  : name + " holds no stream that can be decoded: " + lastFailure};
-
-    PacketPtr packet{av_packet_alloc()};
-    FramePtr frame{av_frame_alloc()};
-    if (!packet || !frame) return avError(AVERROR(ENOMEM), "Cannot decode " + name);
-    for (int read = 0; read < kMostPacketsBeforeMedia; ++read) {
-        if (av_read_frame(&input, packet.get()) < 0) break;
-        for (Candidate& c : candidates) {
-            if (packet->stream_index != c.stream->index) continue;
-            // A damaged packet is passed over, as playback would.
-            avcodec_send_packet(c.decoder.get(), packet.get());
-            if (receivedMedia(*c.decoder, *frame)) return common::success();
-        }
-        av_packet_unref(packet.get());
-    }
-    // Decoders hold frames back; the end of the input lets them go.
-    for (Candidate& c : candidates) {
-        avcodec_send_packet(c.decoder.get(), nullptr);
-        if (receivedMedia(*c.decoder, *frame)) return common::success();
-    }
     return common::Error{name + " gives no picture and no sound: none of its streams decodes."};
 }
 
