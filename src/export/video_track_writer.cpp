@@ -442,7 +442,13 @@ common::Status VideoTrackWriter::writeBlack(std::int64_t start, std::int64_t end
         (*black)->pts = at;
         if (auto encoded = encoder->encode(black->get(), packets); !encoded) return encoded;
     }
-    if (auto drained = encoder->encode(nullptr, packets); !drained) return drained;
+    return pushEncoded(*encoder, packets, durations);
+}
+
+common::Status VideoTrackWriter::pushEncoded(CutEncoder& encoder,
+                                             std::vector<media::PacketPtr>& packets,
+                                             std::map<std::int64_t, std::int64_t>& durations) {
+    if (auto drained = encoder.encode(nullptr, packets); !drained) return drained;
     for (auto& packet : packets) {
         packet->dts = std::max(lastDts_ + 1, packet->pts - delay_);
         packet->duration = durations[packet->pts];
@@ -599,13 +605,7 @@ common::Status VideoTrackWriter::writeReencoded(const Range& range, const CutPie
         return common::Error{"Some frames of " + range.file.string() +
                              " near a cut could not be decoded."};
     }
-    if (auto drained = encoder->encode(nullptr, packets); !drained) return drained;
-    for (auto& packet : packets) {
-        packet->dts = std::max(lastDts_ + 1, packet->pts - delay_);
-        packet->duration = outputDurations[packet->pts];
-        if (auto pushed = push(std::move(packet), true); !pushed) return pushed;
-    }
-    return common::success();
+    return pushEncoded(*encoder, packets, outputDurations);
 }
 
 }  // namespace exporting

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <deque>
 #include <filesystem>
+#include <map>
 #include <optional>
 #include <span>
 #include <vector>
@@ -82,6 +83,10 @@ class VideoTrackWriter {
     common::Status writeCopy(const Range& range, const CutPiece& piece);
     common::Status writeReencoded(const Range& range, const CutPiece& piece);
     common::Status push(media::PacketPtr packet, bool encoded);
+    // Drains `encoder` into `packets` and pushes them all, each lasting as `durations` says
+    // for its presentation time.
+    common::Status pushEncoded(CutEncoder& encoder, std::vector<media::PacketPtr>& packets,
+                               std::map<std::int64_t, std::int64_t>& durations);
 
     std::int64_t toOutput(common::MediaTime time) const;
     std::int64_t toOutput(const Range& range, std::int64_t sourceTime) const;
