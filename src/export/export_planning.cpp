@@ -45,23 +45,16 @@ bool soundsOverlap(const model::Project& project) {
             return std::isnan(s.start) || std::isnan(s.end);
         }))
         return true;
-    std::sort(sounds.begin(), sounds.end(),
-              [](const Span& a, const Span& b) { return a.start < b.start; });
-    // The latest end among sounds that start before the ones at hand: any of those still
-    // playing meets each of them, even one of no length.
-    double reachBefore = -std::numeric_limits<double>::infinity();
-    for (std::size_t first = 0; first < sounds.size();) {
-        const double start = sounds[first].start;
-        int lasting = 0;  // sounds of this start with a length, which meet each other
-        double reach = reachBefore;
-        std::size_t last = first;
-        for (; last < sounds.size() && sounds[last].start == start; ++last) {
-            if (start < reachBefore) return true;
-            if (start < sounds[last].end && ++lasting > 1) return true;
-            reach = std::max(reach, sounds[last].end);
-        }
-        reachBefore = reach;
-        first = last;
+    // In start order, a sound meets an earlier one exactly when it starts before the latest
+    // end so far. Ties go shortest first, so a sound of no length is not counted as meeting
+    // one that starts with it.
+    std::sort(sounds.begin(), sounds.end(), [](const Span& a, const Span& b) {
+        return a.start < b.start || (a.start == b.start && a.end < b.end);
+    });
+    double reach = -std::numeric_limits<double>::infinity();
+    for (const Span& sound : sounds) {
+        if (sound.start < reach) return true;
+        reach = std::max(reach, sound.end);
     }
     return false;
 }

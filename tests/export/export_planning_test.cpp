@@ -77,6 +77,7 @@ TEST(ExportPlanning, SoundsOverlapByTimeNotByStackOrder) {
         {{clip(9.9995, 5), clip(0, 10)}, true},
         {{clip(0, 10), clip(2, 1), clip(9.9995, 5)}, true},
         {{clip(10, 5), clip(0, 10)}, false},
+        {{clip(0, 5), clip(0, 10)}, true},
     };
     for (const auto& row : rows) {
         model::Project p;
