@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <string>
 #include <utility>
@@ -152,6 +153,30 @@ common::Result<std::pair<std::vector<std::uint8_t>, std::uint64_t>> relocated(co
     }
 }
 
+// Edits the movie box where the muxer wrote it, in front of the media data with the room
+// kept for it after it as free boxes; the room takes up what the box gains or loses.
+common::Status editInRoom(int fd, const TopLevelBox& moovBox, std::uint64_t room,
+                          const std::function<common::Status(Mp4Box& moov)>& edit,
+                          const fs::path& path) {
+    std::vector<std::uint8_t> moovBytes(moovBox.size);
+    if (auto read = readAt(fd, moovBytes, moovBox.offset, path); !read) return read;
+    auto parsed = parseMp4Boxes(moovBytes);
+    if (!parsed)
+        return common::Error{"The movie box of " + path.string() + " is broken. " +
+                             parsed.error().message};
+    Mp4Box moov = std::move(parsed->front());
+    if (auto edited = edit(moov); !edited) return edited;
+    std::vector<std::uint8_t> bytes;
+    appendMp4Box(bytes, moov);
+    if (bytes.size() != room) {
+        if (bytes.size() + kFreeHeader > room)
+            return common::Error{"The movie box of " + path.string() +
+                                 " outgrew the room kept for it."};
+        appendMp4BoxHeader(bytes, fourCC("free"), room - bytes.size() - kFreeHeader);
+    }
+    return writeAt(fd, bytes, moovBox.offset, path);
+}
+
 // Opens a hole of `length` bytes at the start of the file without moving data on disk.
 bool insertRange(int fd, std::uint64_t length) {
     return ::fallocate(fd, FALLOC_FL_INSERT_RANGE, 0, static_cast<off_t>(length)) == 0;
@@ -174,6 +199,30 @@ common::Status shiftUp(int fd, std::uint64_t from, std::uint64_t end, std::uint6
 
 }  // namespace
 
+std::uint64_t movieBoxRoom(std::uint64_t videoSamples, std::uint64_t audioSamples,
+                           std::uint64_t setupBytes) {
+    // Per video sample: time-to-sample, composition offset, size, sync and partial-sync
+    // marks, dependency flags, sample group, sample-to-chunk and a 64-bit chunk offset.
+    constexpr std::uint64_t kPerVideoSample = 64;
+    constexpr std::uint64_t kPerAudioSample = 48;
+    // Headers, descriptions, user data and the edit lists, for the movie and two tracks.
+    constexpr std::uint64_t kFixed = 16 << 10;
+    return kFixed + setupBytes + videoSamples * kPerVideoSample + audioSamples * kPerAudioSample;
+}
+
+common::Status markRoomFree(const fs::path& path, std::uint64_t length) {
+    FileDescriptor file{::open(path.c_str(), O_RDWR | O_CLOEXEC)};
+    if (file.get() < 0) return systemError("Cannot open", path);
+    std::uint8_t header[16] = {};
+    if (auto read = readAt(file.get(), header, 0, path); !read) return read;
+    const auto ftyp = parseMp4BoxHeader(header, UINT64_MAX);
+    if (!ftyp || ftyp->type != fourCC("ftyp") || length < kFreeHeader)
+        return common::Error{"The movie " + path.string() + " does not start as it was written."};
+    std::vector<std::uint8_t> free;
+    appendMp4BoxHeader(free, fourCC("free"), length - kFreeHeader);
+    return writeAt(file.get(), free, ftyp->size, path);
+}
+
 common::Status moveMovieBoxToFront(const fs::path& path,
                                    const std::function<common::Status(Mp4Box& moov)>& edit,
                                    MovieBoxMove move) {
@@ -185,6 +234,15 @@ common::Status moveMovieBoxToFront(const fs::path& path,
 
     auto boxes = scanTopLevel(file.get(), fileSize, path);
     if (!boxes) return boxes.error();
+    if (boxes->size() >= 3 && (*boxes)[1].type == fourCC("moov") &&
+        (*boxes)[2].type == fourCC("free")) {
+        std::uint64_t room = 0;
+        for (auto box = boxes->begin() + 1;
+             box != boxes->end() && (box->type == fourCC("moov") || box->type == fourCC("free"));
+             ++box)
+            room += box->size;
+        return editInRoom(file.get(), (*boxes)[1], room, edit, path);
+    }
     if (boxes->size() < 2 || boxes->front().type != fourCC("ftyp") ||
         boxes->back().type != fourCC("moov")) {
         return common::Error{"The movie " + path.string() +

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <climits>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
@@ -22,6 +23,7 @@
 
 extern "C" {
 #include <libavutil/channel_layout.h>
+#include <libavutil/opt.h>
 }
 
 namespace exporting {
@@ -246,6 +248,7 @@ struct Lane {
     AVStream* stream;
     common::MediaTime duration;
     std::optional<TrackPacket> head = std::nullopt;
+    std::uint64_t written = 0;
 
     common::Result<std::optional<TrackPacket>> next() {
         return video ? video->next() : audio->next();
@@ -255,6 +258,32 @@ struct Lane {
     double totalSeconds() const { return video ? video->totalSeconds() : audio->totalSeconds(); }
     FourCC handler() const { return video ? fourCC("vide") : fourCC("soun"); }
 };
+
+// Samples each lane is planned to write, a little over: the video's frames, the sound's
+// coded frames (PCM packets taken as 1024 samples).
+std::vector<std::uint64_t> plannedSamples(const std::vector<Lane>& lanes) {
+    std::vector<std::uint64_t> samples;
+    for (const auto& lane : lanes) {
+        const AVCodecParameters& parameters = *lane.stream->codecpar;
+        const double count = lane.video
+                                 ? static_cast<double>(lane.video->frameCount())
+                                 : lane.totalSeconds() * parameters.sample_rate /
+                                       (parameters.frame_size > 0 ? parameters.frame_size : 1024);
+        samples.push_back(static_cast<std::uint64_t>(std::ceil(count * 1.05)) + 16);
+    }
+    return samples;
+}
+
+std::uint64_t roomFor(const std::vector<Lane>& lanes, const std::vector<std::uint64_t>& samples) {
+    std::uint64_t video = 0;
+    std::uint64_t audio = 0;
+    std::uint64_t setup = 0;
+    for (std::size_t i = 0; i < lanes.size(); ++i) {
+        (lanes[i].video ? video : audio) += samples[i];
+        setup += static_cast<std::uint64_t>(lanes[i].stream->codecpar->extradata_size);
+    }
+    return movieBoxRoom(video, audio, setup);
+}
 
 common::Result<AVStream*> addStream(AVFormatContext& output, const SourceConfig& config,
                                     AVRational timeBase, const fs::path& destination) {
@@ -306,7 +335,7 @@ common::Status writeMovie(const composition::Composition& composition, const fs:
     }
     if (int rc = avio_open(&output->pb, url.c_str(), AVIO_FLAG_WRITE); rc < 0)
         return media::avError(rc, "Cannot create " + destination.string());
-    if (int rc = avformat_write_header(output.get(), nullptr); rc < 0)
+    if (int rc = avformat_init_output(output.get(), nullptr); rc < 0)
         return media::avError(rc, "Cannot start writing " + destination.string());
 
     // The muxer has now fixed each track's timescale as its stream time base.
@@ -324,6 +353,15 @@ common::Status writeMovie(const composition::Composition& composition, const fs:
         lanes.push_back({std::nullopt, AudioTrackWriter(*audio, cut, *audioStream->codecpar),
                          audioStream, audio->duration()});
     }
+
+    // Room for the movie box in front of the media data, from the planned sample counts;
+    // it is used only if the samples actually written still fit it.
+    const std::uint64_t room = roomFor(lanes, plannedSamples(lanes));
+    if (int rc = av_opt_set_int(output->priv_data, "moov_size", static_cast<std::int64_t>(room), 0);
+        rc < 0)
+        return media::avError(rc, "Cannot start writing " + destination.string());
+    if (int rc = avformat_write_header(output.get(), nullptr); rc < 0)
+        return media::avError(rc, "Cannot start writing " + destination.string());
 
     double total = 0;
     for (const auto& lane : lanes) total += lane.totalSeconds();
@@ -346,6 +384,7 @@ common::Status writeMovie(const composition::Composition& composition, const fs:
         packet.stream_index = earliest->stream->index;
         if (int rc = av_write_frame(output.get(), &packet); rc < 0)
             return media::avError(rc, "Cannot write " + destination.string());
+        ++earliest->written;
         auto next = earliest->next();
         if (!next) return next.error();
         earliest->head = std::move(next).value();
@@ -366,10 +405,20 @@ common::Status writeMovie(const composition::Composition& composition, const fs:
             {lane.mediaStart(), static_cast<std::uint64_t>(lane.duration.ticks)}};
         edits.push_back({lane.handler(), one});
     }
+    std::vector<std::uint64_t> written;
+    for (const auto& lane : lanes) written.push_back(lane.written);
+    const bool fits = roomFor(lanes, written) <= room;
     lanes.clear();  // they read the output's codec parameters, which go with it
+    if (!fits) {
+        if (int rc = av_opt_set_int(output->priv_data, "moov_size", 0, 0); rc < 0)
+            return media::avError(rc, "Cannot finish " + destination.string());
+    }
     if (int rc = av_write_trailer(output.get()); rc < 0)
         return media::avError(rc, "Cannot finish " + destination.string());
     output.reset();
+    if (!fits) {
+        if (auto freed = markRoomFree(destination, room); !freed) return freed;
+    }
     return finishMovieFile(destination, kMovieTimescale, edits, MovieBoxMove::insertRangeOrCopy);
 }
 

@@ -1,6 +1,7 @@
 #include "export/movie_file.h"
 
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -80,10 +81,51 @@ TEST_P(MovieFileTest, GivesEachTrackItsEditsAndTheMovieTheLongestSum) {
 INSTANTIATE_TEST_SUITE_P(MovieFile, MovieFileTest,
                          ::testing::Values(MovieBoxMove::insertRangeOrCopy, MovieBoxMove::copy));
 
-// A movie box that is not last, a track left without edits, and edits for a track the
-// movie lacks: refused, naming the file, which stays as it was.
+// A movie box the muxer wrote in front, in room kept for it, is edited where it stands; room
+// kept but left unused (zeros after the file type box) becomes a free box and the movie box
+// moves in front as usual.
+TEST(MovieFile, FinishesInTheRoomKeptOrFreesItWhenUnused) {
+    const auto original = movieBoxLast();
+    const auto edits = sameEditsAt600(original);
+    const auto dir = testing_support::freshDir("movie_file_room");
+
+    const auto kept = dir / "kept.mp4";
+    fs::copy_file(makeMedia("movie_box_in_room.mp4", picture("testsrc2") + kSweep + "-t 2 " +
+                                                         h264() + "-an -moov_size 200000"),
+                  kept);
+    ASSERT_TRUE(exporting::finishMovieFile(kept, 600, {edits.data(), 1}, MovieBoxMove::copy));
+    EXPECT_EQ(topLevelTypes(kept), (std::vector<std::string>{"ftyp", "moov", "free", "mdat"}));
+    EXPECT_EQ(trackOf(kept, "vide")->edits, edits[0].edits);
+
+    const auto unused = dir / "unused.mp4";
+    const std::string bytes = testing_support::contentsOf(original);
+    auto boxes = exporting::parseMp4Boxes(
+        {reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size()});
+    ASSERT_TRUE(boxes);
+    constexpr std::uint64_t kRoom = 5000;
+    ASSERT_TRUE(exporting::shiftMp4ChunkOffsets(boxes->back(), kRoom));
+    std::vector<std::uint8_t> moved;
+    exporting::appendMp4Box(moved, boxes->back());
+    const auto ftypSize = exporting::mp4BoxSize(boxes->front());
+    const auto moovSize = exporting::mp4BoxSize(boxes->back());
+    std::ofstream(unused, std::ios::binary)
+        << bytes.substr(0, ftypSize) << std::string(kRoom, '\0')
+        << bytes.substr(ftypSize, bytes.size() - ftypSize - moovSize)
+        << std::string(moved.begin(), moved.end());
+    ASSERT_TRUE(exporting::markRoomFree(unused, kRoom));
+    ASSERT_TRUE(exporting::finishMovieFile(unused, 600, edits, MovieBoxMove::copy));
+    EXPECT_EQ(topLevelTypes(unused)[1], "moov");
+    EXPECT_EQ(frameHashes(unused), frameHashes(original));
+    EXPECT_EQ(samplesOf(unused), samplesOf(original));
+}
+
+// A movie box in front that its edits would grow past the room after it, a track left
+// without edits, and edits for a track the movie lacks: refused, naming the file, which
+// stays as it was.
 TEST(MovieFile, RefusesWhatItCannotFinishLeavingTheFileAlone) {
     const std::vector<MovieTrackEdits> videoOnly{{fourCC("vide"), {{0, 600}}}};
+    const std::vector<MovieTrackEdits> manyEdits{
+        {fourCC("vide"), std::vector<Mp4Edit>(100, Mp4Edit{0, 6})}};
     struct Case {
         fs::path source;
         std::vector<MovieTrackEdits> edits;
@@ -91,7 +133,7 @@ TEST(MovieFile, RefusesWhatItCannotFinishLeavingTheFileAlone) {
     for (const auto& [source, edits] : {
              Case{makeMedia("movie_box_first.mp4",
                             picture("testsrc2") + "-t 1 " + h264() + "-movflags faststart"),
-                  videoOnly},
+                  manyEdits},
              Case{movieBoxLast(), videoOnly},
              Case{
                  makeMedia("movie_box_last_video_only.mp4", picture("testsrc2") + "-t 1 " + h264()),
