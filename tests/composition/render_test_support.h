@@ -21,8 +21,8 @@ extern "C" {
 #include <libavutil/pixdesc.h>
 }
 
-// Tiny media made by the ffmpeg tool on first use in a run, and plain decodes of it to
-// hold the renderers' output against: every frame from the start, no seeking.
+// Tiny media made by the ffmpeg tool, and plain decodes of it (every frame from the start, no
+// seeking) to hold the renderers' output against.
 namespace render_test {
 
 using testing_support::makeMedia;
@@ -120,27 +120,33 @@ struct PlainVideo {
     std::vector<PlainFrame> frames;
 };
 
-// Hands every frame of the first stream of `type` in `file` to `take` with that stream,
-// decoded on one thread from the start.
-template <typename Take>
-void decodeAll(const std::filesystem::path& file, AVMediaType type, Take take) {
+// Every frame of the first video stream, decoded on one thread from the start.
+inline PlainVideo decodeAllVideo(const std::filesystem::path& file) {
+    PlainVideo result;
     auto input = media::openInput(file);
-    EXPECT_TRUE(input);
-    if (!input) return;
-    const AVStream* stream = media::firstStream(*input.value(), type);
-    EXPECT_TRUE(stream);
-    if (!stream) return;
+    const AVStream* stream =
+        input ? media::firstStream(*input.value(), AVMEDIA_TYPE_VIDEO) : nullptr;
+    EXPECT_TRUE(stream) << file;
+    if (!stream) return result;
     auto decoder = media::openDecoder(*input.value(), *stream, 1);
     EXPECT_TRUE(decoder);
-    if (!decoder) return;
-    media::PacketPtr packet{av_packet_alloc()};
+    if (!decoder) return result;
+    result.timeBase = stream->time_base;
+    const std::int64_t start = stream->start_time != AV_NOPTS_VALUE ? stream->start_time : 0;
     const auto receive = [&] {
-        for (;;) {
-            media::FramePtr frame{av_frame_alloc()};
-            if (avcodec_receive_frame(decoder.value().get(), frame.get()) < 0) return;
-            take(*stream, std::move(frame));
+        for (media::FramePtr frame{av_frame_alloc()};
+             avcodec_receive_frame(decoder.value().get(), frame.get()) >= 0;
+             frame.reset(av_frame_alloc())) {
+            // A frame without a time follows the one before by one unit.
+            const std::int64_t time = frame->best_effort_timestamp;
+            const std::int64_t timestamp =
+                time != AV_NOPTS_VALUE
+                    ? time - start
+                    : (result.frames.empty() ? 0 : result.frames.back().timestamp + 1);
+            result.frames.push_back({timestamp, std::move(frame)});
         }
     };
+    media::PacketPtr packet{av_packet_alloc()};
     while (av_read_frame(input.value().get(), packet.get()) >= 0) {
         if (packet->stream_index == stream->index)
             avcodec_send_packet(decoder.value().get(), packet.get());
@@ -149,22 +155,6 @@ void decodeAll(const std::filesystem::path& file, AVMediaType type, Take take) {
     }
     avcodec_send_packet(decoder.value().get(), nullptr);
     receive();
-}
-
-// Every frame of the first video stream.
-inline PlainVideo decodeAllVideo(const std::filesystem::path& file) {
-    PlainVideo result;
-    decodeAll(file, AVMEDIA_TYPE_VIDEO, [&](const AVStream& stream, media::FramePtr frame) {
-        result.timeBase = stream.time_base;
-        const std::int64_t start = stream.start_time != AV_NOPTS_VALUE ? stream.start_time : 0;
-        // A frame without a time follows the one before by one unit.
-        const std::int64_t time = frame->best_effort_timestamp;
-        const std::int64_t timestamp =
-            time != AV_NOPTS_VALUE
-                ? time - start
-                : (result.frames.empty() ? 0 : result.frames.back().timestamp + 1);
-        result.frames.push_back({timestamp, std::move(frame)});
-    });
     return result;
 }
 

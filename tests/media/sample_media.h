@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <string>
 
+#include <gtest/gtest.h>
+
 #include "model/image.h"
 #include "support/media_fixtures.h"
 
@@ -46,6 +48,16 @@ inline std::filesystem::path rotatedClockwise270Mp4() {
 inline std::filesystem::path firstBytes(const std::filesystem::path& source,
                                         const std::string& name, std::size_t length) {
     return testing_support::makeFile(name, testing_support::contentsOf(source).substr(0, length));
+}
+
+// A copy of `source` with its first `from` replaced by `to`, bytes of the same length.
+inline std::filesystem::path patched(const std::filesystem::path& source, const std::string& name,
+                                     const std::string& from, const std::string& to) {
+    std::string bytes = testing_support::contentsOf(source);
+    const auto at = bytes.find(from);
+    EXPECT_NE(at, std::string::npos) << "the ffmpeg tool wrote " << source << " differently";
+    if (at != std::string::npos) bytes.replace(at, from.size(), to);
+    return testing_support::makeFile(name, bytes);
 }
 
 // The RGBA bytes of one pixel.
