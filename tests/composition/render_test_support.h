@@ -36,38 +36,14 @@ inline std::filesystem::path h264() {
                                             "-t 3 -c:v libx264 -preset veryfast -bf 3 -g 40 "
                                             "-keyint_min 40 -sc_threshold 0 -pix_fmt yuv420p");
 }
-// The same stream in MPEG-TS, whose clock starts well above 0.
-inline std::filesystem::path h264Ts() {
-    return testing_support::makeMediaFrom("render_h264.ts", h264(), "-c copy");
-}
-// Without an edit list the B-frame delay shows: the clock starts two frames above 0.
-inline std::filesystem::path h264WithoutEditList() {
-    return testing_support::makeMediaFrom("render_h264_no_edits.mp4", h264(),
-                                          "-c copy -use_editlist 0");
-}
 inline std::filesystem::path vp9Webm() {
-    return makeMedia("render_vp9.webm", kPicture +
-                                            "-t 2 -c:v libvpx-vp9 -deadline realtime "
-                                            "-cpu-used 8 -g 20 -b:v 200k");
-}
-// Frames at uneven times: 0, 3, 6, 9, 10, 12, 15, ... thirtieths of a second.
-inline std::filesystem::path variableRateMp4() {
-    return makeMedia("render_vfr.mp4",
-                     kPicture +
-                         "-t 2 -vf \"select='not(mod(n\\,3))+eq(n\\,10)'\" "
-                         "-fps_mode passthrough -c:v libx264 -preset veryfast -bf 2 "
-                         "-g 12 -pix_fmt yuv420p");
+    return makeMedia(
+        "render_vp9.webm",
+        kPicture + "-t 2 -c:v libvpx-vp9 -deadline realtime -cpu-used 8 -g 20 -b:v 200k");
 }
 inline std::filesystem::path turnedClockwise(int degrees) {
     return testing_support::turnedCopy("render_cw" + std::to_string(degrees) + ".mp4", h264(),
                                        degrees);
-}
-// 4:2:2 can't be turned by a quarter as it is.
-inline std::filesystem::path turnedFourTwoTwo() {
-    const auto upright = makeMedia("render_422.mp4", kPicture +
-                                                         "-t 1 -c:v libx264 -preset veryfast "
-                                                         "-pix_fmt yuv422p");
-    return testing_support::turnedCopy("render_422_cw90.mp4", upright, 90);
 }
 inline std::filesystem::path solid(const std::string& colour) {
     return makeMedia("render_" + colour + ".mp4",
@@ -80,21 +56,6 @@ inline const std::string kTone = "-f lavfi -i sine=frequency=440:sample_rate=480
 inline std::filesystem::path toneWav() {
     return makeMedia("render_tone.wav", kTone + "-t 2 -c:a pcm_s16le");
 }
-inline std::filesystem::path toneAac() {
-    return makeMedia("render_tone.m4a", kTone + "-t 2 -c:a aac -b:a 128k");
-}
-inline std::filesystem::path toneMp3() {
-    return makeMedia("render_tone.mp3",
-                     "-f lavfi -i sine=frequency=440:sample_rate=44100 "
-                     "-t 2 -c:a libmp3lame -b:a 128k");
-}
-// A picture with a tone, for projects that need both.
-inline std::filesystem::path h264WithTone() {
-    return makeMedia(
-        "render_h264_tone.mp4",
-        kPicture + kTone + "-t 2 -c:v libx264 -preset veryfast -pix_fmt yuv420p -c:a aac");
-}
-
 // The clip the probe makes of `file`, placed at `start` and trimmed to in..out.
 inline model::Clip clipOf(const std::filesystem::path& file, double start, double inSeconds,
                           double outSeconds) {

@@ -12,6 +12,12 @@ using composition::MediaKind;
 using testing_support::makeMedia;
 using testing_support::quote;
 
+std::filesystem::path h264WithTone() {
+    return makeMedia("render_h264_tone.mp4",
+                     render_test::kPicture + render_test::kTone +
+                         "-t 2 -c:v libx264 -preset veryfast -pix_fmt yuv420p -c:a aac");
+}
+
 TEST(MediaStreamLookup, AnswersTheFirstStreamOfEachKindButNoCoverArt) {
     const auto twoPictures = makeMedia(
         "render_two_pictures.mkv",
@@ -28,7 +34,7 @@ TEST(MediaStreamLookup, AnswersTheFirstStreamOfEachKindButNoCoverArt) {
         std::optional<int> audio;
     };
     for (const auto& [file, video, audio] : {
-             Streams{render_test::h264WithTone(), 0, 1},
+             Streams{h264WithTone(), 0, 1},
              Streams{render_test::toneWav(), std::nullopt, 0},
              Streams{twoPictures, 1, 0},
              Streams{cover, std::nullopt, 0},
@@ -43,7 +49,7 @@ TEST(MediaStreamLookup, AnswersTheFirstStreamOfEachKindButNoCoverArt) {
 TEST(LastingStreamLookup, AsksAFileAgainOnlyOnceItHasChanged) {
     namespace fs = std::filesystem;
     const fs::path file = testing_support::scratchDir() / "render_lasting_lookup";
-    fs::copy_file(render_test::h264WithTone(), file, fs::copy_options::overwrite_existing);
+    fs::copy_file(h264WithTone(), file, fs::copy_options::overwrite_existing);
     const auto lookup = composition::lastingStreamLookup();
     EXPECT_EQ(lookup(file, MediaKind::video), 0);
     EXPECT_EQ(lookup(file, MediaKind::audio), 1);

@@ -60,8 +60,21 @@ std::vector<model::Clip> cutsOf(const std::filesystem::path& file) {
 }
 
 TEST(VideoRenderer, EveryFrameIsTheSourceFrameAtTheMappedTimeInOrderOrNot) {
-    for (const auto& file : {render_test::h264Ts(), render_test::h264WithoutEditList(),
-                             render_test::vp9Webm(), render_test::variableRateMp4()}) {
+    using testing_support::makeMediaFrom;
+    for (const auto& file : {
+             // MPEG-TS, whose clock starts well above 0.
+             makeMediaFrom("render_h264.ts", render_test::h264(), "-c copy"),
+             // Without an edit list the B-frame delay shows: the clock starts two frames in.
+             makeMediaFrom("render_h264_no_edits.mp4", render_test::h264(),
+                           "-c copy -use_editlist 0"),
+             render_test::vp9Webm(),
+             // Frames at 0, 3, 6, 9, 10, 12, 15, ... thirtieths of a second.
+             testing_support::makeMedia("render_vfr.mp4",
+                                        render_test::kPicture +
+                                            "-t 2 -vf \"select='not(mod(n\\,3))+eq(n\\,10)'\" "
+                                            "-fps_mode passthrough -c:v libx264 -preset veryfast "
+                                            "-bf 2 -g 12 -pix_fmt yuv420p"),
+         }) {
         SCOPED_TRACE(file.filename().string());
         const PlainVideo plain = decodeAllVideo(file);
         ASSERT_GT(plain.frames.size(), 10u);
@@ -111,7 +124,13 @@ TEST(VideoRenderer, TurnedSourcesComeOutUprightAtTheirStoredSize) {
     for (const auto& [file, width, height, storedAt] :
          {Turn{render_test::turnedClockwise(90), 120, 160, quarter},
           Turn{render_test::turnedClockwise(180), 160, 120, half},
-          Turn{render_test::turnedFourTwoTwo(), 120, 160, quarter}}) {
+          Turn{testing_support::turnedCopy(
+                   "render_422_cw90.mp4",
+                   testing_support::makeMedia("render_422.mp4", render_test::kPicture +
+                                                                    "-t 1 -c:v libx264 -preset "
+                                                                    "veryfast -pix_fmt yuv422p"),
+                   90),
+               120, 160, quarter}}) {
         SCOPED_TRACE(file.filename().string());
         const PlainVideo plain = decodeAllVideo(file);
         const AVFrame& stored = *plain.frames.at(10).frame;
