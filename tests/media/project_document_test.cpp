@@ -54,7 +54,7 @@ TEST_F(ProjectDocumentTest, EditsMarkTheDocumentAndSavingClearsTheMarkAndMovesIt
     doc.project().setPlayheadGlobal(3);
     doc.project().setZoomFactor(2);
     doc.project().setSelectedClipID(Uuid::random());
-    EXPECT_FALSE(doc.isModified());  // view state
+    EXPECT_FALSE(doc.isModified());    // view state
     doc.project().setCropInsetTop(0);  // marks, though the value is the same
     EXPECT_TRUE(doc.isModified());
     EXPECT_EQ(told, 1);

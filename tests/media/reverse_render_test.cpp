@@ -121,16 +121,10 @@ Render render(const fs::path& source, double from, double to, const fs::path& fo
 TEST(ReverseRender, FrameSpacingAndTwoSecondWindowsInTicks) {
     // Half away from zero; beyond 600 a second still rising, within 32 bits below; an
     // unknown rate gives 20 ticks.
-    for (auto [rate, ticks] : {std::pair{29.97, 20},
-                               {23.976, 25},
-                               {25, 24},
-                               {48, 13},
-                               {5000, 1},
-                               {1e-300, INT32_MAX},
-                               {0, 20},
-                               {-25, 20},
-                               {std::nan(""), 20}})
-        EXPECT_EQ(reverseFrameSpacingTicks(rate), ticks) << rate;
+    const double rates[] = {29.97, 23.976, 25, 48, 5000, 1e-300, 0, -25, std::nan("")};
+    const int ticks[] = {20, 25, 24, 13, 1, INT32_MAX, 20, 20, 20};
+    for (std::size_t i = 0; i < std::size(rates); ++i)
+        EXPECT_EQ(reverseFrameSpacingTicks(rates[i]), ticks[i]) << rates[i];
 
     EXPECT_EQ(reverseChunks(0, 5),
               (std::vector<ReverseChunk>{{0, 1200}, {1200, 2400}, {2400, 3000}}));
@@ -157,11 +151,10 @@ TEST(ReverseRender, WritesTheRangeLastFrameFirstAsANewH264QuickTimeMovie) {
              // The MPEG-TS demuxer's seek may land a keyframe late, even at the start.
              Range{makeMedia("reverse_long_gop.ts", kPicture + kH264WithBFrames + "-g 45"), 0.9,
                    4.7, 0.9, 4.7, 2, 114},
-             Range{longGopSource(), 4, 100, 4, 6, 1, 60},
-             Range{shortGopSource(), -3, 0.5, 0, 0.5, 1, 15},
+             // Both ends clamped to the file, at 25 frames a second.
              Range{makeMedia("reverse_25fps.mp4",
                              sample_media::picture(160, 120, 25) + "-t 1 " + kH264WithBFrames),
-                   0, 1, 0, 1, 1, 25, 25},
+                   -3, 100, 0, 1, 1, 25, 25},
          }) {
         SCOPED_TRACE(c.source.filename().string() + " " + std::to_string(c.from));
         const auto r = render(c.source, c.from, c.to);
