@@ -116,8 +116,8 @@ TEST(ProbeClip, FindsStreamsAndFingerprintAndFeedsEveryEnrichmentInEachFormat) {
              // Pixels twice as wide as tall are shown at twice the stored width.
              Format{makeMedia("anamorphic.mp4", picture(240, 180) + "-t 1 -vf setsar=4/3 " + kH264),
                     "v:1635148593:240x180 320x180@30"},
-             Format{samples::rotatedClockwise90Mp4(), avc1 + " turned 90"},
-             Format{samples::rotatedClockwise270Mp4(), avc1 + " turned 270"},
+             Format{samples::turned(90), avc1 + " turned 90"},
+             Format{samples::turned(270), avc1 + " turned 270"},
              // Only MOV-family files keep their own sample entry code; others get hvc1.
              Format{makeMedia("hevc.mkv", picture(320, 240) + hevc),
                     "v:1752589105:320x240 320x240@30"},
@@ -144,7 +144,7 @@ TEST(ProbeClip, FindsStreamsAndFingerprintAndFeedsEveryEnrichmentInEachFormat) {
              Format{makeMedia("prores_hq.mov",
                               picture(160, 120) + "-t 0.2 -c:v prores_ks -profile:v 3"),
                     "v:1634755432:160x120 160x120@30", 0.2},
-             Format{samples::aacM4a(), "a:1633772320 sound"},
+             Format{samples::tone("m4a", "aac"), "a:1633772320 sound"},
              // A transport stream measures its length from its packets' times.
              Format{samples::tone("ts", "aac"), "a:1633772320 sound", 0.96},
              Format{samples::tone("mp3", "libmp3lame"), "a:778924083 sound"},
@@ -240,11 +240,11 @@ fs::path turningRed(const std::string& name, int firstRed, const std::string& le
 
 TEST(Thumbnail, IsUprightAndShowsTheFrameAtATenthOfASecondOrTheLast) {
     // Turned a quarter clockwise, the red left bar of the picture runs along the top.
-    const auto clockwise = thumbnailOf(samples::rotatedClockwise90Mp4());
+    const auto clockwise = thumbnailOf(samples::turned(90));
     ASSERT_TRUE(clockwise);
     EXPECT_LT(clockwise->width, clockwise->height);
     EXPECT_TRUE(samples::isRed(samples::pixel(*clockwise, clockwise->width / 2, 3)));
-    const auto counter = thumbnailOf(samples::rotatedClockwise270Mp4());
+    const auto counter = thumbnailOf(samples::turned(270));
     ASSERT_TRUE(counter);
     EXPECT_TRUE(samples::isRed(samples::pixel(*counter, counter->width / 2, counter->height - 4)));
 

@@ -188,7 +188,7 @@ TEST(ReverseRender, WritesTheRangeLastFrameFirstAsANewH264QuickTimeMovie) {
 }
 
 TEST(ReverseRender, KeepsTheStoredPictureEvenSizedWithoutADisplayMatrix) {
-    const auto turned = render(sample_media::rotatedClockwise90Mp4(), 0, 1);
+    const auto turned = render(sample_media::turned(90), 0, 1);
     ASSERT_TRUE(turned.file) << turned.log;
     EXPECT_EQ(ffprobe(*turned.file, "-show_entries stream=width,height -of csv=p=0"), "320,240\n");
     EXPECT_EQ(ffprobe(*turned.file, "-show_entries stream_side_data=side_data_type -of csv=p=0")
@@ -218,7 +218,7 @@ TEST(ReverseRender, WhatCantBeRenderedAnswersNothingLeavesNothingAndSaysWhy) {
              Failure{shortGopSource(), 2, 2, empty},
              Failure{shortGopSource(), 3, 1, empty},
              Failure{shortGopSource(), 7, 9, empty},
-             Failure{sample_media::aacM4a(), 0, 1, "error: source has no video track"},
+             Failure{sample_media::tone("m4a", "aac"), 0, 1, "error: source has no video track"},
              Failure{text, 0, 1, "error: failed to load asset duration"},
              Failure{text.parent_path() / "missing.mov", 0, 1, "error: "},
              Failure{shortGopSource(), 1.01, 1.02, "error: no frames in the requested range",

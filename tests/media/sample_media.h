@@ -32,16 +32,10 @@ inline std::filesystem::path h264VideoOnlyMp4() {
 inline std::filesystem::path tone(const std::string& extension, const std::string& codec) {
     return makeMedia("tone_" + codec + "." + extension, kTone + "-t 1 -c:a " + codec);
 }
-inline std::filesystem::path aacM4a() {
-    return tone("m4a", "aac");
-}
-
-// The video-only clip as a phone held upright marks it: turned 90 degrees clockwise.
-inline std::filesystem::path rotatedClockwise90Mp4() {
-    return testing_support::turnedCopy("h264_cw90.mp4", h264VideoOnlyMp4(), 90);
-}
-inline std::filesystem::path rotatedClockwise270Mp4() {
-    return testing_support::turnedCopy("h264_cw270.mp4", h264VideoOnlyMp4(), 270);
+// The video-only clip as a phone marks it, turned `degrees` clockwise.
+inline std::filesystem::path turned(int degrees) {
+    return testing_support::turnedCopy("h264_cw" + std::to_string(degrees) + ".mp4",
+                                       h264VideoOnlyMp4(), degrees);
 }
 
 // A copy of `source` holding only its first `length` bytes.
@@ -62,10 +56,7 @@ inline std::filesystem::path patched(const std::filesystem::path& source, const 
 
 // The RGBA bytes of one pixel.
 struct Rgba {
-    int r = 0;
-    int g = 0;
-    int b = 0;
-    int a = 0;
+    int r = 0, g = 0, b = 0, a = 0;
 };
 
 inline Rgba pixel(const model::ImageData& image, int x, int y) {
