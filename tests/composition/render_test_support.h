@@ -18,7 +18,6 @@
 
 extern "C" {
 #include <libavutil/imgutils.h>
-#include <libavutil/pixdesc.h>
 }
 
 // Tiny media made by the ffmpeg tool, and plain decodes of it (every frame from the start, no
@@ -119,23 +118,19 @@ inline PlainVideo decodeAllVideo(const std::filesystem::path& file) {
     return result;
 }
 
-// Whether two pictures have the same format, size and pixels.
+// The pixels of a picture, packed.
+inline std::vector<std::uint8_t> pixels(const AVFrame& frame) {
+    const auto format = static_cast<AVPixelFormat>(frame.format);
+    std::vector<std::uint8_t> bytes(
+        static_cast<std::size_t>(av_image_get_buffer_size(format, frame.width, frame.height, 1)));
+    av_image_copy_to_buffer(bytes.data(), static_cast<int>(bytes.size()), frame.data,
+                            frame.linesize, format, frame.width, frame.height, 1);
+    return bytes;
+}
+
 inline bool samePicture(const AVFrame& a, const AVFrame& b) {
-    if (a.format != b.format || a.width != b.width || a.height != b.height) return false;
-    const auto format = static_cast<AVPixelFormat>(a.format);
-    const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(format);
-    for (int plane = 0; plane < av_pix_fmt_count_planes(format); ++plane) {
-        const bool chroma = plane == 1 || plane == 2;
-        const int rows = chroma ? AV_CEIL_RSHIFT(a.height, descriptor->log2_chroma_h) : a.height;
-        const int bytes = av_image_get_linesize(format, a.width, plane);
-        for (int y = 0; y < rows; ++y) {
-            if (std::memcmp(a.data[plane] + static_cast<std::ptrdiff_t>(y) * a.linesize[plane],
-                            b.data[plane] + static_cast<std::ptrdiff_t>(y) * b.linesize[plane],
-                            static_cast<std::size_t>(bytes)) != 0)
-                return false;
-        }
-    }
-    return true;
+    return a.format == b.format && a.width == b.width && a.height == b.height &&
+           pixels(a) == pixels(b);
 }
 
 // The index of the frame shown at the source time composition time `value`/`scale`
