@@ -100,9 +100,9 @@ TEST(VideoRenderer, WhereNoPictureShowsAFormattedFrameIsBlack) {
         ASSERT_TRUE(black && black.value().picture);
         const AVFrame& picture = *black.value().picture;
         EXPECT_EQ(std::pair(picture.width, picture.format), std::pair(32, int{AV_PIX_FMT_RGBA}));
-        for (int y = 0; y < picture.height; ++y)
-            for (int x = 0; x < picture.width * 4; x += 4)
-                ASSERT_EQ(picture.data[0][y * picture.linesize[0] + x], 0) << x << "," << y;
+        const auto bytes = render_test::pixels(picture);
+        for (std::size_t i = 0; i < bytes.size(); i += 4)
+            ASSERT_EQ(bytes[i] | bytes[i + 1] | bytes[i + 2], 0) << i;
     }
     VideoRenderer sound{composition::buildComposition({clipOf(render_test::toneWav(), 0, 0, 1)})};
     auto nothing = sound.uprightFrameAt(MediaTime{0});

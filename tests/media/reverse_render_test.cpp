@@ -104,17 +104,13 @@ struct Render {
 };
 
 Render render(const fs::path& source, double from, double to, const fs::path& folder = {}) {
-    const char* old = std::getenv("TMPDIR");
-    const std::optional<std::string> previous =
-        old ? std::optional<std::string>(old) : std::nullopt;
+    const std::string previous = std::getenv("TMPDIR") ? std::getenv("TMPDIR") : "";
     if (!folder.empty()) ::setenv("TMPDIR", folder.c_str(), 1);
     testing::internal::CaptureStderr();
     Render r{renderReversedMedia(source, from, to), ""};
     r.log = testing::internal::GetCapturedStderr();
-    if (previous)
-        ::setenv("TMPDIR", previous->c_str(), 1);
-    else
-        ::unsetenv("TMPDIR");
+    if (!folder.empty())
+        previous.empty() ? ::unsetenv("TMPDIR") : ::setenv("TMPDIR", previous.c_str(), 1);
     return r;
 }
 
