@@ -258,25 +258,6 @@ TEST(Thumbnail, IsUprightAndShowsTheFrameAtATenthOfASecondOrTheLast) {
     }
 }
 
-// Raw grey pictures whose Matroska track claims they are 65535 pixels wide.
-fs::path claimsHugePictures() {
-    const auto source = makeMedia("raw_pictures.mkv",
-                                  "-f lavfi -i color=gray:size=256x256:rate=5 -t 0.2 -c:v rawvideo "
-                                  "-pix_fmt gray");
-    return patched(source, "claims_huge_pictures.mkv", std::string("\xB0\x82\x01\x00", 4),
-                   std::string("\xB0\x82\xFF\xFF", 4));
-}
-
-// Half a second of sound whose Matroska segment claims 10^12 seconds: Duration 500.0 (ms)
-// as a big-endian double, then 10^15.
-fs::path claimsEndlessSound() {
-    const auto source = makeMedia(
-        "short_pcm.mka", "-f lavfi -i sine=frequency=440:sample_rate=8000 -t 0.5 -c:a pcm_s16le");
-    return patched(source, "claims_endless_sound.mka",
-                   std::string("\x44\x89\x88\x40\x7F\x40\x00\x00\x00\x00\x00", 11),
-                   std::string("\x44\x89\x88\x43\x0C\x6B\xF5\x26\x34\x00\x00", 11));
-}
-
 TEST(ProbeClip, RefusesWhatIsNotMediaInAFullSentenceNamingTheFile) {
     using testing_support::randomBytes;
     const auto srt = makeFile("line.srt", "1\n00:00:00,000 --> 00:00:01,000\nHello\n");
@@ -292,8 +273,21 @@ TEST(ProbeClip, RefusesWhatIsNotMediaInAFullSentenceNamingTheFile) {
              {makeMedia("subtitle_only.mkv",
                         "-i " + testing_support::quote(srt.string()) + " -c:s srt"),
               "neither video nor audio"},
-             {claimsHugePictures(), "65535x256"},
-             {claimsEndlessSound(), "claims a length"},
+             // Raw grey pictures whose track claims they are 65535 pixels wide.
+             {patched(makeMedia("raw_pictures.mkv",
+                                "-f lavfi -i color=gray:size=256x256:rate=5 "
+                                "-t 0.2 -c:v rawvideo -pix_fmt gray"),
+                      "claims_huge_pictures.mkv", std::string("\xB0\x82\x01\x00", 4),
+                      std::string("\xB0\x82\xFF\xFF", 4)),
+              "65535x256"},
+             // Half a second whose segment claims 10^12 s: Duration 500.0 (ms) as a
+             // big-endian double, then 10^15.
+             {patched(makeMedia("short_pcm.mka",
+                                "-f lavfi -i sine=sample_rate=8000 -t 0.5 -c:a pcm_s16le"),
+                      "claims_endless_sound.mka",
+                      std::string("\x44\x89\x88\x40\x7F\x40\x00\x00\x00\x00\x00", 11),
+                      std::string("\x44\x89\x88\x43\x0C\x6B\xF5\x26\x34\x00\x00", 11)),
+              "claims a length"},
              {testing_support::freshDir("folder.mp4"), "a folder"},
              {fs::path("/dev/zero"), "a character device"},
          }) {
