@@ -85,6 +85,8 @@ TEST(AudioLanes, EachClipSoundsWholeOnTheFirstLaneWithRoom) {
               "a@0:0-10 c@20:0-5 | b@5:0-10"},
              {{clip("a", 0, 0, 10), clip("b", 2, 0, 4), clip("c", 3, 0, 1)},
               "a@0:0-10 | b@2:0-4 | c@3:0-1"},
+             // Touching, whichever was placed first.
+             {{clip("b", 5, 0, 5), clip("a", 0, 0, 5)}, "b@5:0-5 a@0:0-5"},
              {{clip("a", 0, 0, 4), clip("b", 2, 0, 8), clip("d", 12, 0, 2), clip("c", 5, 0, 3)},
               "a@0:0-4 d@12:0-2 c@5:0-3 | b@2:0-8"},
              // Touching shares a lane; the retimed clip keeps its whole source range.
