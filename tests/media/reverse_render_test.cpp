@@ -2,7 +2,6 @@
 
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
@@ -155,12 +154,12 @@ TEST(ReverseRender, WritesTheRangeLastFrameFirstAsANewH264QuickTimeMovie) {
         SCOPED_TRACE(c.source.filename().string() + " " + std::to_string(c.from));
         const auto r = render(c.source, c.from, c.to);
         ASSERT_TRUE(r.file) << r.log;
-        char chunked[96], wrote[64];
-        std::snprintf(chunked, sizeof chunked, "chunked [%f..%f] into %d windows", c.shownFrom,
-                      c.shownTo, c.windows);
-        std::snprintf(wrote, sizeof wrote, "wrote %zu frames at %ffps", c.frames, c.rate);
+        using std::to_string;  // "%f", as the log writes its seconds and rates
         for (const std::string& line :
-             {"start: " + c.source.filename().string(), std::string(chunked), std::string(wrote),
+             {"start: " + c.source.filename().string(),
+              "chunked [" + to_string(c.shownFrom) + ".." + to_string(c.shownTo) + "] into " +
+                  to_string(c.windows) + " windows",
+              "wrote " + to_string(c.frames) + " frames at " + to_string(c.rate) + "fps",
               "wrote " + r.file->string()})
             EXPECT_NE(r.log.find(line), std::string::npos) << line << " is not in\n" << r.log;
 
