@@ -4,6 +4,7 @@
 #include <cmath>
 #include <cstdint>
 #include <filesystem>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -40,6 +41,16 @@ std::vector<float> render(const std::vector<model::Clip>& clips, std::int64_t fr
                           AudioFormat format = {48000, 1}) {
     AudioRenderer renderer{composition::buildComposition(clips), format};
     return readSamples(renderer, frames);
+}
+
+std::filesystem::path toneAac() {
+    return testing_support::makeMedia("render_tone.m4a",
+                                      render_test::kTone + "-t 2 -c:a aac -b:a 128k");
+}
+std::filesystem::path toneMp3() {
+    return testing_support::makeMedia("render_tone.mp3",
+                                      "-f lavfi -i sine=frequency=440:sample_rate=44100 -t 2 "
+                                      "-c:a libmp3lame -b:a 128k");
 }
 
 bool silent(const std::vector<float>& samples, std::size_t from, std::size_t to) {
@@ -86,19 +97,24 @@ int bestLag(const std::vector<float>& signal, std::size_t signalFrom,
 TEST(AudioRenderer, ToneAfterAGapStartsAtItsRoundedSampleAtAnyRate) {
     const auto wav = decodeAllAudio(render_test::toneWav());
     ASSERT_EQ(wav.size(), 96000u);
-    // In at 1/600 s, the tone's sample 80, which is far from 0.
+    // In at 1/600 s: the tone's sample 80, far from 0.
     const auto out = render({clipOf(render_test::toneWav(), 1.0, 1.0 / 600, 1.5)}, 130000);
-    EXPECT_TRUE(silent(out, 0, 48000));
     ASSERT_NE(wav[80], 0.0f);
+    EXPECT_TRUE(silent(out, 0, 48000));
     for (std::size_t i = 0; i < 71920; ++i) ASSERT_EQ(out[48000 + i], wav[80 + i]) << i;
     EXPECT_TRUE(silent(out, 48000 + 71920, out.size()));
 
     // Resampled to 44.1 kHz stereo, both channels the same.
-    const auto resampled =
-        render({clipOf(render_test::toneWav(), 1.0, 0.25, 1.5)}, 88200, {44100, 2});
-    EXPECT_TRUE(silent(resampled, 0, 2 * 44100));
-    EXPECT_GT(peak(resampled, 2 * 44100, 2 * 44100 + 2 * 100), 0.05f);
-    for (std::size_t i = 0; i < resampled.size(); i += 2) ASSERT_EQ(resampled[i], resampled[i + 1]);
+    const auto stereo = render({clipOf(render_test::toneWav(), 1.0, 0.25, 1.5)}, 88200, {44100, 2});
+    EXPECT_TRUE(silent(stereo, 0, 2 * 44100));
+    EXPECT_GT(peak(stereo, 2 * 44100, 2 * 44100 + 2 * 100), 0.05f);
+    for (std::size_t i = 0; i < stereo.size(); i += 2) ASSERT_EQ(stereo[i], stereo[i + 1]);
+
+    AudioRenderer empty{composition::Composition{}, {44100, 2}};
+    EXPECT_EQ(empty.sampleAt(MediaTime{600}), 44100);
+    EXPECT_EQ(empty.sampleAt(MediaTime{1}), 74);  // 73.5 rounds up
+    const auto nothing = readSamples(empty, 100);
+    EXPECT_TRUE(silent(nothing, 0, nothing.size()));
 }
 
 TEST(AudioRenderer, LanesAreSummedAndTheSumIsClipped) {
@@ -106,12 +122,9 @@ TEST(AudioRenderer, LanesAreSummedAndTheSumIsClipped) {
     const auto out =
         render({clipOf(render_test::toneWav(), 0, 0, 1), clipOf(render_test::toneWav(), 0.5, 0, 1)},
                72000);
-    for (std::size_t i = 0; i < 24000; ++i) ASSERT_EQ(out[i], wav[i]) << i;
-    for (std::size_t i = 24000; i < 48000; ++i) ASSERT_EQ(out[i], wav[i] + wav[i - 24000]) << i;
-    for (std::size_t i = 48000; i < 72000; ++i) ASSERT_EQ(out[i], wav[i - 24000]) << i;
-
-    std::vector<model::Clip> loud;
-    for (int lane = 0; lane < 12; ++lane) loud.push_back(clipOf(render_test::toneWav(), 0, 0, 1));
+    for (std::size_t i = 0; i < 72000; ++i)
+        ASSERT_EQ(out[i], (i < 48000 ? wav[i] : 0) + (i >= 24000 ? wav[i - 24000] : 0)) << i;
+    const std::vector<model::Clip> loud(12, clipOf(render_test::toneWav(), 0, 0, 1));
     const auto clipped = render(loud, 48000);
     EXPECT_EQ(peak(clipped, 0, clipped.size()), 1.0f);
 }
@@ -121,8 +134,7 @@ TEST(AudioRenderer, RetimedSoundKeepsItsPitchAndFillsItsTimeExactly) {
         SCOPED_TRACE(rate);
         auto clip = clipOf(render_test::toneWav(), 0, 0, rate >= 1 ? 2.0 : 0.5);
         clip.rateMultiplier = rate;
-        const double seconds = clip.timelineLength();
-        const auto length = static_cast<std::size_t>(seconds * 48000);
+        const auto length = static_cast<std::size_t>(clip.timelineLength() * 48000);
         const auto out = render({clip}, static_cast<std::int64_t>(length) + 4800);
         EXPECT_NEAR(frequencyOf(out, length / 10, length * 9 / 10, 48000), 440, 440 * 0.03);
         EXPECT_GT(peak(out, length - 2400, length), 0.05f);
@@ -133,7 +145,7 @@ TEST(AudioRenderer, RetimedSoundKeepsItsPitchAndFillsItsTimeExactly) {
 TEST(AudioRenderer, EncodedSoundStartsAtItsFirstRealSample) {
     const auto reference = decodeAllAudio(render_test::toneWav());
     // AAC in MP4 skips the encoder's priming; MP3 is resampled from 44.1 kHz as well.
-    for (const auto& file : {render_test::toneAac(), render_test::toneMp3()}) {
+    for (const auto& file : {toneAac(), toneMp3()}) {
         SCOPED_TRACE(file.filename().string());
         const auto out = render({clipOf(file, 0.5, 0, 1.5)}, 96000);
         EXPECT_TRUE(silent(out, 0, 24000));
@@ -143,18 +155,11 @@ TEST(AudioRenderer, EncodedSoundStartsAtItsFirstRealSample) {
 }
 
 TEST(AudioRenderer, ReadingFromAPositionGivesWhatReadingOnGives) {
-    // PCM comes back exactly; a transform decoder started anew shortly before the place
-    // gives the same sound to within float rounding, far below a sample's shift. Each is
-    // read at its own rate: where a resampler starts on another sample, its grid may shift
-    // by a fraction of a sample.
-    struct Case {
-        std::filesystem::path file;
-        int rate;
-        float tolerance;
-    };
+    // PCM exactly; a transform decoder started anew shortly before gives the same to within
+    // float rounding. Each at its own rate: a resampler starting elsewhere may shift its grid.
     for (const auto& [file, rate, tolerance] :
-         {Case{render_test::toneWav(), 48000, 0.0f}, Case{render_test::toneAac(), 48000, 1e-4f},
-          Case{render_test::toneMp3(), 44100, 1e-4f}}) {
+         {std::tuple{render_test::toneWav(), 48000, 0.0f}, std::tuple{toneAac(), 48000, 1e-4f},
+          std::tuple{toneMp3(), 44100, 1e-4f}}) {
         SCOPED_TRACE(file.filename().string());
         const std::vector<model::Clip> clips{clipOf(file, 0, 0.3, 1.1), clipOf(file, 0.8, 0.2, 1.0),
                                              clipOf(file, 1.6, 1.05, 1.95)};
@@ -169,14 +174,6 @@ TEST(AudioRenderer, ReadingFromAPositionGivesWhatReadingOnGives) {
                     << from + i;
         }
     }
-}
-
-TEST(AudioRenderer, SampleOfATimeRoundsToTheNearest) {
-    AudioRenderer renderer{composition::Composition{}, {44100, 2}};
-    EXPECT_EQ(renderer.sampleAt(MediaTime{600}), 44100);
-    EXPECT_EQ(renderer.sampleAt(MediaTime{1}), 74);  // 73.5 rounds up
-    const auto out = readSamples(renderer, 100);
-    EXPECT_TRUE(silent(out, 0, out.size()));
 }
 
 }  // namespace

@@ -18,11 +18,10 @@
 
 extern "C" {
 #include <libavutil/imgutils.h>
-#include <libavutil/pixdesc.h>
 }
 
-// Tiny media made by the ffmpeg tool on first use in a run, and plain decodes of it to
-// hold the renderers' output against: every frame from the start, no seeking.
+// Tiny media made by the ffmpeg tool, and plain decodes of it (every frame from the start, no
+// seeking) to hold the renderers' output against.
 namespace render_test {
 
 using testing_support::makeMedia;
@@ -36,38 +35,14 @@ inline std::filesystem::path h264() {
                                             "-t 3 -c:v libx264 -preset veryfast -bf 3 -g 40 "
                                             "-keyint_min 40 -sc_threshold 0 -pix_fmt yuv420p");
 }
-// The same stream in MPEG-TS, whose clock starts well above 0.
-inline std::filesystem::path h264Ts() {
-    return testing_support::makeMediaFrom("render_h264.ts", h264(), "-c copy");
-}
-// Without an edit list the B-frame delay shows: the clock starts two frames above 0.
-inline std::filesystem::path h264WithoutEditList() {
-    return testing_support::makeMediaFrom("render_h264_no_edits.mp4", h264(),
-                                          "-c copy -use_editlist 0");
-}
 inline std::filesystem::path vp9Webm() {
-    return makeMedia("render_vp9.webm", kPicture +
-                                            "-t 2 -c:v libvpx-vp9 -deadline realtime "
-                                            "-cpu-used 8 -g 20 -b:v 200k");
-}
-// Frames at uneven times: 0, 3, 6, 9, 10, 12, 15, ... thirtieths of a second.
-inline std::filesystem::path variableRateMp4() {
-    return makeMedia("render_vfr.mp4",
-                     kPicture +
-                         "-t 2 -vf \"select='not(mod(n\\,3))+eq(n\\,10)'\" "
-                         "-fps_mode passthrough -c:v libx264 -preset veryfast -bf 2 "
-                         "-g 12 -pix_fmt yuv420p");
+    return makeMedia(
+        "render_vp9.webm",
+        kPicture + "-t 2 -c:v libvpx-vp9 -deadline realtime -cpu-used 8 -g 20 -b:v 200k");
 }
 inline std::filesystem::path turnedClockwise(int degrees) {
     return testing_support::turnedCopy("render_cw" + std::to_string(degrees) + ".mp4", h264(),
                                        degrees);
-}
-// 4:2:2 can't be turned by a quarter as it is.
-inline std::filesystem::path turnedFourTwoTwo() {
-    const auto upright = makeMedia("render_422.mp4", kPicture +
-                                                         "-t 1 -c:v libx264 -preset veryfast "
-                                                         "-pix_fmt yuv422p");
-    return testing_support::turnedCopy("render_422_cw90.mp4", upright, 90);
 }
 inline std::filesystem::path solid(const std::string& colour) {
     return makeMedia("render_" + colour + ".mp4",
@@ -80,21 +55,6 @@ inline const std::string kTone = "-f lavfi -i sine=frequency=440:sample_rate=480
 inline std::filesystem::path toneWav() {
     return makeMedia("render_tone.wav", kTone + "-t 2 -c:a pcm_s16le");
 }
-inline std::filesystem::path toneAac() {
-    return makeMedia("render_tone.m4a", kTone + "-t 2 -c:a aac -b:a 128k");
-}
-inline std::filesystem::path toneMp3() {
-    return makeMedia("render_tone.mp3",
-                     "-f lavfi -i sine=frequency=440:sample_rate=44100 "
-                     "-t 2 -c:a libmp3lame -b:a 128k");
-}
-// A picture with a tone, for projects that need both.
-inline std::filesystem::path h264WithTone() {
-    return makeMedia(
-        "render_h264_tone.mp4",
-        kPicture + kTone + "-t 2 -c:v libx264 -preset veryfast -pix_fmt yuv420p -c:a aac");
-}
-
 // The clip the probe makes of `file`, placed at `start` and trimmed to in..out.
 inline model::Clip clipOf(const std::filesystem::path& file, double start, double inSeconds,
                           double outSeconds) {
@@ -120,27 +80,33 @@ struct PlainVideo {
     std::vector<PlainFrame> frames;
 };
 
-// Hands every frame of the first stream of `type` in `file` to `take` with that stream,
-// decoded on one thread from the start.
-template <typename Take>
-void decodeAll(const std::filesystem::path& file, AVMediaType type, Take take) {
+// Every frame of the first video stream, decoded on one thread from the start.
+inline PlainVideo decodeAllVideo(const std::filesystem::path& file) {
+    PlainVideo result;
     auto input = media::openInput(file);
-    EXPECT_TRUE(input);
-    if (!input) return;
-    const AVStream* stream = media::firstStream(*input.value(), type);
-    EXPECT_TRUE(stream);
-    if (!stream) return;
+    const AVStream* stream =
+        input ? media::firstStream(*input.value(), AVMEDIA_TYPE_VIDEO) : nullptr;
+    EXPECT_TRUE(stream) << file;
+    if (!stream) return result;
     auto decoder = media::openDecoder(*input.value(), *stream, 1);
     EXPECT_TRUE(decoder);
-    if (!decoder) return;
-    media::PacketPtr packet{av_packet_alloc()};
+    if (!decoder) return result;
+    result.timeBase = stream->time_base;
+    const std::int64_t start = stream->start_time != AV_NOPTS_VALUE ? stream->start_time : 0;
     const auto receive = [&] {
-        for (;;) {
-            media::FramePtr frame{av_frame_alloc()};
-            if (avcodec_receive_frame(decoder.value().get(), frame.get()) < 0) return;
-            take(*stream, std::move(frame));
+        for (media::FramePtr frame{av_frame_alloc()};
+             avcodec_receive_frame(decoder.value().get(), frame.get()) >= 0;
+             frame.reset(av_frame_alloc())) {
+            // A frame without a time follows the one before by one unit.
+            const std::int64_t time = frame->best_effort_timestamp;
+            const std::int64_t timestamp =
+                time != AV_NOPTS_VALUE
+                    ? time - start
+                    : (result.frames.empty() ? 0 : result.frames.back().timestamp + 1);
+            result.frames.push_back({timestamp, std::move(frame)});
         }
     };
+    media::PacketPtr packet{av_packet_alloc()};
     while (av_read_frame(input.value().get(), packet.get()) >= 0) {
         if (packet->stream_index == stream->index)
             avcodec_send_packet(decoder.value().get(), packet.get());
@@ -149,42 +115,22 @@ void decodeAll(const std::filesystem::path& file, AVMediaType type, Take take) {
     }
     avcodec_send_packet(decoder.value().get(), nullptr);
     receive();
-}
-
-// Every frame of the first video stream.
-inline PlainVideo decodeAllVideo(const std::filesystem::path& file) {
-    PlainVideo result;
-    decodeAll(file, AVMEDIA_TYPE_VIDEO, [&](const AVStream& stream, media::FramePtr frame) {
-        result.timeBase = stream.time_base;
-        const std::int64_t start = stream.start_time != AV_NOPTS_VALUE ? stream.start_time : 0;
-        // A frame without a time follows the one before by one unit.
-        const std::int64_t time = frame->best_effort_timestamp;
-        const std::int64_t timestamp =
-            time != AV_NOPTS_VALUE
-                ? time - start
-                : (result.frames.empty() ? 0 : result.frames.back().timestamp + 1);
-        result.frames.push_back({timestamp, std::move(frame)});
-    });
     return result;
 }
 
-// Whether two pictures have the same format, size and pixels.
+// The pixels of a picture, packed.
+inline std::vector<std::uint8_t> pixels(const AVFrame& frame) {
+    const auto format = static_cast<AVPixelFormat>(frame.format);
+    std::vector<std::uint8_t> bytes(
+        static_cast<std::size_t>(av_image_get_buffer_size(format, frame.width, frame.height, 1)));
+    av_image_copy_to_buffer(bytes.data(), static_cast<int>(bytes.size()), frame.data,
+                            frame.linesize, format, frame.width, frame.height, 1);
+    return bytes;
+}
+
 inline bool samePicture(const AVFrame& a, const AVFrame& b) {
-    if (a.format != b.format || a.width != b.width || a.height != b.height) return false;
-    const auto format = static_cast<AVPixelFormat>(a.format);
-    const AVPixFmtDescriptor* descriptor = av_pix_fmt_desc_get(format);
-    for (int plane = 0; plane < av_pix_fmt_count_planes(format); ++plane) {
-        const bool chroma = plane == 1 || plane == 2;
-        const int rows = chroma ? AV_CEIL_RSHIFT(a.height, descriptor->log2_chroma_h) : a.height;
-        const int bytes = av_image_get_linesize(format, a.width, plane);
-        for (int y = 0; y < rows; ++y) {
-            if (std::memcmp(a.data[plane] + static_cast<std::ptrdiff_t>(y) * a.linesize[plane],
-                            b.data[plane] + static_cast<std::ptrdiff_t>(y) * b.linesize[plane],
-                            static_cast<std::size_t>(bytes)) != 0)
-                return false;
-        }
-    }
-    return true;
+    return a.format == b.format && a.width == b.width && a.height == b.height &&
+           pixels(a) == pixels(b);
 }
 
 // The index of the frame shown at the source time composition time `value`/`scale`

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include "composition/render_test_support.h"
+#include "media/sample_media.h"
 
 namespace {
 
@@ -22,19 +23,13 @@ TEST(MediaStreamLookup, AnswersTheFirstStreamOfEachKindButNoCoverArt) {
                                 "-f lavfi -i color=c=red:size=64x64 -map 0 -map 1 -t 1 "
                                 "-frames:v 1 -c:a libmp3lame -c:v png -disposition:v attached_pic");
     const auto lookup = composition::mediaStreamLookup();
-    struct Streams {
-        std::filesystem::path file;
-        std::optional<int> video;
-        std::optional<int> audio;
-    };
-    for (const auto& [file, video, audio] : {
-             Streams{render_test::h264WithTone(), 0, 1},
-             Streams{render_test::toneWav(), std::nullopt, 0},
-             Streams{twoPictures, 1, 0},
-             Streams{cover, std::nullopt, 0},
-             Streams{testing_support::scratchDir() / "render_no_such_file.mp4", std::nullopt,
-                     std::nullopt},
-         }) {
+    const std::optional<int> none;
+    for (const auto& [file, video, audio] :
+         {std::tuple{sample_media::h264Mp4(), std::optional(0), std::optional(1)},
+          {render_test::toneWav(), none, 0},
+          {twoPictures, 1, 0},
+          {cover, none, 0},
+          {testing_support::scratchDir() / "render_no_such_file.mp4", none, none}}) {
         EXPECT_EQ(lookup(file, MediaKind::video), video) << file;
         EXPECT_EQ(lookup(file, MediaKind::audio), audio) << file;
     }
@@ -43,12 +38,12 @@ TEST(MediaStreamLookup, AnswersTheFirstStreamOfEachKindButNoCoverArt) {
 TEST(LastingStreamLookup, AsksAFileAgainOnlyOnceItHasChanged) {
     namespace fs = std::filesystem;
     const fs::path file = testing_support::scratchDir() / "render_lasting_lookup";
-    fs::copy_file(render_test::h264WithTone(), file, fs::copy_options::overwrite_existing);
+    fs::copy_file(sample_media::h264Mp4(), file, fs::copy_options::overwrite_existing);
     const auto lookup = composition::lastingStreamLookup();
     EXPECT_EQ(lookup(file, MediaKind::video), 0);
     EXPECT_EQ(lookup(file, MediaKind::audio), 1);
 
-    // Another file at the same path: its own size, so its own streams.
+    // Another file at the same path, of another size.
     fs::copy_file(render_test::toneWav(), file, fs::copy_options::overwrite_existing);
     EXPECT_EQ(lookup(file, MediaKind::video), std::nullopt);
     EXPECT_EQ(lookup(file, MediaKind::audio), 0);

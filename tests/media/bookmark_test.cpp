@@ -1,5 +1,6 @@
 #include "media/bookmark.h"
 
+#include <chrono>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -14,24 +15,36 @@
 namespace {
 
 namespace fs = std::filesystem;
-using testing_support::freshDir;
+using media::resolveBookmark;
 
-void writeFile(const fs::path& path, const std::string& contents) {
+fs::path writeFile(const fs::path& path, const std::string& contents) {
     fs::create_directories(path.parent_path());
     std::ofstream(path, std::ios::binary) << contents;
+    return path;
+}
+
+fs::path moveTo(const fs::path& file, const fs::path& destination) {
+    fs::create_directories(destination.parent_path());
+    fs::rename(file, destination);
+    return destination;
+}
+
+// A copy that keeps the original's name, size and modification time.
+fs::path lookalikeOf(const fs::path& file, const fs::path& copy) {
+    fs::create_directories(copy.parent_path());
+    fs::copy_file(file, copy);
+    fs::last_write_time(copy, fs::last_write_time(file));
+    return copy;
 }
 
 // A bookmark of a file made in a fresh folder laid out as root/library/shoot/<name>.
 struct Library {
-    explicit Library(const std::string& test) : root(freshDir("bookmark-" + test)) {
-        shoot = root / "library" / "shoot";
-        file = shoot / "take 1.mov";
-        writeFile(file, "original media bytes");
-        bookmark = *media::makeBookmark(file);
-    }
-    fs::path root;
-    fs::path shoot;
-    fs::path file;
+    explicit Library(const std::string& test)
+        : root(testing_support::freshDir("bookmark-" + test)),
+          shoot(root / "library" / "shoot"),
+          file(writeFile(shoot / "take 1.mov", "original media bytes")),
+          bookmark(*media::makeBookmark(file)) {}
+    fs::path root, shoot, file;
     model::Bytes bookmark;
 };
 
@@ -42,64 +55,46 @@ TEST(Bookmark, RecordsTheFilesAbsolutePathAndSizeAndNothingElseDecodes) {
     EXPECT_EQ(id->path, lib.file);
     EXPECT_TRUE(id->path.is_absolute());
     EXPECT_EQ(id->size, std::string("original media bytes").size());
-
     EXPECT_FALSE(media::makeBookmark(lib.root / "absent.mov"));
     EXPECT_FALSE(media::makeBookmark(lib.root));
-    for (std::string junk : {"", "not json", "[1,2]",
-                             R"({"path":"relative.mov","device":1,)"
-                             R"("inode":2,"size":3,"modified":4})",
-                             R"({"path":"/a.mov"})"}) {
+    for (std::string junk :
+         {"", "not json", "[1,2]",
+          R"({"path":"relative.mov","device":1,"inode":2,"size":3,"modified":4})",
+          R"({"path":"/a.mov"})"}) {
         model::Bytes bytes(junk.begin(), junk.end());
         EXPECT_FALSE(media::decodeBookmark(bytes)) << junk;
-        EXPECT_FALSE(media::resolveBookmark(bytes, std::nullopt)) << junk;
+        EXPECT_FALSE(resolveBookmark(bytes, std::nullopt)) << junk;
     }
 }
 
-fs::path moveTo(const fs::path& file, const fs::path& destination) {
-    fs::create_directories(destination.parent_path());
-    fs::rename(file, destination);
-    return destination;
-}
-
-// The lookalike keeps the original's name, size and modification time.
-fs::path lookalikeOf(const fs::path& file, const fs::path& copy) {
-    fs::create_directories(copy.parent_path());
-    fs::copy_file(file, copy);
-    fs::last_write_time(copy, fs::last_write_time(file));
-    return copy;
-}
-
-TEST(Bookmark, FindsTheFileLeftInPlaceRenamedOrMovedToASiblingFolder) {
+TEST(Bookmark, FindsTheFileInPlaceRenamedMovedToASiblingOrIntoTheProjectFolderWhenToldIt) {
     Library lib("moves");
-    EXPECT_EQ(media::resolveBookmark(lib.bookmark, std::nullopt), lib.file);
+    EXPECT_EQ(resolveBookmark(lib.bookmark, std::nullopt), lib.file);
     const auto renamed = moveTo(lib.file, lib.shoot / "best take.mov");
-    EXPECT_EQ(media::resolveBookmark(lib.bookmark, std::nullopt), renamed);
+    EXPECT_EQ(resolveBookmark(lib.bookmark, std::nullopt), renamed);
     const auto sibling = moveTo(renamed, lib.root / "library" / "selects" / "take 1.mov");
-    EXPECT_EQ(media::resolveBookmark(lib.bookmark, std::nullopt), sibling);
+    EXPECT_EQ(resolveBookmark(lib.bookmark, std::nullopt), sibling);
     // The moved file itself wins over a lookalike where the search looks first.
     lookalikeOf(sibling, lib.shoot / "archive" / "take 1.mov");
-    EXPECT_EQ(media::resolveBookmark(lib.bookmark, std::nullopt), sibling);
-}
+    EXPECT_EQ(resolveBookmark(lib.bookmark, std::nullopt), sibling);
 
-TEST(Bookmark, FindsAFileMovedIntoTheProjectFolderOnlyWhenToldWhereThatIs) {
-    Library lib("project-folder");
-    auto projectFolder = lib.root / "projects" / "film";
-    const auto moved = moveTo(lib.file, projectFolder / "media" / "take 1.mov");
-    EXPECT_FALSE(media::resolveBookmark(lib.bookmark, std::nullopt));
-    EXPECT_EQ(media::resolveBookmark(lib.bookmark, projectFolder), moved);
+    Library far("project-folder");
+    const auto project = far.root / "projects" / "film";
+    const auto moved = moveTo(far.file, project / "media" / "take 1.mov");
+    EXPECT_FALSE(resolveBookmark(far.bookmark, std::nullopt));
+    EXPECT_EQ(resolveBookmark(far.bookmark, project), moved);
 }
 
 TEST(Bookmark, ACopyWithTheSameNameSizeAndModificationTimeStandsForTheFile) {
     Library lib("lookalike");
     const auto copy = lookalikeOf(lib.file, lib.root / "library" / "backup" / "take 1.mov");
     fs::remove(lib.file);
-    EXPECT_EQ(media::resolveBookmark(lib.bookmark, std::nullopt), copy);
-
+    EXPECT_EQ(resolveBookmark(lib.bookmark, std::nullopt), copy);
     // Under another name it is some other file.
     Library other("lookalike-renamed");
     lookalikeOf(other.file, other.shoot / "take 2.mov");
     fs::remove(other.file);
-    EXPECT_FALSE(media::resolveBookmark(other.bookmark, other.root));
+    EXPECT_FALSE(resolveBookmark(other.bookmark, other.root));
 }
 
 // Deleting first lets the file system hand the old inode number to a newcomer.
@@ -108,9 +103,7 @@ TEST(Bookmark, ADeletedFileOrAnotherInItsPlaceResolvesToNothing) {
         {"deleted", [](const Library&) {}},
         {"replaced", [](const Library& lib) { writeFile(lib.file, "other media, other length"); }},
         {"inode-reuse",
-         [](const Library& lib) {
-             writeFile(lib.shoot / "unrelated.mov", "a different recording");
-         }},
+         [](const Library& lib) { writeFile(lib.shoot / "unrelated.mov", "a different take"); }},
         {"same-size",
          [](const Library& lib) {
              writeFile(lib.file, "ORIGINAL MEDIA BYTES");
@@ -121,7 +114,7 @@ TEST(Bookmark, ADeletedFileOrAnotherInItsPlaceResolvesToNothing) {
         Library lib(name);
         fs::remove(lib.file);
         arrive(lib);
-        EXPECT_FALSE(media::resolveBookmark(lib.bookmark, lib.root)) << name;
+        EXPECT_FALSE(resolveBookmark(lib.bookmark, lib.root)) << name;
     }
 }
 

@@ -26,7 +26,7 @@ constexpr double kTolerance = media::kFilmstripToleranceSeconds + 1e-9;
 constexpr int kNumberedRate = 5;
 
 std::filesystem::path numbered(const std::string& name, double seconds,
-                               const std::string& encoder = "-preset ultrafast -g 1000") {
+                               const std::string& encoder) {
     return makeMedia(name, "-f lavfi -i color=c=black:size=64x36:rate=" +
                                std::to_string(kNumberedRate) + " -t " + std::to_string(seconds) +
                                " -vf \"geq=lum='if(bitand(N,pow(2,floor(X/8))),235,16)':cb=128:"
@@ -52,25 +52,24 @@ TEST(FilmstripTimes, OneFramePerSecondAndAHalfFromThreeToTwentyFourInTheMiddlesO
     EXPECT_EQ(filmstripTimes(3600).size(), 24u);
     EXPECT_EQ(filmstripTimes(3), (std::vector<double>{0.5, 1.5, 2.5}));
     // 1/6 s rounds to a 600th of a second.
-    const auto times = filmstripTimes(1);
-    ASSERT_EQ(times.size(), 3u);
-    EXPECT_DOUBLE_EQ(times[0], 100.0 / 600);
-    EXPECT_DOUBLE_EQ(times[2], 500.0 / 600);
+    EXPECT_EQ(filmstripTimes(1), (std::vector<double>{100.0 / 600, 300.0 / 600, 500.0 / 600}));
     for (double duration : {0.0, -3.0, kNaN, kInfinity, 1e300})
         EXPECT_TRUE(filmstripTimes(duration).empty()) << duration;
     EXPECT_TRUE(generateFilmstrip(testing_support::scratchDir() / "no-such-file.mp4", 1).empty());
-    EXPECT_TRUE(generateFilmstrip(numbered("numbered_1s.mp4", 1), kNaN).empty());
+    EXPECT_TRUE(generateFilmstrip(numbered("numbered_2s.mp4", 2, "-preset ultrafast -g 1000"), kNaN)
+                    .empty());
 }
 
 TEST(Filmstrip, FramesComeUprightFromWithinTheToleranceOfTheirTimesWhateverTheKeyframeSpacing) {
+    const std::string fast = "-preset ultrafast ";
     struct Source {
         std::string name;
         double seconds;
         std::string encoder;
         bool turned = false;
+        double asked = 0;  // the length the filmstrip is asked for, if not the file's
     };
-    const std::string fast = "-preset ultrafast ";
-    for (const auto& [name, seconds, encoder, turned] : {
+    for (const auto& [name, seconds, encoder, turned, asked] : {
              // One keyframe at the start, so every frame after it is a decode away.
              Source{"numbered_36s.mp4", 36, fast + "-g 1000"},
              // A keyframe every second puts some in the windows and some not.
@@ -82,37 +81,27 @@ TEST(Filmstrip, FramesComeUprightFromWithinTheToleranceOfTheirTimesWhateverTheKe
                     fast + "-g 5 -movflags +frag_keyframe+empty_moov"},
              // Turned a quarter clockwise, the bars run down the picture from its top.
              Source{"numbered_7.5s.mp4", 7.5, fast + "-g 1000", true},
+             // Asked as if 10 s long, a 2-second clip serves only the first of 6 times.
+             Source{"numbered_2s.mp4", 2, fast + "-g 1000", false, 10},
          }) {
         SCOPED_TRACE(name);
-        const auto file = turned ? testing_support::turnedCopy("cw90_" + name,
-                                                               numbered(name, seconds, encoder), 90)
-                                 : numbered(name, seconds, encoder);
-        const auto times = filmstripTimes(seconds);
-        const auto frames = generateFilmstrip(file, seconds);
+        const auto plain = numbered(name, seconds, encoder);
+        const auto file = turned ? testing_support::turnedCopy("cw90_" + name, plain, 90) : plain;
+        const double length = asked > 0 ? asked : seconds;
+        auto times = filmstripTimes(length);
+        if (asked > 0) times.resize(1);
+        const auto frames = media::generateFilmstripFrames(file, length);
         ASSERT_EQ(frames.size(), times.size());
+        EXPECT_EQ(generateFilmstrip(file, length).size(), times.size());
         for (std::size_t i = 0; i < frames.size(); ++i) {
-            ASSERT_TRUE(frames[i]);
+            EXPECT_EQ(frames[i].seconds, times[i]);
+            ASSERT_TRUE(frames[i].image);
             // A small picture is not enlarged.
-            EXPECT_EQ(frames[i]->width, turned ? 36 : 64);
-            EXPECT_EQ(frames[i]->height, turned ? 64 : 36);
-            EXPECT_NEAR(shownSeconds(*frames[i], turned), times[i], kTolerance) << "frame " << i;
+            EXPECT_EQ(std::pair(frames[i].image->width, frames[i].image->height),
+                      turned ? std::pair(36, 64) : std::pair(64, 36));
+            EXPECT_NEAR(shownSeconds(*frames[i].image, turned), times[i], kTolerance) << i;
         }
     }
-}
-
-TEST(Filmstrip, EachFrameCarriesItsTimeAndTimesPastTheEndOfTheVideoAreSkipped) {
-    const auto whole = media::generateFilmstripFrames(numbered("numbered_7.5s.mp4", 7.5), 7.5);
-    std::vector<double> times;
-    for (const auto& frame : whole) times.push_back(frame.seconds);
-    EXPECT_EQ(times, filmstripTimes(7.5));
-
-    // Asked as if 10 s long, a 2-second clip serves only the first of 6 times (0.83 s).
-    const auto cut = media::generateFilmstripFrames(numbered("numbered_2s.mp4", 2), 10);
-    ASSERT_EQ(cut.size(), 1u);
-    EXPECT_EQ(cut[0].seconds, filmstripTimes(10)[0]);
-    ASSERT_TRUE(cut[0].image);
-    EXPECT_NEAR(shownSeconds(*cut[0].image), 10.0 / 12, kTolerance);
-    EXPECT_EQ(generateFilmstrip(numbered("numbered_2s.mp4", 2), 10).size(), 1u);
 }
 
 }  // namespace

@@ -19,36 +19,24 @@ namespace {
 namespace samples = sample_media;
 namespace fs = std::filesystem;
 
-TEST(LocalMediaServices, AnImportedClipIsEnrichedFromItsFile) {
+TEST(LocalMediaServices, ImportedClipsAreEnrichedFromTheirFilesSharingWhatWasReadFromOne) {
     common::ThreadPoolExecutor executor{2};
     model::Project project{{&executor, std::make_shared<media::LocalMediaServices>()}};
-    project.importURLs({samples::h264Mp4(), samples::aacM4a(), samples::h264VideoOnlyMp4()});
+    project.importURLs({samples::h264Mp4(), samples::tone("m4a", "aac"),
+                        samples::h264VideoOnlyMp4(), samples::h264Mp4()});
     executor.drain();
-    ASSERT_EQ(project.clips().size(), 3u);
-
-    const model::Clip& movie = project.clips()[0];
-    EXPECT_EQ(movie.filmstrip.size(), 3u);
-    ASSERT_TRUE(movie.waveform && movie.waveformPeaks);
-    EXPECT_EQ(movie.waveformPeaks->size(), 1600u);
-    EXPECT_EQ(movie.waveform->width, media::waveform::kImageWidth);
-    EXPECT_TRUE(project.clips()[1].filmstrip.empty() && project.clips()[1].waveformPeaks);
-    EXPECT_EQ(project.clips()[2].filmstrip.size(), 3u);
-    EXPECT_FALSE(project.clips()[2].waveformPeaks);
-}
-
-TEST(LocalMediaServices, ClipsOfOneFileShareWhatWasReadFromIt) {
-    common::ThreadPoolExecutor executor{2};
-    model::Project project{{&executor, std::make_shared<media::LocalMediaServices>()}};
-    project.importURLs({samples::h264Mp4(), samples::h264Mp4()});
-    executor.drain();
-    ASSERT_EQ(project.clips().size(), 2u);
-    const model::Clip& first = project.clips()[0];
-    const model::Clip& second = project.clips()[1];
-    EXPECT_NE(first.id, second.id);
-    ASSERT_FALSE(first.filmstrip.empty());
-    EXPECT_EQ(first.filmstrip, second.filmstrip);
-    ASSERT_TRUE(first.waveform);
-    EXPECT_EQ(first.waveform, second.waveform);
+    const auto& clips = project.clips();
+    ASSERT_EQ(clips.size(), 4u);
+    EXPECT_EQ(clips[0].filmstrip.size(), 3u);
+    ASSERT_TRUE(clips[0].waveform && clips[0].waveformPeaks);
+    EXPECT_EQ(clips[0].waveformPeaks->size(), 1600u);
+    EXPECT_EQ(clips[0].waveform->width, media::waveform::kImageWidth);
+    EXPECT_TRUE(clips[1].filmstrip.empty() && clips[1].waveformPeaks);
+    EXPECT_EQ(clips[2].filmstrip.size(), 3u);
+    EXPECT_FALSE(clips[2].waveformPeaks);
+    EXPECT_NE(clips[3].id, clips[0].id);
+    EXPECT_EQ(clips[3].filmstrip, clips[0].filmstrip);
+    EXPECT_EQ(clips[3].waveform, clips[0].waveform);
 }
 
 TEST(LocalMediaServices, ASecondProbeOfOneFileAnswersItsOwnIdAndBookmarkFromTheFirstRead) {

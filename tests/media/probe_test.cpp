@@ -1,10 +1,14 @@
 #include "media/probe.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
 #include <fstream>
-#include <functional>
-#include <iterator>
+#include <future>
+#include <sstream>
 #include <string>
 #include <utility>
 
@@ -15,19 +19,22 @@
 #include "media/thumbnail.h"
 #include "media/waveform.h"
 #include "support/media_fixtures.h"
+#include "support/random_bytes.h"
 
 namespace {
 
+namespace fs = std::filesystem;
+namespace samples = sample_media;
 using media::probeClip;
-using media::ThumbnailPolicy;
 using sample_media::kH264;
 using sample_media::kTone;
+using sample_media::patched;
 using sample_media::picture;
+using testing_support::makeFile;
 using testing_support::makeMedia;
-namespace samples = sample_media;
 
-common::Uuid someId() {
-    return common::Uuid::random();
+common::Result<model::Clip> probe(const fs::path& file) {
+    return probeClip(file, std::nullopt, common::Uuid::random());
 }
 
 // The image is as large as a `maxWidth` x `maxHeight` box allows for a picture shown at
@@ -44,16 +51,17 @@ void expectFitted(const model::Image& image, double width, double height, int ma
 
 TEST(ProbeClip, H264Mp4FillsEveryFieldTheSameEachTime) {
     const auto file = samples::h264Mp4();
-    const auto id = someId();
+    const auto id = common::Uuid::random();
     const model::Bytes bookmark{1, 2, 3};
     auto probed = probeClip(file, bookmark, id);
     ASSERT_TRUE(probed) << probed.error().message;
-    EXPECT_NEAR(probed->fullDurationSeconds, 1.0, 1.0 / 30);
     ASSERT_TRUE(probed->thumbnail);
     // The test pattern's leftmost bar is red, and the thumbnail is opaque.
     const auto left = samples::pixel(*probed->thumbnail, 5, probed->thumbnail->height / 2);
-    EXPECT_TRUE(samples::isRed(left)) << left.r << "," << left.g << "," << left.b;
-    EXPECT_EQ(left.a, 255);
+    EXPECT_TRUE(samples::isRed(left) && left.a == 255) << left.r << "," << left.g << "," << left.b;
+    ASSERT_FALSE(probed->copyFacts.keyframeSeconds.empty());
+    EXPECT_NEAR(probed->copyFacts.keyframeSeconds.front(), 0.0, 1e-6);
+    EXPECT_NEAR(probed->fullDurationSeconds, 1.0, 1.0 / 30);
 
     // Everything else is the untouched default of a fresh clip.
     model::Clip expected;
@@ -72,11 +80,9 @@ TEST(ProbeClip, H264Mp4FillsEveryFieldTheSameEachTime) {
     expected.copyFacts.audioProfile = "LC";
     expected.copyFacts.keyframeSeconds = probed->copyFacts.keyframeSeconds;
     EXPECT_EQ(*probed, expected);
-    ASSERT_FALSE(probed->copyFacts.keyframeSeconds.empty());
-    EXPECT_NEAR(probed->copyFacts.keyframeSeconds.front(), 0.0, 1e-6);
 
-    // Probed again, skipping the thumbnail, only the id the caller gives differs.
-    auto again = probeClip(file, bookmark, someId(), ThumbnailPolicy::skip);
+    // Again without the thumbnail: only the id the caller gives differs.
+    auto again = probeClip(file, bookmark, common::Uuid::random(), media::ThumbnailPolicy::skip);
     ASSERT_TRUE(again);
     EXPECT_FALSE(again->thumbnail);
     again->id = id;
@@ -84,253 +90,237 @@ TEST(ProbeClip, H264Mp4FillsEveryFieldTheSameEachTime) {
     EXPECT_EQ(*again, *probed);
 }
 
-// One file of each kind the import accepts, and what the probe and the enrichments find.
-struct Expected {
-    std::string label;
-    std::function<std::filesystem::path()> make;
-    std::string fingerprint;
-    bool hasVideo = false;
-    bool hasAudio = true;
-    double durationSeconds = 1;
-    double frameRate = 0;
-    model::Size naturalSize;
-    int rotationDegrees = 0;
-};
-
-// Makes the file only when a test needs it.
-template <typename Make, typename... Args>
-std::function<std::filesystem::path()> later(Make make, Args... args) {
-    return [=] { return make(args...); };
+// What the probe found: fingerprint, then the shown size, frame rate and turn of a picture,
+// and whether there is sound.
+std::string facts(const model::Clip& clip) {
+    std::ostringstream text;
+    text << clip.fingerprint;
+    if (clip.hasVideo)
+        text << " " << clip.naturalSize.width << "x" << clip.naturalSize.height << "@"
+             << clip.frameRate;
+    if (clip.rotationDegrees != 0) text << " turned " << clip.rotationDegrees;
+    if (clip.hasAudio) text << " sound";
+    return text.str();
 }
 
-Expected sound(std::string label, std::function<std::filesystem::path()> make,
-               std::string fingerprint, double seconds = 1) {
-    return {std::move(label), std::move(make), std::move(fingerprint), false, true, seconds};
+// Matroska written to a pipe has no Duration element.
+fs::path pipedMkv() {
+    const auto piped = testing_support::scratchDir() / "piped.mkv";
+    EXPECT_EQ(
+        testing_support::run(std::string(VANTRELL_FFMPEG) + " -nostdin -y -v error " +
+                             picture(320, 240) + kTone + "-t 2 " + kH264 +
+                             "-c:a aac -f matroska - > " + testing_support::quote(piped.string())),
+        0);
+    return piped;
 }
 
-Expected movie(std::string label, std::function<std::filesystem::path()> make,
-               std::string fingerprint, bool hasAudio, double width, double height,
-               double seconds = 1, double rate = 30, int rotation = 0) {
-    return {
-        std::move(label), std::move(make), std::move(fingerprint), true, hasAudio, seconds, rate,
-        {width, height},  rotation};
-}
-
-// An MKV whose track says each frame lasts one millisecond (its clock's unit, as some
-// writers put it there) while its frames come 30 a second.
-std::filesystem::path mkvClaimingAThousandFps() {
-    const auto made = testing_support::makeMedia(
-        "h264_1000fps_source.mkv", samples::picture(320, 240) + "-t 1 " + samples::kH264);
-    std::ifstream in(made, std::ios::binary);
-    std::string bytes{std::istreambuf_iterator<char>(in), {}};
-    const std::string defaultDuration{"\x23\xE3\x83"};
-    const auto at = bytes.find(defaultDuration);
-    if (at == std::string::npos) {
-        ADD_FAILURE() << made << " says nothing of its frames' length";
-        return made;
-    }
-    const unsigned size = static_cast<unsigned char>(bytes[at + 3]) & 0x7Fu;
-    for (unsigned i = 0; i < size; ++i)
-        bytes[at + 4 + i] = static_cast<char>((1'000'000ull >> (8 * (size - 1 - i))) & 0xFF);
-    const auto claims = made.parent_path() / "h264_1000fps.mkv";
-    std::ofstream(claims, std::ios::binary) << bytes;
-    return claims;
-}
-
-void PrintTo(const Expected& e, std::ostream* os) {
-    *os << e.label;
-}
-
-class ProbeClipFormatTest : public testing::TestWithParam<Expected> {};
-
-TEST_P(ProbeClipFormatTest, FindsStreamsAndFingerprintAndFeedsEveryEnrichment) {
-    const Expected& expected = GetParam();
-    const auto file = expected.make();
-    auto probed = probeClip(file, std::nullopt, someId());
-    ASSERT_TRUE(probed) << probed.error().message;
-    const model::Clip& clip = *probed;
-
-    EXPECT_FALSE(clip.bookmark);
-    EXPECT_EQ(clip.hasVideo, expected.hasVideo);
-    EXPECT_EQ(clip.hasAudio, expected.hasAudio);
-    EXPECT_EQ(clip.isOnVideoRow(), expected.hasVideo);
-    EXPECT_EQ(clip.isOnAudioRow(), expected.hasAudio);
-    // Within one frame of the file's own rate: a muxer may close on a frame boundary.
-    const double oneFrame = 1 / (expected.frameRate > 0 ? expected.frameRate : 30);
-    EXPECT_NEAR(clip.fullDurationSeconds, expected.durationSeconds, oneFrame + 1e-9);
-    EXPECT_EQ(clip.outSeconds, clip.fullDurationSeconds);
-    EXPECT_NEAR(clip.frameRate, expected.frameRate, 0.001);
-    EXPECT_EQ(clip.naturalSize, expected.naturalSize);
-    EXPECT_EQ(clip.rotationDegrees, expected.rotationDegrees);
-    EXPECT_EQ(clip.fingerprint, expected.fingerprint);
-
-    const auto filmstrip = media::generateFilmstrip(file, clip.fullDurationSeconds);
-    const auto peaks = media::waveform::extractPeaks(file, 1600);
-    EXPECT_EQ(static_cast<bool>(peaks), expected.hasAudio);
-    if (peaks) {
-        EXPECT_EQ(peaks->size(), 1600u);
-        EXPECT_GT(*std::max_element(peaks->begin(), peaks->end()), 0.1f);
-    }
-    if (!expected.hasVideo) {
-        EXPECT_FALSE(clip.thumbnail);
-        EXPECT_TRUE(filmstrip.empty());
-        return;
-    }
-    // Pictures are fitted in their display shape.
-    const bool quarterTurn = expected.rotationDegrees % 180 != 0;
-    const double width = quarterTurn ? expected.naturalSize.height : expected.naturalSize.width;
-    const double height = quarterTurn ? expected.naturalSize.width : expected.naturalSize.height;
-    expectFitted(clip.thumbnail, width, height, media::kThumbnailMaxWidth,
-                 media::kThumbnailMaxHeight);
-    EXPECT_EQ(filmstrip.size(), media::filmstripTimes(clip.fullDurationSeconds).size());
-    for (const auto& frame : filmstrip)
-        expectFitted(frame, width, height, media::kFilmstripFrameMaxWidth,
-                     media::kFilmstripFrameMaxHeight);
-}
-
-const std::string kHevc = "-c:v libx265 -preset ultrafast -x265-params log-level=error ";
-const std::string kAvc1 = "v:1635148593:320x240";
-const std::string kHvc1 = "v:1752589105:320x240";
-const std::string kApch = "v:1634755432:160x120";  // ProRes is named by its profile
-const std::string kAac = "a:1633772320";           // the same in every container
-const std::string kMp3 = "a:778924083";            // ".mp3"
-
-INSTANTIATE_TEST_SUITE_P(
-    Containers, ProbeClipFormatTest,
-    testing::Values(
-        movie("H264InMp4", samples::h264Mp4, kAvc1, true, 320, 240),
-        movie("VideoOnlyMp4", samples::h264VideoOnlyMp4, kAvc1, false, 320, 240),
-        movie("PortraitH264",
-              later(makeMedia, "h264_240x320.mp4", picture(240, 320) + "-t 0.5 " + kH264),
-              "v:1635148593:240x320", false, 240, 320, 0.5),
-        // Pixels twice as wide as tall are shown at twice the stored width.
-        movie("NonSquarePixels",
-              later(makeMedia, "anamorphic.mp4",
-                    picture(240, 180) + "-t 1 -vf setsar=4/3 " + kH264),
-              "v:1635148593:240x180", false, 320, 180),
-        // A rotated clip keeps its stored size and reports its clockwise turn.
-        movie("TurnedClockwise", samples::rotatedClockwise90Mp4, kAvc1, false, 320, 240, 1, 30, 90),
-        movie("TurnedCounterClockwise", samples::rotatedClockwise270Mp4, kAvc1, false, 320, 240, 1,
-              30, 270),
-        // A MOV-family file keeps its own sample entry code; others get hvc1.
-        movie("HevcInMkv", later(makeMedia, "hevc.mkv", picture(320, 240) + "-t 1 " + kHevc), kHvc1,
-              false, 320, 240),
-        // A rate that is only the container's clock is not the frames' rate.
-        movie("MkvClaimingAThousandFps", mkvClaimingAThousandFps, kAvc1, false, 320, 240),
-        // Matroska's stated rate is a guess; the frames' times tell.
-        movie("MkvStatingTwiceItsRate",
-              later(makeMedia, "h264_rate_twice.mkv",
-                    picture(320, 240) + "-t 1 " + kH264 + "-fps_mode passthrough -r 60"),
-              kAvc1, false, 320, 240),
-        // hev1 is the sample entry FFmpeg writes for HEVC in MP4 unless told otherwise.
-        movie("HevcHev1InMp4",
-              later(makeMedia, "hevc_hev1.mp4", picture(320, 240) + "-t 1 " + kHevc),
-              "v:1751479857:320x240", false, 320, 240),
-        movie("Mpeg4InAvi",
-              later(makeMedia, "mpeg4_mp3.avi",
-                    picture(320, 240, 25) + kTone + "-t 1 -c:v mpeg4 -c:a libmp3lame"),
-              "v:1836070006:320x240", true, 320, 240, 1, 25),
-        movie(
-            "Vp9InWebm",
-            later(makeMedia, "vp9_opus.webm",
-                  picture(160, 120) + kTone +
-                      "-t 1 -c:v libvpx-vp9 -deadline realtime -cpu-used 8 -b:v 200k -c:a libopus"),
-            "v:1987063865:160x120", true, 160, 120),
-        movie("ProResInMov",
-              later(makeMedia, "prores_hq.mov",
-                    picture(160, 120) + "-t 0.2 -c:v prores_ks -profile:v 3"),
-              kApch, false, 160, 120, 0.2),
-        sound("AacInM4a", samples::aacM4a, kAac),
-        // A transport stream measures its length from its packets' times.
-        sound("AacInTs", later(samples::tone, "ts", "aac"), kAac, 0.96),
-        sound("Mp3", later(samples::tone, "mp3", "libmp3lame"), kMp3),
-        sound("PcmInWav", later(samples::tone, "wav", "pcm_s16le"), "a:1819304813"),  // lpcm
-        sound("Flac", later(samples::tone, "flac", "flac"), "a:1718378851"),
-        sound("OpusInOgg", later(samples::tone, "ogg", "libopus"), "a:1869641075"),
-        // Cover art is not a video track.
-        sound("Mp3WithCoverArt",
-              later(makeMedia, "tone_cover.mp3",
-                    kTone + "-f lavfi -i color=c=red:size=64x64 -map 0 -map 1 -t 1 -frames:v 1 "
-                            "-c:a libmp3lame -c:v png -disposition:v attached_pic"),
-              kMp3)),
-    [](const testing::TestParamInfo<Expected>& info) { return info.param.label; });
-
-// Files whose container states no length, or only a guess from the bit rate of the first
-// frames: the length is measured from their packets.
-TEST(ProbeClip, LengthComesFromThePacketsWhereTheContainerHasNoneOrOnlyAGuess) {
-    using testing_support::quote;
-    const auto dir = testing_support::freshDir("probe-lengths");
-    // Matroska written to a pipe has no Duration element.
-    const auto piped = dir / "piped.mkv";
-    ASSERT_EQ(testing_support::run(std::string(VANTRELL_FFMPEG) + " -nostdin -v error " +
-                                   picture(320, 240) + kTone + "-t 2 " + kH264 +
-                                   "-c:a aac -f matroska - > " + quote(piped.string())),
-              0);
-    // Silence then noise: the guess from the first frames' rate is eight times too long.
-    const auto adts =
-        makeMedia("silence_then_noise.aac",
-                  "-f lavfi -i \"aevalsrc=if(lt(t\\,1)\\,0\\,random(0)-0.5):s=48000:d=4\" -c:a aac "
-                  "-q:a 2 -f adts");
-    // A fragmented movie whose track headers say "unknown" (all ones) for their lengths.
-    const auto fragmented =
-        makeMedia("fragmented.mp4",
-                  picture(320, 240) + "-t 2 " + kH264 + "-movflags frag_keyframe+empty_moov -g 15");
-    std::string bytes = testing_support::contentsOf(fragmented);
+// A fragmented movie whose track headers say "unknown" (all ones) for their lengths.
+fs::path unknownLengths() {
+    std::string bytes = testing_support::contentsOf(makeMedia(
+        "fragmented.mp4",
+        picture(320, 240) + "-t 2 " + kH264 + "-movflags frag_keyframe+empty_moov -g 15"));
     for (auto at = bytes.find("mdhd"); at != std::string::npos; at = bytes.find("mdhd", at + 4))
         bytes.replace(at + 20, 4, "\xff\xff\xff\xff");
-    const auto unknown = dir / "unknown_lengths.mp4";
-    std::ofstream(unknown, std::ios::binary) << bytes;
-    for (const auto& [file, seconds] :
-         {std::pair{piped, 2.0}, std::pair{adts, 4.0}, std::pair{unknown, 2.0}}) {
-        auto probed = probeClip(file, std::nullopt, someId());
+    return makeFile("unknown_lengths.mp4", bytes);
+}
+
+TEST(ProbeClip, FindsStreamsAndFingerprintAndFeedsEveryEnrichmentInEachFormat) {
+    const std::string hevc = "-t 1 -c:v libx265 -preset ultrafast -x265-params log-level=error";
+    const std::string avc1 = "v:1635148593:320x240 320x240@30";
+    struct Format {
+        fs::path file;
+        std::string facts;
+        double seconds = 1;
+    };
+    for (const auto& [file, expected, seconds] : {
+             Format{samples::h264VideoOnlyMp4(), avc1},
+             // Pixels twice as wide as tall are shown at twice the stored width.
+             Format{makeMedia("anamorphic.mp4", picture(240, 180) + "-t 1 -vf setsar=4/3 " + kH264),
+                    "v:1635148593:240x180 320x180@30"},
+             Format{samples::turned(90), avc1 + " turned 90"},
+             Format{samples::turned(270), avc1 + " turned 270"},
+             // Only MOV-family files keep their own sample entry code; others get hvc1.
+             Format{makeMedia("hevc.mkv", picture(320, 240) + hevc),
+                    "v:1752589105:320x240 320x240@30"},
+             Format{makeMedia("hevc_hev1.mp4", picture(320, 240) + hevc),
+                    "v:1751479857:320x240 320x240@30"},
+             // A track saying each frame lasts a millisecond (its clock's unit) while frames
+             // come 30 a second, and one stating twice its rate: the frames' times tell.
+             Format{
+                 patched(makeMedia("h264_1000fps_source.mkv", picture(320, 240) + "-t 1 " + kH264),
+                         "h264_1000fps.mkv", "\x23\xE3\x83\x84\x01\xFC\xA0\x55",
+                         std::string("\x23\xE3\x83\x84\x00\x0F\x42\x40", 8)),
+                 avc1},
+             Format{makeMedia("h264_rate_twice.mkv",
+                              picture(320, 240) + "-t 1 " + kH264 + "-fps_mode passthrough -r 60"),
+                    avc1},
+             Format{makeMedia("mpeg4_mp3.avi",
+                              picture(320, 240, 25) + kTone + "-t 1 -c:v mpeg4 -c:a libmp3lame"),
+                    "v:1836070006:320x240 320x240@25 sound"},
+             Format{makeMedia("vp9_opus.webm", picture(160, 120) + kTone +
+                                                   "-t 1 -c:v libvpx-vp9 -deadline realtime "
+                                                   "-cpu-used 8 -b:v 200k -c:a libopus"),
+                    "v:1987063865:160x120 160x120@30 sound"},
+             // ProRes is named by its profile.
+             Format{makeMedia("prores_hq.mov",
+                              picture(160, 120) + "-t 0.2 -c:v prores_ks -profile:v 3"),
+                    "v:1634755432:160x120 160x120@30", 0.2},
+             Format{samples::tone("m4a", "aac"), "a:1633772320 sound"},
+             // Where the container states no length, or only a guess from the bit rate of
+             // the first frames, the length is measured from the packets' times.
+             Format{samples::tone("ts", "aac"), "a:1633772320 sound", 0.96},
+             Format{pipedMkv(), avc1 + " sound", 2},
+             Format{unknownLengths(), avc1, 2},
+             // Silence then noise: the guess from the first frames is eight times too long.
+             Format{makeMedia("silence_then_noise.aac",
+                              "-f lavfi -i \"aevalsrc=if(lt(t\\,1)\\,0\\,random(0)-0.5):s=48000:"
+                              "d=4\" -c:a aac -q:a 2 -f adts"),
+                    "a:1633772320 sound", 4},
+             Format{samples::tone("mp3", "libmp3lame"), "a:778924083 sound"},
+             Format{samples::tone("wav", "pcm_s16le"), "a:1819304813 sound"},
+             Format{samples::tone("flac", "flac"), "a:1718378851 sound"},
+             Format{samples::tone("ogg", "libopus"), "a:1869641075 sound"},
+             // Cover art is not a video track.
+             Format{makeMedia("tone_cover.mp3",
+                              kTone + "-f lavfi -i color=c=red:size=64x64 -map 0 -map 1 -t 1 "
+                                      "-frames:v 1 -c:a libmp3lame -c:v png -disposition:v "
+                                      "attached_pic"),
+                    "a:778924083 sound"},
+         }) {
+        SCOPED_TRACE(file.filename().string());
+        auto probed = probe(file);
         ASSERT_TRUE(probed) << probed.error().message;
-        EXPECT_NEAR(probed->fullDurationSeconds, seconds, 1.0 / 30) << file;
-        EXPECT_EQ(probed->outSeconds, probed->fullDurationSeconds);
+        const model::Clip& clip = *probed;
+        EXPECT_EQ(facts(clip), expected);
+        // Within one frame: a muxer may close on a frame boundary.
+        EXPECT_NEAR(clip.fullDurationSeconds, seconds,
+                    1 / (clip.hasVideo ? clip.frameRate : 30) + 1e-9);
+        EXPECT_EQ(clip.outSeconds, clip.fullDurationSeconds);
+
+        const auto filmstrip = media::generateFilmstrip(file, clip.fullDurationSeconds);
+        const auto peaks = media::waveform::extractPeaks(file, 1600);
+        ASSERT_EQ(static_cast<bool>(peaks), clip.hasAudio);
+        if (peaks) {
+            EXPECT_GT(*std::max_element(peaks->begin(), peaks->end()), 0.1f);
+        }
+        if (!clip.hasVideo) {
+            EXPECT_FALSE(clip.thumbnail);
+            EXPECT_TRUE(filmstrip.empty());
+            continue;
+        }
+        // Pictures are fitted in their display shape.
+        const bool quarterTurn = clip.rotationDegrees % 180 != 0;
+        const double width = quarterTurn ? clip.naturalSize.height : clip.naturalSize.width;
+        const double height = quarterTurn ? clip.naturalSize.width : clip.naturalSize.height;
+        expectFitted(clip.thumbnail, width, height, media::kThumbnailMaxWidth,
+                     media::kThumbnailMaxHeight);
+        EXPECT_EQ(filmstrip.size(), media::filmstripTimes(clip.fullDurationSeconds).size());
+        for (const auto& frame : filmstrip)
+            expectFitted(frame, width, height, media::kFilmstripFrameMaxWidth,
+                         media::kFilmstripFrameMaxHeight);
     }
 }
 
-model::Image thumbnailOf(const std::filesystem::path& file) {
-    auto probed = media::probeClip(file, std::nullopt, common::Uuid::random());
-    EXPECT_TRUE(probed) << probed.error().message;
+model::Image thumbnailOf(const fs::path& file) {
+    auto probed = probe(file);
+    EXPECT_TRUE(probed && probed->thumbnail) << file;
     return probed ? probed->thumbnail : nullptr;
 }
 
-TEST(Thumbnail, RotatedClipComesOutUpright) {
+// Blue frames at 30 per second that turn red from frame `firstRed` on; B-frames and a
+// single keyframe put the poster frame a decode away from the seek point.
+fs::path turningRed(const std::string& name, int firstRed, const std::string& length) {
+    return makeMedia(name, "-f lavfi -i color=c=blue:size=160x120:rate=30 " + length +
+                               " -vf \"drawbox=c=red:t=fill:enable='gte(n," +
+                               std::to_string(firstRed) +
+                               ")'\" -c:v libx264 -preset superfast -bf 2 -g 300 -pix_fmt yuv420p");
+}
+
+TEST(Thumbnail, IsUprightAndShowsTheFrameAtATenthOfASecondOrTheLast) {
     // Turned a quarter clockwise, the red left bar of the picture runs along the top.
-    const auto clockwise = thumbnailOf(samples::rotatedClockwise90Mp4());
+    const auto clockwise = thumbnailOf(samples::turned(90));
     ASSERT_TRUE(clockwise);
     EXPECT_LT(clockwise->width, clockwise->height);
     EXPECT_TRUE(samples::isRed(samples::pixel(*clockwise, clockwise->width / 2, 3)));
+    const auto counter = thumbnailOf(samples::turned(270));
+    ASSERT_TRUE(counter);
+    EXPECT_TRUE(samples::isRed(samples::pixel(*counter, counter->width / 2, counter->height - 4)));
 
-    const auto counterClockwise = thumbnailOf(samples::rotatedClockwise270Mp4());
-    ASSERT_TRUE(counterClockwise);
-    EXPECT_TRUE(samples::isRed(samples::pixel(*counterClockwise, counterClockwise->width / 2,
-                                              counterClockwise->height - 4)));
+    // At 30 frames per second frame 3 starts at 0.1 s; a clip shorter than that gives its
+    // last frame.
+    for (const auto& [file, red] : {std::pair{turningRed("red_from_frame3.mp4", 3, "-t 1"), true},
+                                    {turningRed("red_from_frame4.mp4", 4, "-t 1"), false},
+                                    {turningRed("two_frames.mp4", 1, "-frames:v 2"), true}}) {
+        const auto poster = thumbnailOf(file);
+        ASSERT_TRUE(poster);
+        const auto centre = samples::pixel(*poster, 80, 60);
+        EXPECT_TRUE(red ? samples::isRed(centre) : samples::isBlue(centre)) << file;
+    }
 }
 
-// Blue frames at 30 per second that turn red from frame `firstRed` on; B-frames and a
-// single keyframe make the poster frame a decode away from the seek point.
-std::filesystem::path turningRed(const std::string& name, int firstRed, const std::string& length) {
-    return testing_support::makeMedia(
-        name, "-f lavfi -i color=c=blue:size=160x120:rate=30 " + length +
-                  " -vf \"drawbox=c=red:t=fill:enable='gte(n," + std::to_string(firstRed) +
-                  ")'\" -c:v libx264 -preset superfast -bf 2 -g 300 -pix_fmt yuv420p");
+TEST(ProbeClip, RefusesWhatIsNotMediaInAFullSentenceNamingTheFile) {
+    using testing_support::randomBytes;
+    const auto srt = makeFile("line.srt", "1\n00:00:00,000 --> 00:00:01,000\nHello\n");
+    for (const auto& [file, reason] : {
+             std::pair{makeFile("r.mp3", randomBytes(65536)), "r.mp3"},
+             {makeFile("r.mp4", randomBytes(65536)), "r.mp4"},
+             {makeFile("empty.wav", ""), "empty.wav"},
+             {makeFile("notes.mov", "not a movie\n"), "notes.mov"},
+             {testing_support::scratchDir() / "gone.mp4", "gone.mp4"},
+             // The ffmpeg tool writes the index after the samples unless asked otherwise.
+             {samples::firstBytes(samples::h264Mp4(), "h264_aac_cut.mp4", 4096),
+              "h264_aac_cut.mp4"},
+             {makeMedia("subtitle_only.mkv",
+                        "-i " + testing_support::quote(srt.string()) + " -c:s srt"),
+              "neither video nor audio"},
+             // Raw grey pictures whose track claims they are 65535 pixels wide.
+             {patched(makeMedia("raw_pictures.mkv",
+                                "-f lavfi -i color=gray:size=256x256:rate=5 "
+                                "-t 0.2 -c:v rawvideo -pix_fmt gray"),
+                      "claims_huge_pictures.mkv", std::string("\xB0\x82\x01\x00", 4),
+                      std::string("\xB0\x82\xFF\xFF", 4)),
+              "65535x256"},
+             // Half a second whose segment claims 10^12 s: Duration 500.0 (ms) as a
+             // big-endian double, then 10^15.
+             {patched(makeMedia("short_pcm.mka",
+                                "-f lavfi -i sine=sample_rate=8000 -t 0.5 -c:a pcm_s16le"),
+                      "claims_endless_sound.mka",
+                      std::string("\x44\x89\x88\x40\x7F\x40\x00\x00\x00\x00\x00", 11),
+                      std::string("\x44\x89\x88\x43\x0C\x6B\xF5\x26\x34\x00\x00", 11)),
+              "claims a length"},
+             {testing_support::freshDir("folder.mp4"), "a folder"},
+             {fs::path("/dev/zero"), "a character device"},
+         }) {
+        auto probed = probe(file);
+        ASSERT_FALSE(probed.ok()) << file << " probed as " << probed->fullDurationSeconds << " s";
+        const std::string& message = probed.error().message;
+        EXPECT_NE(message.find(file.string()), std::string::npos) << message;
+        EXPECT_NE(message.find(reason), std::string::npos) << message;
+        EXPECT_EQ(message.back(), '.') << message;
+    }
+    // Enough noise holds MP3 frame headers that really decode; only the name calls it MP3.
+    for (unsigned seed = 1; seed <= 24; ++seed) {
+        const auto noise =
+            makeFile("noise" + std::to_string(seed) + ".mp3", randomBytes(200000, seed));
+        EXPECT_FALSE(probe(noise).ok()) << noise;
+    }
 }
 
-TEST(Thumbnail, PosterIsTheFrameShowingAtATenthOfASecondOrTheLastFrame) {
-    // At 30 frames per second frame 3 starts exactly at 0.1 s.
-    const auto redFromPosterTime = thumbnailOf(turningRed("red_from_frame3.mp4", 3, "-t 1"));
-    ASSERT_TRUE(redFromPosterTime);
-    EXPECT_TRUE(samples::isRed(samples::pixel(*redFromPosterTime, 80, 60)));
-
-    const auto redJustAfter = thumbnailOf(turningRed("red_from_frame4.mp4", 4, "-t 1"));
-    ASSERT_TRUE(redJustAfter);
-    EXPECT_TRUE(samples::isBlue(samples::pixel(*redJustAfter, 80, 60)));
-
-    // A clip shorter than the poster time gives its last frame.
-    const auto twoFrames = thumbnailOf(turningRed("two_frames.mp4", 1, "-frames:v 2"));
-    ASSERT_TRUE(twoFrames);
-    EXPECT_TRUE(samples::isRed(samples::pixel(*twoFrames, 80, 60)));
+TEST(ProbeClip, RefusesAFifoAtOnceAndAPathWithANul) {
+    const fs::path fifo = testing_support::freshDir("fifo") / "x.mp4";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    auto probing = std::async(std::launch::async, [&] { return probe(fifo); });
+    if (probing.wait_for(std::chrono::seconds(20)) == std::future_status::timeout) {
+        ADD_FAILURE() << "the probe waits for a writer";
+        ::close(::open(fifo.c_str(), O_WRONLY | O_NONBLOCK));  // lets the open return
+    }
+    auto probed = probing.get();
+    ASSERT_FALSE(probed.ok());
+    EXPECT_NE(probed.error().message.find("is a FIFO, not a regular file"), std::string::npos)
+        << probed.error().message;
+    const auto cut = probe(samples::h264Mp4().string() + std::string(1, '\0') + "b.mp4");
+    ASSERT_FALSE(cut.ok());
+    EXPECT_NE(cut.error().message.find("holds a NUL"), std::string::npos) << cut.error().message;
 }
 
 }  // namespace

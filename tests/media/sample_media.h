@@ -4,6 +4,8 @@
 #include <filesystem>
 #include <string>
 
+#include <gtest/gtest.h>
+
 #include "model/image.h"
 #include "support/media_fixtures.h"
 
@@ -30,16 +32,10 @@ inline std::filesystem::path h264VideoOnlyMp4() {
 inline std::filesystem::path tone(const std::string& extension, const std::string& codec) {
     return makeMedia("tone_" + codec + "." + extension, kTone + "-t 1 -c:a " + codec);
 }
-inline std::filesystem::path aacM4a() {
-    return tone("m4a", "aac");
-}
-
-// The video-only clip as a phone held upright marks it: turned 90 degrees clockwise.
-inline std::filesystem::path rotatedClockwise90Mp4() {
-    return testing_support::turnedCopy("h264_cw90.mp4", h264VideoOnlyMp4(), 90);
-}
-inline std::filesystem::path rotatedClockwise270Mp4() {
-    return testing_support::turnedCopy("h264_cw270.mp4", h264VideoOnlyMp4(), 270);
+// The video-only clip as a phone marks it, turned `degrees` clockwise.
+inline std::filesystem::path turned(int degrees) {
+    return testing_support::turnedCopy("h264_cw" + std::to_string(degrees) + ".mp4",
+                                       h264VideoOnlyMp4(), degrees);
 }
 
 // A copy of `source` holding only its first `length` bytes.
@@ -48,12 +44,19 @@ inline std::filesystem::path firstBytes(const std::filesystem::path& source,
     return testing_support::makeFile(name, testing_support::contentsOf(source).substr(0, length));
 }
 
+// A copy of `source` with its first `from` replaced by `to`, bytes of the same length.
+inline std::filesystem::path patched(const std::filesystem::path& source, const std::string& name,
+                                     const std::string& from, const std::string& to) {
+    std::string bytes = testing_support::contentsOf(source);
+    const auto at = bytes.find(from);
+    EXPECT_NE(at, std::string::npos) << "the ffmpeg tool wrote " << source << " differently";
+    if (at != std::string::npos) bytes.replace(at, from.size(), to);
+    return testing_support::makeFile(name, bytes);
+}
+
 // The RGBA bytes of one pixel.
 struct Rgba {
-    int r = 0;
-    int g = 0;
-    int b = 0;
-    int a = 0;
+    int r = 0, g = 0, b = 0, a = 0;
 };
 
 inline Rgba pixel(const model::ImageData& image, int x, int y) {

@@ -70,38 +70,31 @@ TEST(PeakCount, TwoHundredASecondCutTowardZeroWithAFloorOf1600) {
     EXPECT_EQ(waveform::peakCountFor(1e300), std::numeric_limits<int>::max());
 }
 
-// A PCM file made from expressions, and the first and last of `target` peaks it must give.
-struct PcmCase {
-    std::string name;
-    std::string expressions;
-    double seconds;
-    int trim;
-    int target;
-    std::size_t sampleCount;
-    float first;
-    float last;
-};
-
-TEST(WaveformPeaks, FollowTheRuleOnExactPcm) {
+TEST(WaveformPeaks, FollowTheRuleOnExactPcmAndOnWhatTheToolDecodes) {
+    struct Pcm {
+        std::string name, expressions;
+        int trim, target;
+        std::size_t samples;
+        float first, last;  // the first and last peak
+    };
     for (const auto& c : {
-             // Every sample −32768 or 32767: the magnitude of −32768 counts as 32767, so the
-             // rule's arithmetic never overflows.
-             PcmCase{"square_full.wav", "if(lt(mod(t*100,1),0.5),1,-1)", 1, 0, 1600, 48000, 1, 1},
-             // Peaks are scaled by 1.6: half scale shows at eight tenths, 70 % is clipped.
-             PcmCase{"sine_half.wav", "0.5*sin(2*PI*1000*t)", 1, 0, 1600, 48000, 0.8f, 0.8f},
-             PcmCase{"sine_70.wav", "0.7*sin(2*PI*1000*t)", 1, 0, 1600, 48000, 1, 1},
+             // Every sample -32768 or 32767: -32768 counts as 32767, so nothing overflows.
+             Pcm{"square_full.wav", "if(lt(mod(t*100,1),0.5),1,-1)", 0, 1600, 48000, 1, 1},
+             // Scaled by 1.6: half scale shows at eight tenths, 70 % is clipped.
+             Pcm{"sine_half.wav", "0.5*sin(2*PI*1000*t)", 0, 1600, 48000, 0.8f, 0.8f},
+             Pcm{"sine_70.wav", "0.7*sin(2*PI*1000*t)", 0, 1600, 48000, 1, 1},
              // Fewer samples than peaks leaves zeros at the end.
-             PcmCase{"thousand_samples.wav", "0.5", 1, 1000, 1600, 1000, 0.8f, 0},
-             // Left steps through 0, 0.1, 0.2, 0.3 every 30 sample frames; right stays
-             // silent but counts toward buckets of 60 interleaved samples.
-             PcmCase{"stereo_steps.wav", "0.1*mod(floor(n/30),4)|0", 1, 0, 1600, 96000, 0, 0.48f},
+             Pcm{"thousand_samples.wav", "0.5", 1000, 1600, 1000, 0.8f, 0},
+             // Left steps 0, 0.1, 0.2, 0.3 every 30 frames; the silent right channel counts
+             // toward buckets of 60 interleaved samples.
+             Pcm{"stereo_steps.wav", "0.1*mod(floor(n/30),4)|0", 0, 1600, 96000, 0, 0.48f},
              // Buckets of 3: the loud last 100 samples fall past the last whole bucket.
-             PcmCase{"loud_tail.wav", "if(gte(n,900),1,0.25)", 1, 1000, 300, 1000, 0.4f, 0.4f},
+             Pcm{"loud_tail.wav", "if(gte(n,900),1,0.25)", 1000, 300, 1000, 0.4f, 0.4f},
          }) {
         SCOPED_TRACE(c.name);
-        const auto file = pcmWav(c.name, c.expressions, c.seconds, c.trim);
+        const auto file = pcmWav(c.name, c.expressions, 1, c.trim);
         const auto pcm = toolDecodedSamples(file);
-        ASSERT_EQ(pcm.size(), c.sampleCount);
+        ASSERT_EQ(pcm.size(), c.samples);
         const auto peaks = extractPeaks(file, c.target);
         ASSERT_TRUE(peaks);
         ASSERT_EQ(peaks->size(), static_cast<std::size_t>(c.target));
@@ -109,24 +102,19 @@ TEST(WaveformPeaks, FollowTheRuleOnExactPcm) {
         EXPECT_NEAR(peaks->back(), c.last, 1e-3);
         EXPECT_EQ(*peaks, referencePeaks(pcm, c.target));
     }
-}
-
-TEST(WaveformPeaks, MatchTheRuleOnWhatTheToolDecodes) {
-    // Stereo AAC with a level that swells, so neighbouring peaks differ.
-    const auto aac = makeMedia("swell_stereo.m4a",
-                               "-f lavfi -i \"aevalsrc=exprs='0.6*t/3*sin(2*PI*300*t)|0.3*sin(2*PI*"
-                               "500*t)':s=44100:d=3\" -c:a aac");
-    // A fragmented file's index grows only as its fragments are read.
-    const auto fragmented =
-        makeMedia("tone_fragmented.m4a",
-                  samples::kTone + "-t 2 -c:a aac -movflags +frag_keyframe+empty_moov");
-    for (const auto& file : {aac, fragmented, samples::tone("mp3", "libmp3lame")}) {
-        for (int target : {1600, 77}) {
-            const auto peaks = extractPeaks(file, target);
-            ASSERT_TRUE(peaks) << file;
-            EXPECT_EQ(*peaks, referencePeaks(toolDecodedSamples(file), target))
+    for (const auto& file : {
+             // Stereo AAC whose level swells, so neighbouring peaks differ.
+             makeMedia("swell_stereo.m4a",
+                       "-f lavfi -i \"aevalsrc=exprs='0.6*t/3*sin(2*PI*300*t)|"
+                       "0.3*sin(2*PI*500*t)':s=44100:d=3\" -c:a aac"),
+             // A fragmented file's index grows only as its fragments are read.
+             makeMedia("tone_fragmented.m4a",
+                       samples::kTone + "-t 2 -c:a aac -movflags +frag_keyframe+empty_moov"),
+             samples::tone("mp3", "libmp3lame"),
+         }) {
+        for (int target : {1600, 77})
+            EXPECT_EQ(extractPeaks(file, target), referencePeaks(toolDecodedSamples(file), target))
                 << file.filename() << " with " << target << " peaks";
-        }
     }
 }
 
@@ -158,54 +146,44 @@ TEST(WaveformPeaks, ACutFileGivesNothingUnlessItEndsWhereAPacketDoes) {
     EXPECT_FALSE(extractPeaks(wav, 0));
 }
 
-// The alpha of a pixel of a waveform image.
 int alphaAt(const model::ImageData& image, int x, int y) {
     return samples::pixel(image, x, y).a;
 }
 
-constexpr int kFullAlpha = 242;  // 0.95 × 255, rounded
-
-TEST(WaveformImage, Is1600By60WithLinesFromTheCentreByTheirPeakAndClearAwayFromThem) {
+TEST(WaveformImage, Is1600By60WithOnePixelLinesFromTheCentreByTheirPeak) {
+    constexpr int kFullAlpha = 242;  // 0.95 x 255
     const auto empty = waveform::drawWaveform({});
     ASSERT_TRUE(empty);
-    EXPECT_EQ(std::pair(empty->width, empty->height), std::pair(1600, 60));
-    ASSERT_EQ(empty->rgba.size(), 1600u * 60 * 4);
+    EXPECT_EQ(std::tuple(empty->width, empty->height, empty->rgba.size()),
+              std::tuple(1600, 60, 1600u * 60 * 4));
     EXPECT_TRUE(std::all_of(empty->rgba.begin(), empty->rgba.end(), [](auto b) { return b == 0; }));
-    // Full peaks fill the height but the round caps, which reach half a pixel into the top
-    // and bottom rows; half peaks reach 14.5 rows each way plus a cap of 0.5: rows 15 to 44.
-    for (const auto& [peak, firstFull, lastFull] :
-         {std::tuple{1.0f, 1, 58}, std::tuple{0.5f, 16, 43}}) {
+    // Round caps reach half a pixel past a line: full peaks fill rows 1 to 58 and cap rows 0
+    // and 59 below half strength; half peaks reach 14.5 rows each way plus the cap.
+    for (const auto& [peak, firstFull, lastFull, capBelow] :
+         {std::tuple{1.0f, 1, 58, kFullAlpha / 2}, std::tuple{0.5f, 16, 43, kFullAlpha}}) {
         const auto image = waveform::drawWaveform(std::vector<float>(1600, peak));
         for (int x = 0; x < 1600; ++x) {
             for (int y = 0; y < 60; ++y) {
                 const auto c = samples::pixel(*image, x, y);
-                if (y >= firstFull && y <= lastFull) {
+                if (y >= firstFull && y <= lastFull)
                     ASSERT_EQ(std::tuple(c.r, c.g, c.b, c.a), std::tuple(48, 176, 199, kFullAlpha))
                         << x << "," << y;
-                } else if (y < firstFull - 1 || y > lastFull + 1) {
+                else if (y == firstFull - 1 || y == lastFull + 1)
+                    ASSERT_TRUE(c.a > 0 && c.a < capBelow &&
+                                c.a == alphaAt(*image, x, firstFull + lastFull - y))
+                        << x << "," << y;
+                else
                     ASSERT_EQ(c.a, 0) << x << "," << y;
-                }
             }
         }
     }
-    const auto full = waveform::drawWaveform(std::vector<float>(1600, 1.0f));
-    for (int x = 0; x < 1600; ++x) {
-        ASSERT_GT(alphaAt(*full, x, 0), 0);
-        ASSERT_LT(alphaAt(*full, x, 0), kFullAlpha / 2);
-        ASSERT_EQ(alphaAt(*full, x, 0), alphaAt(*full, x, 59));
-    }
-}
-
-TEST(WaveformImage, LinesAreOnePixelWideAndManyPerColumnMergeInsteadOfPilingUp) {
     std::vector<float> lone(1600, 0.0f);
     lone[800] = 1.0f;
-    const auto image = waveform::drawWaveform(lone);
-    EXPECT_EQ(alphaAt(*image, 800, 10), kFullAlpha);
-    EXPECT_EQ(alphaAt(*image, 799, 10), 0);
-    EXPECT_EQ(alphaAt(*image, 801, 10), 0);
-
-    // 12,000 peaks, 7.5 to a column: a full-height peak only every third one still covers
-    // every column, at the alpha of a single line.
+    const auto one = waveform::drawWaveform(lone);
+    EXPECT_EQ(std::tuple(alphaAt(*one, 799, 10), alphaAt(*one, 800, 10), alphaAt(*one, 801, 10)),
+              std::tuple(0, kFullAlpha, 0));
+    // 12,000 peaks, 7.5 to a column: a full one every third still covers every column at the
+    // alpha of a single line rather than piling up.
     std::vector<float> many(12000, 0.0f);
     for (std::size_t i = 0; i < many.size(); i += 3) many[i] = 1.0f;
     const auto merged = waveform::drawWaveform(many);
