@@ -367,11 +367,14 @@ common::Status AudioTrackWriter::writeOnTheSample(const composition::Segment& se
         if (!*read) return common::success();
         auto& [packet, pts] = **read;
         // A coded frame's length as the source times it, which for the last frame of a
-        // file may be less than the frame holds.
-        const std::int64_t available =
-            cut_ == AudioCut::pcm
-                ? packet->size / sampleBytes
-                : av_rescale_q(packet->duration, sourceBase, {1, parameters_.sample_rate});
+        // file may be less than the frame holds; untimed, a whole frame.
+        std::int64_t available = 0;
+        if (cut_ == AudioCut::pcm)
+            available = packet->size / sampleBytes;
+        else if (packet->duration > 0)
+            available = av_rescale_q(packet->duration, sourceBase, {1, parameters_.sample_rate});
+        else
+            available = alacFrameLength(parameters_);
         if (available <= 0)
             return common::Error{"An audio packet of " + source.url.string() + " has no length."};
         if (pts >= out) return common::success();
