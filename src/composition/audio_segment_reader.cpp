@@ -169,6 +169,13 @@ common::Status AudioSegmentReader::seekBefore() {
                      stream.time_base);
     // A file just opened already stands at its start.
     if (target <= 0) return sought_ ? rewind() : common::success();
+    if (!timingKnown_) {
+        timingKnown_ = true;
+        countsSamples_ = !media::timestampsFollowDurations(*input_, stream);
+        sought_ = true;  // the look moved reading on
+    }
+    // Times that don't follow the samples can't be sought by: read from the start.
+    if (countsSamples_) return rewind();
     avcodec_flush_buffers(decoder_.get());
     draining_ = false;
     if (av_seek_frame(input_.get(), streamIndex_, startPts_ + target, AVSEEK_FLAG_BACKWARD) < 0)

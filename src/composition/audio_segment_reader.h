@@ -76,6 +76,10 @@ class AudioSegmentReader {
     ExactSeconds sourceStart_;      // source time of the first sample wanted
     bool anchored_ = false;         // toDrop_ is known
     bool sought_ = false;           // decoding began after a seek, not at the stream's start
+    bool timingKnown_ = false;      // countsSamples_ is known
+    // The stream's timestamps don't follow its samples (see media::timestampsFollowDurations):
+    // decoding always starts at the beginning, where its first timestamp holds.
+    bool countsSamples_ = false;
     bool draining_ = false;
     bool finished_ = false;     // nothing more will be added to ready_
     std::vector<float> ready_;  // interleaved samples ready to hand out, from readyHead_ on

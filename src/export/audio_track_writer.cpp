@@ -1,6 +1,7 @@
 #include "export/audio_track_writer.h"
 
 #include <algorithm>
+#include <cstring>
 #include <string>
 #include <string_view>
 
@@ -8,6 +9,7 @@
 
 extern "C" {
 #include <libavutil/channel_layout.h>
+#include <libavutil/intreadwrite.h>
 }
 
 namespace exporting {
@@ -34,7 +36,89 @@ std::uint8_t silentByte(AVCodecID codec) {
     }
 }
 
+// ALAC's configuration record: a 12-byte box header, the frame length (32 bits), a version
+// byte, then the bit depth, three Rice coding parameters and the channel count, which are
+// what decoding a frame depends on.
+constexpr int kAlacRecordBytes = 36;
+constexpr int kAlacFrameLengthAt = 12;
+constexpr int kAlacCodingAt = 17;
+constexpr int kAlacCodingBytes = 5;
+
+int alacBitDepth(const AVCodecParameters& parameters) {
+    return parameters.extradata[kAlacCodingAt];
+}
+
+std::int64_t alacFrameLength(const AVCodecParameters& parameters) {
+    return AV_RB32(parameters.extradata + kAlacFrameLengthAt);
+}
+
+// Frames that decode alone and exactly need no frame before them to sound right.
+bool framesDecodeAlone(AVCodecID id) {
+    const AVCodecDescriptor* descriptor = avcodec_descriptor_get(id);
+    return descriptor && (descriptor->props & AV_CODEC_PROP_INTRA_ONLY) &&
+           (descriptor->props & AV_CODEC_PROP_LOSSLESS) &&
+           !(descriptor->props & AV_CODEC_PROP_LOSSY);
+}
+
+// An encoder of `codec` for sound of `parameters`, not yet opened.
+common::Result<media::CodecContextPtr> encoderFor(const AVCodec& codec,
+                                                  const AVCodecParameters& parameters,
+                                                  AVSampleFormat format) {
+    media::CodecContextPtr context{avcodec_alloc_context3(&codec)};
+    if (!context) return media::avError(AVERROR(ENOMEM), "Cannot make an audio encoder");
+    context->sample_rate = parameters.sample_rate;
+    if (int rc = av_channel_layout_copy(&context->ch_layout, &parameters.ch_layout); rc < 0)
+        return media::avError(rc, "Cannot make an audio encoder");
+    if (context->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC)
+        av_channel_layout_default(&context->ch_layout, parameters.ch_layout.nb_channels);
+    context->sample_fmt = format;
+    context->time_base = {1, parameters.sample_rate};
+    return context;
+}
+
+common::Result<media::CodecContextPtr> openAlacEncoder(const AVCodecParameters& parameters) {
+    const AVCodec* codec = avcodec_find_encoder(AV_CODEC_ID_ALAC);
+    if (!codec) return common::Error{"This build has no ALAC encoder to cut the sound with."};
+    const int depth = alacBitDepth(parameters);
+    auto context =
+        encoderFor(*codec, parameters, depth <= 16 ? AV_SAMPLE_FMT_S16P : AV_SAMPLE_FMT_S32P);
+    if (!context) return context.error();
+    (*context)->bits_per_raw_sample = depth;
+    (*context)->frame_size = static_cast<int>(alacFrameLength(parameters));
+    if (int rc = avcodec_open2(context->get(), codec, nullptr); rc < 0)
+        return media::avError(rc, "Cannot open an ALAC encoder");
+    return context;
+}
+
+// `frame` coded as one packet by an encoder that takes nothing more.
+common::Result<media::PacketPtr> encodeOnce(AVCodecContext& encoder, const AVFrame& frame) {
+    media::PacketPtr packet{av_packet_alloc()};
+    if (!packet) return media::avError(AVERROR(ENOMEM), "Cannot encode sound");
+    if (int rc = avcodec_send_frame(&encoder, &frame); rc < 0)
+        return media::avError(rc, "Cannot encode sound");
+    if (int rc = avcodec_send_frame(&encoder, nullptr); rc < 0)
+        return media::avError(rc, "Cannot encode sound");
+    if (int rc = avcodec_receive_packet(&encoder, packet.get()); rc < 0)
+        return media::avError(rc, "Cannot encode sound");
+    return packet;
+}
+
 }  // namespace
+
+bool recodesExactly(const AVCodecParameters& parameters) {
+    if (parameters.codec_id != AV_CODEC_ID_ALAC || parameters.extradata_size < kAlacRecordBytes ||
+        alacFrameLength(parameters) <= 0 || !avcodec_find_decoder(AV_CODEC_ID_ALAC))
+        return false;
+    auto encoder = openAlacEncoder(parameters);
+    if (!encoder) return false;
+    const AVCodecContext& made = **encoder;
+    // A short frame can only be coded as an encoder's last; each cut gets an encoder.
+    return (made.codec->capabilities & AV_CODEC_CAP_SMALL_LAST_FRAME) &&
+           made.frame_size >= alacFrameLength(parameters) &&
+           made.extradata_size >= kAlacRecordBytes &&
+           std::memcmp(made.extradata + kAlacCodingAt, parameters.extradata + kAlacCodingAt,
+                       kAlacCodingBytes) == 0;
+}
 
 AudioTrackWriter::AudioTrackWriter(const composition::Track& track, AudioCut cut,
                                    const AVCodecParameters& parameters)
@@ -79,11 +163,12 @@ common::Status AudioTrackWriter::emit(media::PacketPtr packet, std::int64_t samp
 common::Status AudioTrackWriter::writeSegment(const composition::Segment& segment) {
     const std::int64_t end = toOutput(segment.end()) + preroll_;
     if (segment.source) {
-        common::Status written = cut_ == AudioCut::pcm ? writePcm(segment) : writeFramed(segment);
+        common::Status written =
+            cut_ == AudioCut::framed ? writeFramed(segment) : writeOnTheSample(segment);
         if (!written) return written;
     }
     // A gap, or a source that ran out early.
-    if (cut_ == AudioCut::pcm) return end > cursor_ ? silence(end - cursor_) : common::success();
+    if (cut_ != AudioCut::framed) return end > cursor_ ? silence(end - cursor_) : common::success();
     while (true) {
         if (!silence_) {
             if (auto made = silentFrame(); !made) return made;
@@ -98,6 +183,30 @@ common::Status AudioTrackWriter::silence(std::int64_t samples) {
         media::PacketPtr copy{av_packet_clone(silence_.get())};
         if (!copy) return media::avError(AVERROR(ENOMEM), "Cannot make silence");
         return emit(std::move(copy), silenceSamples_);
+    }
+    if (cut_ == AudioCut::recoded) {
+        const std::int64_t frameLength = alacFrameLength(parameters_);
+        while (samples > 0) {
+            const std::int64_t count = std::min(samples, frameLength);
+            samples -= count;
+            // Whole frames of silence are all alike: one is coded and copied.
+            if (count == frameLength && !silence_) {
+                auto made = recodedSilence(frameLength);
+                if (!made) return made.error();
+                silence_ = std::move(made).value();
+            }
+            media::PacketPtr packet;
+            if (count == frameLength) {
+                packet.reset(av_packet_clone(silence_.get()));
+            } else {
+                auto made = recodedSilence(count);
+                if (!made) return made.error();
+                packet = std::move(made).value();
+            }
+            if (!packet) return media::avError(AVERROR(ENOMEM), "Cannot make silence");
+            if (auto emitted = emit(std::move(packet), count); !emitted) return emitted;
+        }
+        return common::success();
     }
     const int sampleBytes = parameters_.block_align;
     while (samples > 0) {
@@ -126,15 +235,10 @@ common::Status AudioTrackWriter::silentFrame() {
         return common::Error{std::string("This build has no ") + profile +
                              " encoder to fill a gap in the sound with silence."};
     }
-    media::CodecContextPtr context{avcodec_alloc_context3(codec)};
-    if (!context) return media::avError(AVERROR(ENOMEM), "Cannot make silence");
-    context->sample_rate = parameters_.sample_rate;
-    if (int rc = av_channel_layout_copy(&context->ch_layout, &parameters_.ch_layout); rc < 0)
-        return media::avError(rc, "Cannot make silence");
-    if (context->ch_layout.order == AV_CHANNEL_ORDER_UNSPEC)
-        av_channel_layout_default(&context->ch_layout, parameters_.ch_layout.nb_channels);
-    context->sample_fmt = codec->sample_fmts ? codec->sample_fmts[0] : AV_SAMPLE_FMT_FLTP;
-    context->time_base = {1, parameters_.sample_rate};
+    auto made = encoderFor(*codec, parameters_,
+                           codec->sample_fmts ? codec->sample_fmts[0] : AV_SAMPLE_FMT_FLTP);
+    if (!made) return made.error();
+    media::CodecContextPtr context = std::move(made).value();
     context->bit_rate = parameters_.bit_rate > 0 ? parameters_.bit_rate : 128000;
     context->profile = parameters_.profile;
     if (int rc = avcodec_open2(context.get(), codec, nullptr); rc < 0)
@@ -232,7 +336,7 @@ common::Status AudioTrackWriter::writeFramed(const composition::Segment& segment
             continue;
         }
         if (middle >= out) return common::success();
-        if (first && !started_ && before) {
+        if (first && !started_ && before && !framesDecodeAlone(parameters_.codec_id)) {
             preroll_ = beforeSamples;
             if (auto emitted = emit(std::move(before), beforeSamples); !emitted) return emitted;
         }
@@ -249,19 +353,30 @@ common::Status AudioTrackWriter::writeFramed(const composition::Segment& segment
     }
 }
 
-common::Status AudioTrackWriter::writePcm(const composition::Segment& segment) {
+common::Status AudioTrackWriter::writeOnTheSample(const composition::Segment& segment) {
     const auto& source = *segment.source;
     const std::int64_t in = toOutput(source.assetRange.start);
     const std::int64_t out = toOutput(source.assetRange.end());
     const std::int64_t place = toOutput(segment.start);
     const std::int64_t sampleBytes = parameters_.block_align;
     if (auto sought = seekSource(source, in); !sought) return sought;
+    const AVRational sourceBase = source_->stream().time_base;
     while (true) {
         auto read = readSource();
         if (!read) return read.error();
         if (!*read) return common::success();
         auto& [packet, pts] = **read;
-        const std::int64_t available = packet->size / sampleBytes;
+        // A coded frame's length as the source times it, which for the last frame of a
+        // file may be less than the frame holds; untimed, a whole frame.
+        std::int64_t available = 0;
+        if (cut_ == AudioCut::pcm)
+            available = packet->size / sampleBytes;
+        else if (packet->duration > 0)
+            available = av_rescale_q(packet->duration, sourceBase, {1, parameters_.sample_rate});
+        else
+            available = alacFrameLength(parameters_);
+        if (available <= 0)
+            return common::Error{"An audio packet of " + source.url.string() + " has no length."};
         if (pts >= out) return common::success();
         std::int64_t keepStart = std::max(pts, in);
         const std::int64_t keepEnd = std::min(pts + available, out);
@@ -272,10 +387,71 @@ common::Status AudioTrackWriter::writePcm(const composition::Segment& segment) {
         if (ideal > cursor_) {
             if (auto filled = silence(ideal - cursor_); !filled) return filled;
         }
-        packet->data += (keepStart - pts) * sampleBytes;
-        packet->size = static_cast<int>((keepEnd - keepStart) * sampleBytes);
-        if (auto emitted = emit(std::move(packet), keepEnd - keepStart); !emitted) return emitted;
+        const std::int64_t count = keepEnd - keepStart;
+        if (cut_ == AudioCut::pcm) {
+            packet->data += (keepStart - pts) * sampleBytes;
+            packet->size = static_cast<int>(count * sampleBytes);
+        } else if (count != available || count != alacFrameLength(parameters_)) {
+            auto part = recode(*packet, keepStart - pts, count);
+            if (!part) return part.error();
+            packet = std::move(part).value();
+        }
+        if (auto emitted = emit(std::move(packet), count); !emitted) return emitted;
     }
+}
+
+common::Result<media::PacketPtr> AudioTrackWriter::recode(const AVPacket& packet, std::int64_t skip,
+                                                          std::int64_t count) {
+    const std::string what = "Cannot cut the sound of " + source_->path().string();
+    if (!decoder_) {
+        const AVCodec* codec = avcodec_find_decoder(parameters_.codec_id);
+        if (!codec) return common::Error{what + ": there is no decoder for it."};
+        decoder_.reset(avcodec_alloc_context3(codec));
+        if (!decoder_) return media::avError(AVERROR(ENOMEM), what);
+        if (int rc = avcodec_parameters_to_context(decoder_.get(), &parameters_); rc < 0)
+            return media::avError(rc, what);
+        if (int rc = avcodec_open2(decoder_.get(), codec, nullptr); rc < 0)
+            return media::avError(rc, what);
+    }
+    media::FramePtr decoded{av_frame_alloc()};
+    if (!decoded) return media::avError(AVERROR(ENOMEM), what);
+    if (int rc = avcodec_send_packet(decoder_.get(), &packet); rc < 0)
+        return media::avError(rc, what);
+    if (int rc = avcodec_receive_frame(decoder_.get(), decoded.get()); rc < 0)
+        return media::avError(rc, what);
+    auto encoder = openAlacEncoder(parameters_);
+    if (!encoder) return encoder.error();
+    if (decoded->format != (*encoder)->sample_fmt || skip + count > decoded->nb_samples)
+        return common::Error{what + ": a frame decodes to other samples than it says."};
+    media::FramePtr part{av_frame_alloc()};
+    if (!part) return media::avError(AVERROR(ENOMEM), what);
+    part->format = decoded->format;
+    part->sample_rate = decoded->sample_rate;
+    part->nb_samples = static_cast<int>(count);
+    if (int rc = av_channel_layout_copy(&part->ch_layout, &(*encoder)->ch_layout); rc < 0)
+        return media::avError(rc, what);
+    if (int rc = av_frame_get_buffer(part.get(), 0); rc < 0) return media::avError(rc, what);
+    av_samples_copy(part->extended_data, decoded->extended_data, 0, static_cast<int>(skip),
+                    static_cast<int>(count), part->ch_layout.nb_channels,
+                    static_cast<AVSampleFormat>(part->format));
+    return encodeOnce(**encoder, *part);
+}
+
+common::Result<media::PacketPtr> AudioTrackWriter::recodedSilence(std::int64_t samples) {
+    auto encoder = openAlacEncoder(parameters_);
+    if (!encoder) return encoder.error();
+    media::FramePtr frame{av_frame_alloc()};
+    if (!frame) return media::avError(AVERROR(ENOMEM), "Cannot make silence");
+    frame->format = (*encoder)->sample_fmt;
+    frame->sample_rate = parameters_.sample_rate;
+    frame->nb_samples = static_cast<int>(samples);
+    if (int rc = av_channel_layout_copy(&frame->ch_layout, &(*encoder)->ch_layout); rc < 0)
+        return media::avError(rc, "Cannot make silence");
+    if (int rc = av_frame_get_buffer(frame.get(), 0); rc < 0)
+        return media::avError(rc, "Cannot make silence");
+    av_samples_set_silence(frame->extended_data, 0, frame->nb_samples, frame->ch_layout.nb_channels,
+                           (*encoder)->sample_fmt);
+    return encodeOnce(**encoder, *frame);
 }
 
 }  // namespace exporting

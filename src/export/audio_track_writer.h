@@ -13,15 +13,22 @@
 
 namespace exporting {
 
-// How an audio track is cut: coded frames (AAC and the like) whole, PCM on the sample.
-enum class AudioCut { framed = 1, pcm };
+// How an audio track is cut: coded frames (AAC and the like) whole; PCM on the sample;
+// lossless coded frames on the sample too, the frames that a cut splits decoded and coded
+// again, which gives back the very samples kept.
+enum class AudioCut { framed = 1, pcm, recoded };
+
+// Whether sound of these parameters can be cut as AudioCut::recoded: ALAC whose
+// configuration our encoder writes alike, so that its frames decode under the source's.
+bool recodesExactly(const AVCodecParameters& parameters);
 
 // Writes the audio track of a smart cut as one plain run of samples in the output stream's
 // time base, 1/sample rate. Coded frames are copied whole, each placed within half a frame
-// of where its range puts it, with silent frames for gaps and holes; PCM is cut on the
-// sample, gaps as digital silence. Composition time t is output time t + mediaStart():
-// the one frame copied ahead of the first range, so that its first sound decodes right.
-// Every source must share `parameters`. One thread.
+// of where its range puts it, with silent frames for gaps and holes; PCM and recoded frames
+// are cut on the sample, gaps as digital silence. Composition time t is output time t +
+// mediaStart(): the one frame copied ahead of the first range, so that its first sound
+// decodes right, where a codec's frames need the one before. Every source must share
+// `parameters`. One thread.
 class AudioTrackWriter {
   public:
     AudioTrackWriter(const composition::Track& track, AudioCut cut,
@@ -45,9 +52,13 @@ class AudioTrackWriter {
     common::Result<std::optional<SourcePacket>> readSource();
     common::Status writeSegment(const composition::Segment& segment);
     common::Status writeFramed(const composition::Segment& segment);
-    common::Status writePcm(const composition::Segment& segment);
+    common::Status writeOnTheSample(const composition::Segment& segment);
     common::Status silence(std::int64_t samples);
     common::Status silentFrame();
+    // The samples [skip, skip + count) of a coded frame, coded again as a frame of their own.
+    common::Result<media::PacketPtr> recode(const AVPacket& packet, std::int64_t skip,
+                                            std::int64_t count);
+    common::Result<media::PacketPtr> recodedSilence(std::int64_t samples);
     common::Status emit(media::PacketPtr packet, std::int64_t samples);
 
     std::int64_t toOutput(common::MediaTime time) const;
@@ -63,6 +74,7 @@ class AudioTrackWriter {
     bool started_ = false;
     media::PacketPtr silence_;  // one coded frame of silence, made on first need
     std::int64_t silenceSamples_ = 0;
+    media::CodecContextPtr decoder_;  // for recoded cuts, made on first need
     double doneSeconds_ = 0;
     double totalSeconds_ = 0;
 };

@@ -348,8 +348,10 @@ common::Status writeMovie(const composition::Composition& composition, const fs:
             {std::move(planned).value(), std::nullopt, videoStream, composition.video->duration()});
     }
     if (audioStream) {
-        const AudioCut cut =
-            isCuttablePcm(audioStream->codecpar->codec_id) ? AudioCut::pcm : AudioCut::framed;
+        const AVCodecParameters& sound = *audioStream->codecpar;
+        const AudioCut cut = isCuttablePcm(sound.codec_id) ? AudioCut::pcm
+                             : recodesExactly(sound)       ? AudioCut::recoded
+                                                           : AudioCut::framed;
         lanes.push_back({std::nullopt, AudioTrackWriter(*audio, cut, *audioStream->codecpar),
                          audioStream, audio->duration()});
     }

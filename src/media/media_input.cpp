@@ -157,6 +157,39 @@ std::int64_t movieOrigin(const AVFormatContext& input, const AVStream& stream) {
     return av_rescale_q(earliest->first, earliest->second, stream.time_base);
 }
 
+bool timestampsFollowDurations(AVFormatContext& input, const AVStream& stream) {
+    // Enough of the stream's packets to see a steady step, and a bound on the other
+    // streams' packets read past on the way.
+    constexpr int kTimed = 8;
+    constexpr int kReads = 256;
+    PacketPtr packet{av_packet_alloc()};
+    if (!packet) return true;
+    std::optional<std::int64_t> firstPts;
+    std::int64_t lastPts = 0;
+    std::int64_t lasted = 0;  // durations from the first timed packet on
+    std::int64_t lastedToLast = 0;
+    int timed = 0;
+    for (int read = 0; timed < kTimed && read < kReads && av_read_frame(&input, packet.get()) >= 0;
+         ++read) {
+        const bool ours = packet->stream_index == stream.index;
+        const std::int64_t pts = packet->pts;
+        const std::int64_t duration = packet->duration;
+        av_packet_unref(packet.get());
+        if (!ours) continue;
+        if (duration <= 0) return true;
+        if (pts != AV_NOPTS_VALUE) {
+            if (!firstPts) firstPts = pts;
+            lastPts = pts;
+            lastedToLast = lasted;
+            ++timed;
+        }
+        if (firstPts) lasted += duration;
+    }
+    if (timed < 2) return true;
+    const std::int64_t stamped = lastPts - *firstPts;
+    return 2 * stamped >= lastedToLast && stamped <= 2 * lastedToLast;
+}
+
 double fileDurationSeconds(const AVFormatContext& input) {
     const double container =
         input.duration != AV_NOPTS_VALUE ? static_cast<double>(input.duration) / AV_TIME_BASE : 0;

@@ -28,6 +28,12 @@ common::Result<CodecContextPtr> openDecoder(const AVFormatContext& input, const 
 // late (an empty edit first) begins late in the output too.
 std::int64_t movieOrigin(const AVFormatContext& input, const AVStream& stream);
 
+// False when the first packets of `stream` are stamped far apart from their own durations,
+// as in an AVI whose sound header states a rate a hundred times the real one: players then
+// play its samples one after another from the start, and their times must be counted from
+// the samples too. True when nothing tells. Reads on from where `input` stands.
+bool timestampsFollowDurations(AVFormatContext& input, const AVStream& stream);
+
 // The width the stream's picture is shown at: its stored width stretched by the pixel shape
 // that the container or the codec gives (anamorphic DV and HDV, some phones' slow motion);
 // the stored width for square pixels. The height is always the stored one.

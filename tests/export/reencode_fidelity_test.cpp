@@ -256,4 +256,54 @@ TEST(ReencodeFidelity, HlgSourceIsToneMappedIntoTaggedSdr) {
     EXPECT_GT(yellow.r, yellow.b + 60);
 }
 
+// An AVI whose sound header states a rate a hundred times the real one, as some phones write
+// it: FFmpeg stamps its packets a hundredth of their length apart, while players play the
+// samples one after another from the start. A range from the middle sounds in its place.
+TEST(ReencodeFidelity, AviSoundStampedAtAWrongRateStaysInPlace) {
+    const auto made = makeMedia("fidelity_avi.avi", picture("testsrc2") + kSweep + "-t 3 " +
+                                                        h264() + "-c:a libmp3lame -ac 1");
+    std::string bytes = testing_support::contentsOf(made);
+    const std::size_t header = bytes.find("auds");  // the sound's stream header
+    ASSERT_NE(header, std::string::npos);
+    const auto field = [&](std::size_t at) -> std::uint32_t {
+        std::uint32_t value = 0;
+        for (int i = 3; i >= 0; --i) value = value << 8 | std::uint8_t(bytes[header + at + i]);
+        return value;
+    };
+    const auto set = [&](std::size_t at, std::uint32_t value) {
+        for (int i = 0; i < 4; ++i) bytes[header + at + i] = char(value >> (8 * i));
+    };
+    set(24, field(24) * 100);  // rate
+    set(32, field(32) * 100);  // length
+    set(44, 1);                // sample size
+    const auto source = testing_support::makeFile("fidelity_avi_fast.avi", bytes);
+
+    const auto out = reencoded(CompositionBuilder().clip(source, 600, 1500).build(), "avi-rate",
+                               plain(160, 120));
+    const auto before = testing_support::decodeAudio(source, Player::ffmpeg, 48000, 1).samples;
+    const auto after = testing_support::decodeAudio(out, Player::ffmpeg, 48000, 1).samples;
+    // The output's sound at 0.5 s is the source's at 1.5 s, found within a millisecond.
+    constexpr std::int64_t kWindow = 4800, kAt = 24000, kExpected = 72000, kSearch = 2400;
+    ASSERT_GE(std::ssize(after), kAt + kWindow);
+    ASSERT_GE(std::ssize(before), kExpected + kSearch + kWindow);
+    double energy = 0;
+    for (std::int64_t i = 0; i < kWindow; ++i) energy += double(after[kAt + i]) * after[kAt + i];
+    double least = 1e300;
+    std::int64_t lag = 0;
+    for (std::int64_t d = -kSearch; d <= kSearch; ++d) {
+        double error = 0;
+        for (std::int64_t i = 0; i < kWindow && error < least; ++i) {
+            const double e = double(after[kAt + i]) - before[kExpected + d + i];
+            error += e * e;
+        }
+        if (error < least) {
+            least = error;
+            lag = d;
+        }
+    }
+    EXPECT_GT(energy, 1.0);
+    EXPECT_LT(least, energy * 0.05);
+    EXPECT_LE(std::abs(lag), 48);
+}
+
 }  // namespace
