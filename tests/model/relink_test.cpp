@@ -75,25 +75,6 @@ TEST_F(RelinkTest, TheTrimIsHeldInsideTheNewFile) {
     }
 }
 
-TEST_F(RelinkTest, AReversedPlaceholderKeepsItsStretchAndRendersAnew) {
-    media->setRenderResult("/tmp/vantrell-reversed-1.mov");
-    VantrellSnapshotClip record{Uuid::random(), "/gone/a.mov", {}, 2, 6, 0};
-    record.isReversed = true;
-    record.forwardInSeconds = 2;
-    record.forwardOutSeconds = 6;
-    Clip old = Clip::missingPlaceholder(record);
-    project.setClips({old});
-    project.relinkClip(old.id, "/m/found.mov");
-    drainCapturingLog();
-    const Clip& now = *project.clip(old.id);
-    EXPECT_TRUE(now.isReversed);
-    EXPECT_EQ(now.forwardInSeconds, 2);
-    EXPECT_EQ(now.reversedURL, std::filesystem::path("/tmp/vantrell-reversed-1.mov"));
-    EXPECT_EQ(placement(now), (Placement{0, 4, 0}));
-    ASSERT_EQ(media->renderCalls().size(), 1u);
-    EXPECT_EQ(media->renderCalls()[0].url, std::filesystem::path("/m/found.mov"));
-}
-
 TEST_F(RelinkTest, AFileThatCannotBeProbedChangesNothingButAClipGoneMeanwhileStillRecords) {
     Clip a = Clip::missingPlaceholder({Uuid::random(), "/gone/a.mov", {}, 0, 4, 1});
     place(project, {a}, a.id);

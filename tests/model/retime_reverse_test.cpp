@@ -18,6 +18,7 @@ namespace {
 using namespace model_test;
 using common::Uuid;
 using model::Clip;
+using model::PasteboardType;
 using model::Project;
 
 const std::filesystem::path kRendered = "/tmp/vantrell-reversed-1.mov";
@@ -232,18 +233,39 @@ TEST_F(RetimeReverseTest, AMixedSelectionFlipsEachClipAndRendersOnlyTheNewlyReve
     EXPECT_EQ(renders(*media), (std::vector<std::pair<double, double>>{{1, 5}}));
 }
 
-TEST_F(RetimeReverseTest, HydrationRendersEachLiveReversedClipButNoPlaceholder) {
+TEST_F(RetimeReverseTest, AReversedClipArrivingByHydrationRelinkOrPasteRendersAnew) {
+    model::VantrellSnapshotClip found{Uuid::random(), "/m/walk.mov", {}, 2, 6, 0};
+    found.isReversed = true;
+    found.forwardInSeconds = 2;
+    found.forwardOutSeconds = 6;
+    auto gone = found;
+    gone.url = "/gone/walk.mov";
+    const Clip placeholder = Clip::missingPlaceholder(gone);
     media->add("/m/walk.mov", 10);
-    model::VantrellSnapshotClip reversed{Uuid::random(), "/m/walk.mov", {}, 2, 6, 0};
-    reversed.isReversed = true;
-    reversed.forwardInSeconds = 2;
-    reversed.forwardOutSeconds = 6;
-    model::VantrellSnapshotClip missing{Uuid::random(), "/gone/x.mov", {}, 0, 3, 9};
-    missing.isReversed = true;
-    project.hydrateClips({reversed, missing});
-    drainCapturingLog();
-    EXPECT_EQ(renders(*media), (std::vector<std::pair<double, double>>{{2, 6}}));
-    EXPECT_EQ(project.clip(reversed.id)->outSeconds, 4);
+    const std::function<void()> arrivals[] = {
+        [&] {
+            project.hydrateClips({found, gone});
+        },
+        [&] {
+            project.setClips({placeholder});
+            project.relinkClip(placeholder.id, "/m/walk.mov");
+        },
+        [&] {
+            project.setClips({});
+            pasteboard->put(PasteboardType::vantrellClips,
+                            "[" + model::toJson(found).value().dump() + "]");
+            project.pasteAtPlayhead();
+        },
+    };
+    for (std::size_t i = 0; i < std::size(arrivals); ++i) {
+        arrivals[i]();
+        drainCapturingLog();
+        ASSERT_EQ(media->renderCalls().size(), i + 1) << i;
+        EXPECT_EQ(media->renderCalls().back().url, "/m/walk.mov");
+        EXPECT_EQ(renders(*media).back(), std::pair(2.0, 6.0));
+        EXPECT_EQ(project.clips()[0].reversedURL, kRendered);
+        EXPECT_EQ(placement(project.clips()[0]), (Placement{0, 4, 0}));
+    }
 }
 
 }  // namespace
