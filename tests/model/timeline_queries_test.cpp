@@ -27,16 +27,6 @@ Clip rated(Clip c, double frameRate, double rateMultiplier = 1) {
     return c;
 }
 
-TEST(TimelineQueries, AnEmptyProjectHasNothingButTheDefaults) {
-    Project p;
-    p.setPlayheadGlobal(3);
-    p.setCropInsetTop(0.2);
-    EXPECT_FALSE(p.hasVideoContent() || p.videoAtPlayhead() || p.hasOverlap() || p.hasCrop());
-    EXPECT_EQ(p.frameRateAtPlayhead(), 30.0);
-    EXPECT_FALSE(p.clipIDAt(0) || p.naturalSizeAtPlayhead() || p.aspectAtPlayhead());
-    EXPECT_EQ(p.snapTargets(std::nullopt), (std::vector<double>{0, 3}));
-}
-
 TEST(TimelineQueries, PlacesRunFromTheStartToBeforeTheEndAtTheClipsRateWithTheTopClipWinning) {
     Project p;
     Clip c = rated(clipAt(2, 8), 25, 2);
@@ -86,20 +76,24 @@ TEST(TimelineQueries, GapsAndOverlapsOnOneRow) {
     EXPECT_EQ(p.gaps(true), (std::vector<GapSelection>{{true, 2, 3}})) << "each row its own";
 }
 
-TEST(TimelineQueries, AnAudioOnlyMaskCountsForNoVideoQueryAndAPlaceholderForNoSize) {
+TEST(TimelineQueries, NoClipAnAudioOnlyMaskOrAPlaceholderGivesNoSizeCropOrFrameRate) {
     Clip audioOnly = rated(sized(masked(clipAt(0, 4), StreamMask::audioOnly), 1920, 1080), 24);
     Clip placeholder = Clip::missingPlaceholder({Uuid::random(), "/gone.mov", {}, 0, 4, 0});
-    for (const auto& [clip, isVideo] : {std::pair{audioOnly, false}, {placeholder, true}}) {
+    for (const auto& [clips, isVideo] : {std::pair{std::vector<Clip>{}, false},
+                                         {std::vector{audioOnly}, false},
+                                         {std::vector{placeholder}, true}}) {
         Project p;
-        p.setClips({clip});
+        p.setClips(clips);
         p.setPlayheadGlobal(1);
         p.setCropInsetTop(0.1);
-        EXPECT_EQ(p.hasVideoContent(), isVideo);
-        EXPECT_EQ(p.videoAtPlayhead(), isVideo);
-        EXPECT_FALSE(p.videoNaturalSize() || p.naturalSizeAtPlayhead() || p.largestVideoSize());
-        EXPECT_FALSE(p.hasCrop()) << "without a video frame there is nothing to crop";
+        EXPECT_EQ(std::pair(p.hasVideoContent(), p.videoAtPlayhead()), std::pair(isVideo, isVideo));
+        EXPECT_FALSE(p.videoNaturalSize() || p.naturalSizeAtPlayhead() || p.largestVideoSize() ||
+                     p.aspectAtPlayhead() || p.hasCrop());
         EXPECT_EQ(p.frameRateAtPlayhead(), 30.0);
     }
+    Project p;
+    p.togglePlayback();
+    EXPECT_FALSE(p.isPlaying() || p.clipIDAt(0));
 }
 
 TEST(TimelineQueries, SizesComeFromTheFirstVideoClipTheLowestSizedOneAtThePlayheadOrTheLargest) {
