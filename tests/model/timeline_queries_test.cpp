@@ -40,6 +40,8 @@ TEST(TimelineQueries, PlacesRunFromTheStartToBeforeTheEndAtTheClipsRateWithTheTo
     EXPECT_EQ(p.clipIDAt(5), std::nullopt);
     p.setClips({c, masked(clipAt(0, 8), StreamMask::audioOnly)});
     EXPECT_NE(p.clipIDAt(3), c.id) << "on any row";
+    p.setClips({c, Clip::missingPlaceholder({Uuid::random(), "/gone.mov", {}, 0, 3, 6}), below});
+    EXPECT_DOUBLE_EQ(p.totalDurationSeconds(), 9) << "the latest end, placeholders included";
 }
 
 TEST(TimelineQueries, GapsAndOverlapsOnOneRow) {
