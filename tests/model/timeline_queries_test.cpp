@@ -118,20 +118,16 @@ TEST(TimelineQueries, SizesComeFromTheFirstVideoClipTheLowestSizedOneAtThePlayhe
 }
 
 TEST(TimelineQueries, FrameRateAtPlayheadIsTheTopVideoClipsElseTheFirstVideoClipsNeverZero) {
-    struct Case {
-        std::vector<Clip> clips;
-        double expected;
-    };
     auto c = [](double start, double fps) { return rated(clipAt(start, 4), fps); };
     Clip audioOnTop = rated(clipAt(0, 4, false, true), 48);
-    for (const Case& k : std::vector<Case>{{{c(0, 25), c(0, 60)}, 60},
-                                           {{c(10, 24), c(0, 60), audioOnTop}, 24},
-                                           {{c(0, 0), c(5, 50)}, 50},
-                                           {{c(0, 0)}, 30}}) {
+    for (const auto& [clips, expected] : {std::pair{std::vector{c(0, 25), c(0, 60)}, 60.0},
+                                          {std::vector{c(10, 24), c(0, 60), audioOnTop}, 24.0},
+                                          {std::vector{c(0, 0), c(5, 50)}, 50.0},
+                                          {std::vector{c(0, 0)}, 30.0}}) {
         Project p;
-        p.setClips(k.clips);
+        p.setClips(clips);
         p.setPlayheadGlobal(1);
-        EXPECT_EQ(p.frameRateAtPlayhead(), k.expected);
+        EXPECT_EQ(p.frameRateAtPlayhead(), expected);
     }
 }
 
