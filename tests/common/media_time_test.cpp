@@ -9,7 +9,7 @@ namespace {
 using common::MediaTime;
 using common::MediaTimeRange;
 
-TEST(MediaTime, FromSecondsTakesTheNearestTickWithHalvesAwayFromZero) {
+TEST(MediaTime, FromSecondsTakesTheNearestTickWithHalvesAwayFromZeroAndRangesKeepBothEnds) {
     // 0.0008 s is 0.48 ticks, 0.0625 s exactly 37.5 and 0.0075 s a decimal half tick.
     const std::pair<double, std::int64_t> cases[] = {
         {1, 600},     {1.0 / 3, 200}, {0.0008, 0}, {0.0009, 1},           {-0.0009, -1},
@@ -22,6 +22,11 @@ TEST(MediaTime, FromSecondsTakesTheNearestTickWithHalvesAwayFromZero) {
     MediaTime sum;
     for (int i = 0; i < 10; ++i) sum = sum + MediaTime::fromSeconds(0.1);
     EXPECT_EQ(sum, MediaTime{600});
+    // 0.48 ticks round down and 600.96 round up: 601 ticks, though the length is 600.48.
+    const auto range = MediaTimeRange::fromStartEnd(MediaTime::fromSeconds(0.0008),
+                                                    MediaTime::fromSeconds(1.0016));
+    EXPECT_EQ(range, (MediaTimeRange{MediaTime{0}, MediaTime{601}}));
+    EXPECT_EQ(range.end(), MediaTime{601});
 }
 
 TEST(MediaTime, ToTimeBaseRoundsToTheNearestUnitWithoutDriftOrOverflow) {
@@ -50,14 +55,6 @@ TEST(MediaTime, FromTimeBaseTakesTheNearestTickAndRoundTripsFinerBases) {
         EXPECT_EQ(MediaTime::fromTimeBase(MediaTime{ticks}.toTimeBase(1, 48000), 1, 48000),
                   MediaTime{ticks});
     }
-}
-
-TEST(MediaTimeRange, DurationIsTheDifferenceOfRoundedEndsNotTheRoundedLength) {
-    // 0.48 ticks round down and 600.96 round up: 601 ticks, though the length is 600.48.
-    const auto range = MediaTimeRange::fromStartEnd(MediaTime::fromSeconds(0.0008),
-                                                    MediaTime::fromSeconds(1.0016));
-    EXPECT_EQ(range, (MediaTimeRange{MediaTime{0}, MediaTime{601}}));
-    EXPECT_EQ(range.end(), MediaTime{601});
 }
 
 }  // namespace

@@ -37,7 +37,7 @@ TEST(ThreadPoolExecutor, WorkRunsInTheBackgroundAndChainedResultsLandInOrderOnTh
     EXPECT_TRUE(workOffOwner && resultsOnOwner);
 }
 
-TEST(ThreadPoolExecutor, OwnerTasksWaitForTheOwnerAndEachPostWakesIt) {
+TEST(ThreadPoolExecutor, OwnerTasksWaitForTheOwnerEachPostWakesItAndAThrowingJobIsLogged) {
     ThreadPoolExecutor executor(2);
     std::atomic<int> wakeups = 0;
     executor.setWakeup([&] { ++wakeups; });
@@ -50,18 +50,16 @@ TEST(ThreadPoolExecutor, OwnerTasksWaitForTheOwnerAndEachPostWakesIt) {
     EXPECT_EQ(ran, 0);
     EXPECT_EQ(executor.runOwnerTasks(), 1u);
     EXPECT_EQ(ran, 1);
-}
 
-TEST(ThreadPoolExecutor, AThrowingJobIsLoggedAndEvenZeroThreadsGoOn) {
-    ThreadPoolExecutor executor(0);
+    ThreadPoolExecutor single(0);
     testing::internal::CaptureStderr();
-    executor.runInBackground([] { throw std::runtime_error("boom"); });
-    executor.drain();
+    single.runInBackground([] { throw std::runtime_error("boom"); });
+    single.drain();
     EXPECT_EQ(testing::internal::GetCapturedStderr(), "Vantrell: background task failed: boom\n");
     int after = 0;
     common::runAsync(
-        executor, [] { return 7; }, [&](int v) { after = v; });
-    executor.drain();
+        single, [] { return 7; }, [&](int v) { after = v; });
+    single.drain();
     EXPECT_EQ(after, 7);
 }
 

@@ -15,7 +15,6 @@ using namespace model_test;
 using common::Uuid;
 using model::Clip;
 using model::PasteboardType;
-using model::Project;
 using model::StreamMask;
 using nlohmann::json;
 
@@ -30,40 +29,35 @@ class ClipboardTest : public MediaProjectTest {
         project.copySelection();
     }
 
-    json payload() { return json::parse(pasteboard->payloadText().value_or("null")); }
-
     // Pastes and answers the clips that the paste appended, in stacking order.
     std::vector<Clip> paste() {
         std::size_t existing = project.clips().size();
         project.pasteAtPlayhead();
         executor.drain();
-        const auto& all = project.clips();
-        return {all.begin() + static_cast<std::ptrdiff_t>(existing), all.end()};
+        return {project.clips().begin() + static_cast<std::ptrdiff_t>(existing),
+                project.clips().end()};
     }
 };
 
 TEST_F(ClipboardTest, CopyWritesTheSelectedClipsInTimelineOrderAsCompactRecords) {
     Clip late = liveClip("/m/c.mov", 1, 30);
     Clip early = liveClip("/m/a.mov", 1, 10);
-    Clip unselected = liveClip("/m/d.mov", 1, 0);
-    project.setClips({late, early, unselected});
+    project.setClips({late, early, liveClip("/m/d.mov", 1, 0)});
     project.copySelection();
     EXPECT_EQ(pasteboard->writes(), 0) << "nothing selected";
     project.setSelectedClipIDs({late.id, early.id});
     project.copySelection();
 
-    auto text = pasteboard->payloadText();
-    ASSERT_TRUE(text);
-    EXPECT_EQ(text->find('\n'), std::string::npos) << "not pretty-printed";
-    json records = json::parse(*text);
+    auto text = pasteboard->payloadText().value_or("");
+    EXPECT_EQ(text.find('\n'), std::string::npos) << "not pretty-printed";
+    json records = json::parse(text);
     ASSERT_EQ(records.size(), 2u);
     EXPECT_EQ(records[0]["id"], early.id.toString());
     EXPECT_EQ(records[1]["id"], late.id.toString());
     EXPECT_EQ(records[0]["url"], "file:///m/a.mov");
     EXPECT_EQ(records[0]["bookmark"],
               model::base64Encode(FakeMediaServices::bookmarkFor("/m/a.mov")));
-    for (const auto& key : {"streamMask", "rateMultiplier", "isReversed", "displayName"})
-        EXPECT_FALSE(records[0].contains(key)) << key;
+    EXPECT_EQ(records[0].size(), 6u) << "no optional key at its default";
     EXPECT_EQ(lastStep(project), Step{});
 
     project.setSelectedClipID(Uuid::random());
@@ -79,8 +73,7 @@ TEST_F(ClipboardTest, PasteLandsTheEarliestAtThePlayheadWithNewIdsAndEditDecisio
     a.streamMask = StreamMask::audioOnly;
     a.url = "/m/old-home.wav";  // the bookmark finds the file where it moved
     Clip b = liveClip("/m/b.mov", 1, 12);
-    Clip c = liveClip("/m/c.mov", 1, 30);
-    copy({c, a, b});
+    copy({liveClip("/m/c.mov", 1, 30), a, b});
     project.setPlayheadGlobal(1);
     Recorder r(project);
     project.pasteAtPlayhead();
@@ -88,19 +81,17 @@ TEST_F(ClipboardTest, PasteLandsTheEarliestAtThePlayheadWithNewIdsAndEditDecisio
     project.setPlayheadGlobal(0);
     executor.drain();
 
-    const auto& all = project.clips();
-    ASSERT_EQ(all.size(), 6u);
-    std::vector<Clip> pasted(all.begin() + 3, all.end());
+    std::vector<Clip> pasted(project.clips().begin() + 3, project.clips().end());
+    ASSERT_EQ(pasted.size(), 3u);
     EXPECT_EQ(pasted[0].url, "/m/a.wav");
     EXPECT_EQ(placement(pasted[0]), (Placement{2, 6, 1}));
-    EXPECT_EQ(pasted[0].rateMultiplier, 2);
-    EXPECT_EQ(pasted[0].streamMask, StreamMask::audioOnly);
-    EXPECT_EQ(pasted[0].displayName, "a.wav");
+    EXPECT_EQ(std::pair(pasted[0].rateMultiplier, pasted[0].streamMask),
+              std::pair(2.0, StreamMask::audioOnly));
     EXPECT_EQ(pasted[1].startOnTimeline, 3);
     EXPECT_EQ(pasted[2].startOnTimeline, 21);
     EXPECT_EQ(pasted[1].filmstrip.size(), FakeMediaServices::kFilmstripFrames) << "enriched anew";
-    std::unordered_set<Uuid> ids{a.id, b.id, c.id};
-    for (const Clip& p : pasted) ids.insert(p.id);
+    std::unordered_set<Uuid> ids;
+    for (const Clip& c : project.clips()) ids.insert(c.id);
     EXPECT_EQ(ids.size(), 6u) << "new ids";
     EXPECT_EQ(project.selectedClipIDs(), std::unordered_set<Uuid>{pasted[0].id});
     EXPECT_EQ(r.count(model::ProjectField::compositionToken), 1u) << "once for the whole paste";
@@ -118,10 +109,8 @@ TEST_F(ClipboardTest, HalvesPastedTogetherFormANewPairEachTimeAndAHalfAloneLoses
     auto text = pasteboard->payloadText();
     auto first = paste();
     auto second = paste();
-    ASSERT_EQ(first.size(), 2u);
-    ASSERT_EQ(second.size(), 2u);
-    ASSERT_TRUE(first[0].linkGroupID);
-    EXPECT_NE(first[0].linkGroupID, group);
+    ASSERT_EQ(first.size() + second.size(), 4u);
+    EXPECT_NE(first[0].linkGroupID.value_or(group), group);
     EXPECT_EQ(first[1].linkGroupID, first[0].linkGroupID);
     EXPECT_NE(second[0].linkGroupID, first[0].linkGroupID) << "each paste renews the group";
     EXPECT_EQ(second[1].linkGroupID, second[0].linkGroupID);
@@ -131,42 +120,17 @@ TEST_F(ClipboardTest, HalvesPastedTogetherFormANewPairEachTimeAndAHalfAloneLoses
     auto lone = paste();
     ASSERT_EQ(lone.size(), 1u);
     EXPECT_FALSE(lone[0].linkGroupID);
-    EXPECT_EQ(lone[0].streamMask, StreamMask::audioOnly);
-}
-
-TEST_F(ClipboardTest, AReversedClipPastesReversedAndRendersAnew) {
-    Clip c = liveClip("/m/a.mov", 10, 0);
-    c.isReversed = true;
-    c.forwardInSeconds = 2;
-    c.forwardOutSeconds = 5;
-    c.outSeconds = 3;
-    c.reversedURL = "/tmp/vantrell-reversed-old.mov";
-    copy({c});
-    EXPECT_FALSE(payload()[0].contains("reversedURL"));
-    testing::internal::CaptureStderr();
-    auto pasted = paste();
-    testing::internal::GetCapturedStderr();
-    ASSERT_EQ(pasted.size(), 1u);
-    EXPECT_TRUE(pasted[0].isReversed);
-    EXPECT_FALSE(pasted[0].reversedURL) << "the failed render leaves it absent";
-    auto renders = media->renderCalls();
-    ASSERT_EQ(renders.size(), 1u);
-    EXPECT_EQ(renders[0].fromSeconds, 2);
-    EXPECT_EQ(renders[0].toSeconds, 5);
 }
 
 TEST_F(ClipboardTest, ARecordWhoseFileIsGoneIsSkippedSilentlyAndTheTokenStillRises) {
     Clip live = liveClip("/m/a.mov", 2, 4);
     Clip lost = Clip::missingPlaceholder({Uuid::random(), "/gone/b.mov", {}, 0, 3, 0});
     copy({live, lost});
-    ASSERT_EQ(payload().size(), 2u) << "a placeholder is copied like any clip";
     project.setPlayheadGlobal(10);
     project.pasteAtPlayhead();
     EXPECT_EQ(drainCapturingLog(), "");
-    auto pasted = std::vector<Clip>(project.clips().begin() + 2, project.clips().end());
-    ASSERT_EQ(pasted.size(), 1u);
-    EXPECT_EQ(pasted[0].startOnTimeline, 14) << "the lost record still set the offset";
-    EXPECT_EQ(project.selectedClipID(), pasted[0].id);
+    ASSERT_EQ(project.clips().size(), 3u);
+    EXPECT_EQ(project.clips()[2].startOnTimeline, 14) << "the lost record still set the offset";
 
     copy({lost});
     project.setSelectedClipID(live.id);
@@ -194,7 +158,7 @@ TEST_F(ClipboardTest, AnythingButAWellFormedPayloadOrAMissingPasteboardDoesNothi
         pasteboard->put(type, text);
         EXPECT_TRUE(paste().empty()) << text;
     }
-    Project bare{{&executor, media}};
+    model::Project bare{{&executor, media}};
     bare.setClips({a});
     bare.setSelectedClipID(a.id);
     bare.copySelection();

@@ -16,20 +16,9 @@ namespace {
 using namespace model_test;
 using common::Uuid;
 using model::Clip;
-using model::ProjectField;
 
 class EnrichmentTest : public MediaProjectTest {
   protected:
-    // A clip of `seconds` on the timeline, not yet enriched.
-    Clip placed(const std::filesystem::path& path, double seconds, bool video = true,
-                bool audio = true) {
-        Clip c = liveClip(path, seconds, 0, video, audio);
-        auto clips = project.clips();
-        clips.push_back(c);
-        project.setClips(clips);
-        return c;
-    }
-
     // Starts enrichment of `id` and waits until both of its tasks are held in the background,
     // which both reach only if neither waits for the other.
     void startHeld(const Uuid& id) {
@@ -47,7 +36,8 @@ class EnrichmentTest : public MediaProjectTest {
         executor.drain();
     }
 
-    static bool isEnriched(const Clip& c) {
+    bool isEnriched(const Uuid& id) {
+        const Clip& c = *project.clip(id);
         return c.filmstrip.size() == FakeMediaServices::kFilmstripFrames && c.waveform &&
                c.waveformPeaks;
     }
@@ -55,38 +45,46 @@ class EnrichmentTest : public MediaProjectTest {
 
 TEST_F(EnrichmentTest, PeaksAreAskedForAtTwoHundredASecondWithAFloorOf1600OnlyForSound) {
     media->failWaveformImages();
-    Clip silentMovie = placed("/m/silent.mov", 5, true, false);
+    std::vector<Clip> clips{liveClip("/m/silent.mov", 5, 0, true, false)};
     for (double seconds : {4.0, 60.0, 8.008})
-        project.enrichAssetsAsync(placed("/m/a.wav", seconds, false).id);
-    project.enrichAssetsAsync(silentMovie.id);
+        clips.push_back(liveClip("/m/a.wav", seconds, 0, false));
+    project.setClips(clips);
+    for (const Clip& c : clips) project.enrichAssetsAsync(c.id);
     executor.drain();
     std::vector<int> asked;
     for (const auto& call : media->peakCalls()) asked.push_back(call.targetPeakCount);
     std::sort(asked.begin(), asked.end());
-    // The product is cut toward zero.
-    EXPECT_EQ(asked, (std::vector<int>{1600, 1601, 12000}));
+    EXPECT_EQ(asked, (std::vector<int>{1600, 1601, 12000})) << "the product is cut toward zero";
     EXPECT_EQ(media->filmstripCalls(), std::vector<std::filesystem::path>{"/m/silent.mov"});
     const Clip& song = project.clips()[1];
     EXPECT_FALSE(song.waveform) << "a waveform that can't be drawn still leaves the peaks";
-    ASSERT_TRUE(song.waveformPeaks);
     EXPECT_EQ(song.waveformPeaks->size(), 1600u);
-    EXPECT_TRUE(song.filmstrip.empty());
 }
 
-TEST_F(EnrichmentTest, ResultsGoOnlyToTheClipThatStillShowsTheFileWhenTheyLand) {
-    Clip c = placed("/m/a.mov", 10);
-    project.setSelectedClipID(c.id);
+TEST_F(EnrichmentTest, ResultsGoInPlaceOnlyToTheClipThatStillShowsTheFileWhenTheyLand) {
+    Clip c = liveClip("/m/a.mov", 10);
+    place(project, {c}, c.id);
     startHeld(c.id);
     media->remove("/m/a.mov");
     finish();
     EXPECT_EQ(*project.clip(c.id), c) << "a file that fails leaves the clip untouched";
 
     media->add("/m/a.mov", 10);
+    Recorder r(project);
+    startHeld(c.id);
+    finish();
+    EXPECT_TRUE(isEnriched(c.id));
+    EXPECT_EQ(*project.clip(c.id)->waveformPeaks,
+              std::vector<float>(2000, FakeMediaServices::kPeakLevel));
+    EXPECT_EQ(r.didChangeCalls, 0);
+    EXPECT_EQ(r.fields, (std::vector{model::ProjectField::clips, model::ProjectField::clips}));
+
+    project.setClips({c});
     startHeld(c.id);
     project.deleteSelected();
     project.undo();
     finish();
-    EXPECT_TRUE(isEnriched(*project.clip(c.id))) << "a clip brought back by undo takes them";
+    EXPECT_TRUE(isEnriched(c.id)) << "a clip brought back by undo takes them";
 
     Clip relinked = liveClip("/m/b.mov", 10);
     relinked.id = c.id;
@@ -96,50 +94,35 @@ TEST_F(EnrichmentTest, ResultsGoOnlyToTheClipThatStillShowsTheFileWhenTheyLand) 
     EXPECT_FALSE(project.clip(c.id)->waveformPeaks) << "pictures of a file it no longer names";
 }
 
-TEST_F(EnrichmentTest, ResultsGoInPlaceWithoutHistoryOrChangeAndAnEntryMeanwhileHasNone) {
-    Clip c = placed("/m/a.mov", 10);
-    Clip d = placed("/m/b.mov", 10);
-    Recorder r(project);
+TEST_F(EnrichmentTest, AnEntryMeanwhileHoldsNoneAndASplitAndAnUnlinkShareWhatTheClipHad) {
+    Clip c = liveClip("/m/a.mov", 10);
+    place(project, {c}, c.id);
     startHeld(c.id);
-    finish();
-    ASSERT_TRUE(isEnriched(*project.clip(c.id)));
-    EXPECT_EQ(*project.clip(c.id)->waveformPeaks,
-              std::vector<float>(2000, FakeMediaServices::kPeakLevel));
-    EXPECT_EQ(r.didChangeCalls, 0);
-    EXPECT_EQ(r.count(ProjectField::compositionToken) + r.count(ProjectField::undoStack), 0u);
-
-    startHeld(d.id);
     project.recordSnapshot("Move Clip");
-    project.moveClip(d.id, 4);
+    project.moveClip(c.id, 4);
     project.commitEdit();
     finish();
-    EXPECT_TRUE(isEnriched(*project.clip(d.id)));
     project.undo();
     executor.drain();
-    EXPECT_TRUE(project.clip(d.id)->filmstrip.empty()) << "the entry holds it without pictures";
-    EXPECT_EQ(media->filmstripCalls().size(), 2u) << "undo starts no enrichment";
-}
-
-TEST_F(EnrichmentTest, ASplitAndAnUnlinkShareWhatTheClipHadAndComputeNothing) {
-    Clip c = placed("/m/a.mov", 10);
-    startHeld(c.id);
-    finish();
+    EXPECT_TRUE(project.clip(c.id)->filmstrip.empty()) << "the entry holds it without pictures";
+    project.redo();
     Clip whole = *project.clip(c.id);
-    project.setPlayheadGlobal(4);
+    EXPECT_TRUE(isEnriched(c.id));
+
+    project.setPlayheadGlobal(8);
     project.splitAtPlayhead();
     executor.drain();
     ASSERT_EQ(project.clips().size(), 2u);
     EXPECT_EQ(project.clips()[1].filmstrip, whole.filmstrip);
     EXPECT_EQ(project.clips()[1].waveformPeaks, whole.waveformPeaks) << "the same peaks";
-
     project.toggleLinkAV(c.id);
     executor.drain();
     ASSERT_EQ(project.clips().size(), 3u);
     const Clip& audio = project.clips()[1];
     EXPECT_TRUE(audio.filmstrip.empty()) << "the sound has no pictures";
-    EXPECT_EQ(audio.waveform, whole.waveform);
-    EXPECT_EQ(audio.waveformPeaks, whole.waveformPeaks);
-    EXPECT_EQ(media->filmstripCalls().size(), 1u);
+    EXPECT_EQ(std::pair(audio.waveform, audio.waveformPeaks),
+              std::pair(whole.waveform, whole.waveformPeaks));
+    EXPECT_EQ(media->filmstripCalls().size(), 1u) << "undo, split and unlink compute nothing";
     EXPECT_EQ(media->peakCalls().size(), 1u);
 }
 

@@ -2,9 +2,7 @@
 
 #include <functional>
 #include <memory>
-#include <optional>
 #include <string>
-#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -17,7 +15,6 @@
 namespace {
 
 using namespace model_test;
-using namespace std::string_literals;
 using common::Uuid;
 using model::Clip;
 using model::Project;
@@ -31,144 +28,85 @@ void edit(Project& p, const std::string& name, std::vector<Clip> clips) {
     p.commitEdit();
 }
 
-VantrellSnapshotClip recordOf(const Project& p, std::size_t i = 0) {
-    return p.makeSnapshot().clips.at(i);
-}
-
 VantrellSnapshotClip record(const std::filesystem::path& url, double in, double out, double start) {
     return {Uuid::random(), url, {}, in, out, start};
 }
 
-TEST(Project, TotalDurationIsTheLatestEndOnEitherRowPlaceholdersIncluded) {
-    Project p;
-    Clip audio = clipAt(2, 12, false, true);
-    audio.rateMultiplier = 2;  // ends at 2 + 12 / 2
-    Clip placeholder = Clip::missingPlaceholder({Uuid::random(), "/gone.mov", {}, 0, 3, 6});
-    p.setClips({clipAt(0, 5, true, false), audio, placeholder});
-    EXPECT_DOUBLE_EQ(p.totalDurationSeconds(), 9);
-}
-
-TEST(Project, FortyOneRecordsKeepFortyAndDropTheFirst) {
-    Project p;
-    for (int i = 1; i <= 41; ++i) edit(p, "Edit " + std::to_string(i), {clipAt(i, 1)});
-    EXPECT_EQ(p.undoCount(), 40u);
-    EXPECT_EQ(p.undoName(), "Edit 41");
-    for (int i = 0; i < 39; ++i) p.undo();
-    EXPECT_EQ(p.undoName(), "Edit 2");
-    p.undo();
-    EXPECT_FALSE(p.canUndo());
-    EXPECT_DOUBLE_EQ(p.clips().at(0).startOnTimeline, 1) << "the state before Edit 1 is gone";
-}
-
-TEST(Project, UndoAndRedoSwapClipsAndEntriesRaiseTheTokenAndClampThePlayheadBackwardOnly) {
+TEST(Project, UndoAndRedoSwapClipsRaiseTheTokenAndClampThePlayheadBackwardOnly) {
     Project p;
     p.setPlayheadGlobal(50);
     {
         Recorder r(p);
         p.undo();
         p.redo();
-        EXPECT_TRUE(r.heardNothing()) << "empty stacks: no token and no clamp either";
+        EXPECT_TRUE(r.heardNothing());
     }
-    Clip a = clipAt(0, 10);
-    edit(p, "Import", {a});
-    EXPECT_DOUBLE_EQ(p.playheadGlobal(), 10 - 0.001);
-    Clip trimmed = clipAt(0, 4);
+    Clip a = clipAt(0, 10), trimmed = clipAt(0, 4);
     trimmed.id = a.id;
+    edit(p, "Import", {a});
     edit(p, "Trim Out", {trimmed});
-    EXPECT_DOUBLE_EQ(p.playheadGlobal(), 4 - 0.001);
     p.undo();
     EXPECT_EQ(p.clips(), std::vector<Clip>{a});
     EXPECT_EQ(lastStep(p), (Step{"Import", 3}));
     EXPECT_EQ(p.redoName(), "Trim Out");
-    EXPECT_DOUBLE_EQ(p.playheadGlobal(), 4 - 0.001) << "undo does not move it forward again";
+    EXPECT_DOUBLE_EQ(p.playheadGlobal(), 4 - 0.001) << "undo does not move it forward";
     p.setPlayheadGlobal(9.4);
     p.redo();
-    EXPECT_EQ(p.clips(), std::vector<Clip>{trimmed});
     EXPECT_EQ(lastStep(p), (Step{"Trim Out", 4}));
     EXPECT_DOUBLE_EQ(p.playheadGlobal(), 4 - 0.001);
-    p.setPlayheadGlobal(9.4);
-    p.undo();
-    EXPECT_EQ(p.playheadGlobal(), 9.4) << "inside the timeline it stays put";
-
     edit(p, "Nudge Clip", {clipAt(1, 4)});
-    EXPECT_FALSE(p.canRedo()) << "a new edit after undo leaves nothing to redo";
+    p.undo();
+    edit(p, "Delete Clip", {});
+    EXPECT_FALSE(p.canRedo());
     p.setPlayheadGlobal(20);
     p.undo();
-    EXPECT_DOUBLE_EQ(p.playheadGlobal(), 10 - 0.001);
-    edit(p, "Delete Clip", {});
-    EXPECT_EQ(p.playheadGlobal(), 0);
+    EXPECT_DOUBLE_EQ(p.playheadGlobal(), 4 - 0.001);
+
+    for (int i = 1; i <= 41; ++i) edit(p, "Edit " + std::to_string(i), {clipAt(i, 1)});
+    EXPECT_EQ(p.undoCount(), 40u);
+    // A cancelled drag brings back the step its entry pushed out.
+    p.recordSnapshot("Trim Out");
+    p.cancelEdit();
+    EXPECT_EQ(p.undoStack().front().name, "Edit 2");
+    while (p.canUndo()) p.undo();
+    EXPECT_DOUBLE_EQ(p.clips().at(0).startOnTimeline, 1) << "the state before Edit 1 is gone";
 }
 
-TEST(Project, ADragIsOneStepCommitRaisesTheTokenThenClampsThenClearsTrimStateACancelLeavesNone) {
+TEST(Project, ADragIsOneStepThatCommitsInOrderOrCancelsWithoutTrace) {
     Project p;
     Clip a = clipAt(0, 10);
-    p.setClips({a});
+    edit(p, "Import", {a});
     p.setPlayheadGlobal(8);
-    p.setTrimReadout(
-        model::TrimReadoutInfo{a.id, model::TrimReadoutInfo::Edge::out, 4, 4, 120, true});
+    const model::TrimReadoutInfo readout{a.id, model::TrimReadoutInfo::Edge::out, 4, 4, 120, true};
+    p.setTrimReadout(readout);
     p.setTrimPreview(model::TrimPreviewState{"/media/clip.mov", 4});
     p.setTrimSnappedClipID(a.id);
     p.recordSnapshot("Trim Out");
     for (double out : {6, 5, 4}) p.updateClip(a.id, [&](Clip& c) { c.outSeconds = out; });
-    EXPECT_EQ(p.compositionToken(), 0);
-
     std::vector<ProjectField> order;
-    p.addObserver([&](ProjectField f) { order.push_back(f); });
+    auto id = p.addObserver([&](ProjectField f) { order.push_back(f); });
     double playheadSeenByDidChange = -1;
     p.didChange = [&] { playheadSeenByDidChange = p.playheadGlobal(); };
     p.commitEdit();
+    p.removeObserver(id);
     EXPECT_EQ(order, (std::vector<ProjectField>{
                          ProjectField::compositionToken, ProjectField::playheadGlobal,
                          ProjectField::trimReadout, ProjectField::trimSnappedClipID,
                          ProjectField::trimPreview}));
     EXPECT_EQ(playheadSeenByDidChange, 8);
-    EXPECT_EQ(lastStep(p), (Step{"Trim Out", 1}));
+    EXPECT_EQ(lastStep(p), (Step{"Trim Out", 2}));
+    p.undo();
+    EXPECT_EQ(p.clips(), std::vector<Clip>{a});
 
-    const auto committed = p.clips();
+    p.setTrimReadout(readout);
+    p.setDragLandingX(30);
     p.recordSnapshot("Trim In");
     p.setIn(a.id, 2);
-    p.setTrimReadout(
-        model::TrimReadoutInfo{a.id, model::TrimReadoutInfo::Edge::in, 2, 2, 60, true});
-    p.setDragLandingX(30);
     p.cancelEdit();
-    EXPECT_EQ(p.clips(), committed) << "a cancelled drag puts the clips back";
-    EXPECT_EQ(lastStep(p), (Step{"Trim Out", 1})) << "and leaves no entry and no token";
-    EXPECT_FALSE(p.canRedo() || p.trimReadout() || p.dragLandingX());
-    p.undo();
-    EXPECT_EQ(p.clips()[0].outSeconds, 10) << "the whole drag is one step";
-}
-
-TEST(Project, ACancelledDragPutsTheClipsBackAndLeavesTheHistoryAsItWas) {
-    Project p;
-    Clip a = clipAt(0, 10);
-    edit(p, "Import", {a});
-    Clip moved = a;
-    moved.startOnTimeline = 5;
-    edit(p, "Move Clip", {moved});
-    p.undo();
-    p.recordSnapshot("Trim Out");
-    p.setOut(a.id, 4);
-    p.setTrimReadout(
-        model::TrimReadoutInfo{a.id, model::TrimReadoutInfo::Edge::out, 4, 4, 120, true});
-    p.setDragLandingX(30);
-    auto token = p.compositionToken();
-
-    p.cancelEdit();
-
-    EXPECT_EQ(p.clips()[0].outSeconds, 10);
-    EXPECT_EQ(p.undoName(), "Import");
-    EXPECT_EQ(p.redoName(), "Move Clip");
-    EXPECT_EQ(p.redoCount(), 1u);
-    EXPECT_EQ(p.compositionToken(), token);
+    EXPECT_EQ(p.clips(), std::vector<Clip>{a});
+    EXPECT_EQ(lastStep(p), (Step{"Import", 3}));
+    EXPECT_EQ(p.redoName(), "Trim Out");
     EXPECT_FALSE(p.trimReadout() || p.dragLandingX());
-
-    // With the history full, the step the drag pushed out comes back too.
-    for (int i = 1; i < Project::maxHistory; ++i) edit(p, "Step " + std::to_string(i), {a});
-    ASSERT_EQ(p.undoCount(), static_cast<std::size_t>(Project::maxHistory));
-    p.recordSnapshot("Trim Out");
-    p.cancelEdit();
-    EXPECT_EQ(p.undoCount(), static_cast<std::size_t>(Project::maxHistory));
-    EXPECT_EQ(p.undoStack().front().name, "Import");
 }
 
 TEST(Project, AWriteTellsItsFieldOnlyWhenTheValueChangesAndMarksNothing) {
@@ -181,28 +119,20 @@ TEST(Project, AWriteTellsItsFieldOnlyWhenTheValueChangesAndMarksNothing) {
         c.waveformPeaks = std::make_shared<const std::vector<float>>(std::vector{0.2f, 0.4f});
         return c;
     };
-    model::TrimReadoutInfo readout{a.id, model::TrimReadoutInfo::Edge::in, 1, 2, 30, true};
-    model::GapSelection gap{false, 0, 1};
-    model::TrimPreviewState preview{"/a", 1};
     const std::vector<std::pair<F, std::function<void()>>> writes = {
         {F::clips, [&] { p.setClips({fresh()}); }},
         {F::selectedClipIDs, [&] { p.setSelectedClipIDs({a.id}); }},
-        {F::selectionAnchor, [&] { p.setSelectionAnchor(a.id); }},
-        {F::selectedGap, [&] { p.setSelectedGap(gap); }},
         {F::playheadGlobal, [&] { p.setPlayheadGlobal(2); }},
-        {F::exportMessage, [&] { p.setExportMessage("Done"); }},
-        {F::trimReadout, [&] { p.setTrimReadout(readout); }},
-        {F::trimPreview, [&] { p.setTrimPreview(preview); }},
         {F::dragLandingX, [&] { p.setDragLandingX(12); }},
     };
     Recorder r(p);
-    for (std::size_t i = 0; i < writes.size(); ++i) {
+    for (const auto& [field, write] : writes) {
         r.fields.clear();
-        writes[i].second();
-        writes[i].second();
-        EXPECT_EQ(r.fields, std::vector<F>{writes[i].first}) << "write " << i;
+        write();
+        write();
+        EXPECT_EQ(r.fields, std::vector<F>{field}) << static_cast<int>(field);
     }
-    EXPECT_EQ(r.didChangeCalls, 0) << "none of these marks the document";
+    EXPECT_EQ(r.didChangeCalls, 0);
     r.fields.clear();
     EXPECT_TRUE(p.updateClip(a.id, [](Clip&) {}));
     EXPECT_FALSE(p.updateClip(Uuid::random(), [](Clip&) {}));
@@ -213,26 +143,18 @@ TEST(Project, AWriteTellsItsFieldOnlyWhenTheValueChangesAndMarksNothing) {
     p.setExportSheet(sheet);
     sheet.statusLine = "Re-encode";
     p.setExportSheet(sheet);
-    EXPECT_EQ(p.exportSheet()->statusLine, "Re-encode") << "a quiet write still stores";
+    EXPECT_EQ(p.exportSheet()->statusLine, "Re-encode");
     p.setExportSheet(model::ExportSheetState{Uuid::random()});
     EXPECT_EQ(r.count(F::exportSheet), 2u);
-}
 
-TEST(Project, ARemovedObserverHearsNothingAndOneMayLeaveWhileBeingTold) {
-    Project p;
-    int first = 0, second = 0;
-    Project::ObserverID selfRemoving = 0;
-    selfRemoving = p.addObserver([&](ProjectField) {
-        ++first;
+    int heard = 0;
+    Project::ObserverID selfRemoving = p.addObserver([&](ProjectField) {
+        ++heard;
         p.removeObserver(selfRemoving);
     });
-    auto other = p.addObserver([&](ProjectField) { ++second; });
     p.setZoomFactor(2);
     p.setZoomFactor(3);
-    p.removeObserver(other);
-    p.setZoomFactor(4);
-    EXPECT_EQ(first, 1);
-    EXPECT_EQ(second, 2);
+    EXPECT_EQ(heard, 1);
 }
 
 TEST(Project, InsetAndFramingWritesMarkTheDocumentBeforeStoringAndOnlyAModeChangeRaisesTheToken) {
@@ -241,7 +163,7 @@ TEST(Project, InsetAndFramingWritesMarkTheDocumentBeforeStoringAndOnlyAModeChang
     p.didChange = [&] { seen.push_back(p.cropInsetLeading()); };
     p.setCropInsetLeading(0.2);
     p.setCropInsetLeading(0.2);
-    EXPECT_EQ(seen, (std::vector<double>{0.0, 0.2})) << "the same value still marks it";
+    EXPECT_EQ(seen, (std::vector<double>{0.0, 0.2}));
 
     std::vector<std::pair<model::SmallClipMode, std::int64_t>> modes;
     p.didChange = [&] { modes.emplace_back(p.smallClipMode(), p.compositionToken()); };
@@ -252,22 +174,6 @@ TEST(Project, InsetAndFramingWritesMarkTheDocumentBeforeStoringAndOnlyAModeChang
                                       {model::SmallClipMode::proportional, 0},
                                       {model::SmallClipMode::fill, 0}}));
     EXPECT_EQ(p.compositionToken(), 1);
-}
-
-TEST(Project, SelectedClipIDIsTheSelectedAnchorElseSomeMemberAndSettingItReplacesAll) {
-    Project p;
-    Uuid a = Uuid::random(), b = Uuid::random(), c = Uuid::random();
-    p.setSelectionAnchor(a);
-    EXPECT_FALSE(p.selectedClipID()) << "an empty selection, whatever the anchor";
-    p.setSelectedClipIDs({b});
-    EXPECT_EQ(p.selectedClipID(), b);
-    p.setSelectedGap(model::GapSelection{true, 1, 2});
-    p.setSelectedClipID(c);
-    EXPECT_EQ(p.selectedClipIDs(), std::unordered_set<Uuid>{c});
-    EXPECT_EQ(p.selectionAnchor(), c);
-    EXPECT_FALSE(p.selectedGap());
-    p.setSelectedClipID(std::nullopt);
-    EXPECT_FALSE(p.selectedClipID() || p.selectionAnchor());
 }
 
 TEST(Project, ASnapshotSavesViewStateButNoDefaultAndTheForwardMediaOfAReversedClip) {
@@ -285,13 +191,12 @@ TEST(Project, ASnapshotSavesViewStateButNoDefaultAndTheForwardMediaOfAReversedCl
     s.clips[0].isReversed = true;
     s.clips[0].forwardOutSeconds = 4;
     p.applySnapshotEagerly(s);
-    EXPECT_EQ(p.makeSnapshot(), s) << "nothing but the required keys";
+    EXPECT_EQ(p.makeSnapshot(), s);
 
     s.playheadGlobal = 12.5;  // past the clips: no clamp before they arrive
     s.zoomFactor = 4;
     s.smallClipMode = model::SmallClipMode::centerNative;
     s.cropInsetTop = 0.1;
-    s.cropInsetBottom = 0.4;
     s.preferLossless = true;  // from an older file, dropped on save
     p.applySnapshotEagerly(s);
     s.preferLossless.reset();
@@ -299,7 +204,9 @@ TEST(Project, ASnapshotSavesViewStateButNoDefaultAndTheForwardMediaOfAReversedCl
 
     for (auto [rate, kept] : {std::pair{1.00005, false}, {0.99995, false}, {1.0002, true}}) {
         p.updateClip(c.id, [&](Clip& w) { w.rateMultiplier = rate; });
-        EXPECT_EQ(recordOf(p).rateMultiplier, kept ? std::optional(rate) : std::nullopt) << rate;
+        EXPECT_EQ(p.makeSnapshot().clips[0].rateMultiplier,
+                  kept ? std::optional(rate) : std::nullopt)
+            << rate;
     }
 }
 
@@ -309,27 +216,22 @@ TEST_F(ProjectTest, ImportPlacesEachFileBehindWhateverEndsLastAsItArrivesUnderOn
     media->add("/m/a.mov", 4);
     media->add("/m/b.wav", 2.5, false, true);
     media->add("/m/c.mov", 1);
-    Recorder r(project);
-    project.importURLs({});
-    EXPECT_TRUE(r.heardNothing()) << "importing nothing records nothing";
-    Clip longClip = clipAt(0, 20);
     bool inserted = false;
     project.addObserver([&](ProjectField f) {
         // The user adds a long clip once the first import has landed.
         if (f != ProjectField::compositionToken || inserted) return;
         inserted = true;
-        project.setClips({project.clips()[0], longClip});
+        project.setClips({project.clips()[0], clipAt(0, 20)});
     });
     project.importURLs({"/m/a.mov", "/m/broken file.mov", "/m/b.wav"});
-    EXPECT_TRUE(project.clips().empty()) << "nothing lands before the owner runs";
+    EXPECT_TRUE(project.clips().empty());
     EXPECT_EQ(drainCapturingLog(), "Vantrell: failed to import broken file.mov: " +
                                        std::string(FakeMediaServices::kProbeFailure) + "\n");
     const auto& clips = project.clips();
     ASSERT_EQ(clips.size(), 3u);
-    EXPECT_EQ(std::pair(clips[0].displayName, clips[0].startOnTimeline), std::pair("a.mov"s, 0.0));
-    EXPECT_EQ(std::pair(clips[2].displayName, clips[2].startOnTimeline), std::pair("b.wav"s, 20.0));
-    EXPECT_EQ(clips[0].bookmark, FakeMediaServices::bookmarkFor("/m/a.mov"));
-    EXPECT_EQ(clips[0].filmstrip.size(), FakeMediaServices::kFilmstripFrames) << "enriched";
+    EXPECT_EQ(placement(clips[0]), (Placement{0, 4, 0}));
+    EXPECT_EQ(placement(clips[2]), (Placement{0, 2.5, 20}));
+    EXPECT_EQ(clips[0].filmstrip.size(), FakeMediaServices::kFilmstripFrames);
     EXPECT_EQ(project.selectedClipID(), clips[0].id);
     EXPECT_EQ(lastStep(project), (Step{"Import", 2})) << "one token per accepted clip";
 
@@ -343,33 +245,15 @@ TEST_F(ProjectTest, ImportPlacesEachFileBehindWhateverEndsLastAsItArrivesUnderOn
     EXPECT_EQ(lastStep(project), (Step{"Import", 4})) << "every file failed: the entry stays";
 }
 
+// All background work comes back through one guard, so one kind of work stands for all.
 TEST(ProjectLifetime, AProjectDestroyedBeforeItsWorkLandsIsLeftAlone) {
-    Clip reversed = clipAt(0, 4);
-    reversed.isReversed = true;
-    const std::function<void(Project&)> starts[] = {
-        [](Project& p) {
-            p.importURLs({"/m/a.mov", "/m/b.mov"});
-        },
-        [](Project& p) {
-            p.hydrateClips({{Uuid::random(), "/m/a.mov"}});
-        },
-        [&](Project& p) {
-            p.setClips({reversed});
-            testing::internal::CaptureStderr();
-            p.renderReversedAsync(reversed.id);
-            testing::internal::GetCapturedStderr();
-        },
-    };
-    for (const auto& start : starts) {
-        auto media = std::make_shared<FakeMediaServices>();
-        media->add("/m/a.mov", 4);
-        media->setRenderResult("/tmp/vantrell-reversed-1.mov");
-        common::ThreadPoolExecutor executor(2);
-        auto project = std::make_unique<Project>(model::ProjectContext{&executor, media});
-        start(*project);
-        project.reset();
-        executor.drain();
-    }
+    auto media = std::make_shared<FakeMediaServices>();
+    media->add("/m/a.mov", 4);
+    common::ThreadPoolExecutor executor(2);
+    auto project = std::make_unique<Project>(model::ProjectContext{&executor, media});
+    project->importURLs({"/m/a.mov", "/m/a.mov"});
+    project.reset();
+    executor.drain();
 }
 
 TEST_F(ProjectTest, HydrationProbesEveryRecordAndAssignsTheClipsInOneStep) {
@@ -381,8 +265,6 @@ TEST_F(ProjectTest, HydrationProbesEveryRecordAndAssignsTheClipsInOneStep) {
     edited.rateMultiplier = 2;
     auto lost = record("/m/Lost Take.mov", 1, 2, 3);
     lost.isReversed = true;
-    lost.forwardInSeconds = 0;
-    lost.forwardOutSeconds = 1;
     auto moved = record("/old/b.mov", 0, 5, 0);
     moved.bookmark = model::Bytes{'b'};
     media->moveBookmarkTarget(*moved.bookmark, "/new/b.mov");
@@ -402,24 +284,22 @@ TEST_F(ProjectTest, HydrationProbesEveryRecordAndAssignsTheClipsInOneStep) {
     // A save meanwhile writes the records, not the timeline.
     EXPECT_EQ(project.makeSnapshot().clips,
               (std::vector<VantrellSnapshotClip>{edited, lost, moved, movedAway, damaged}));
-    std::string log = drainCapturingLog();
     // Each miss names the file looked for, the resolved one.
-    EXPECT_EQ(log,
+    EXPECT_EQ(drainCapturingLog(),
               "Vantrell: missing media for Lost Take.mov \xE2\x80\x94 preserving as placeholder\n"
               "Vantrell: missing media for renamed.mov \xE2\x80\x94 preserving as placeholder\n"
               "Vantrell: missing media for a?b.mov \xE2\x80\x94 preserving as placeholder\n");
-    EXPECT_FALSE(project.isHydrating());
-    EXPECT_FALSE(project.canUndo() || project.canRedo()) << "the history starts afresh";
+    EXPECT_FALSE(project.isHydrating() || project.canUndo() || project.canRedo());
     EXPECT_EQ(r.count(ProjectField::compositionToken), 4u) << "three steps and the hydration";
 
     const auto& clips = project.clips();
     ASSERT_EQ(clips.size(), 5u);
-    EXPECT_EQ(clips[0].fullDurationSeconds, 3) << "the media from the file";
-    EXPECT_EQ(recordOf(project, 0), edited) << "the edit fields from the record";
+    EXPECT_EQ(clips[0].fullDurationSeconds, 3);
+    EXPECT_EQ(project.makeSnapshot().clips[0], edited);
     EXPECT_EQ(clips[1], Clip::missingPlaceholder(lost));
-    EXPECT_EQ(clips[2].url, "/new/b.mov");
-    EXPECT_EQ(clips[2].bookmark, moved.bookmark) << "the stored bookmark goes on unchanged";
-    EXPECT_EQ(clips[3].url, "/old/c.mov") << "the placeholder keeps the stored file";
+    EXPECT_EQ(std::pair(clips[2].url, clips[2].bookmark),
+              std::pair(std::filesystem::path("/new/b.mov"), moved.bookmark));
+    EXPECT_EQ(clips[3].url, "/old/c.mov");
     EXPECT_EQ(clips[4], Clip::missingPlaceholder(damaged));
     EXPECT_EQ(media->filmstripCalls().size(), 2u) << "a placeholder has no file to read";
     EXPECT_EQ(media->lastProjectFolder(), std::filesystem::path("/projects/film"));

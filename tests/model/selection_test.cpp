@@ -1,4 +1,5 @@
 #include <optional>
+#include <tuple>
 #include <unordered_set>
 
 #include <gtest/gtest.h>
@@ -19,20 +20,23 @@ TEST(Selection, AToggledIDJoinsAndStandsForTheSelectionUntilToggledOut) {
     Project p;
     Uuid a = Uuid::random(), b = Uuid::random(), c = Uuid::random();
     p.selectGap({false, 1, 2});
-    p.toggleSelection(a);
+    for (const Uuid& id : {a, b, c, a}) p.toggleSelection(id);
     EXPECT_EQ(p.selectedGap(), std::nullopt) << "a toggle clears a gap, whatever the id";
-    p.toggleSelection(b);
+    EXPECT_EQ(p.selectedClipIDs(), (std::unordered_set<Uuid>{b, c}));
+    EXPECT_EQ(p.selectedClipID(), c) << "the id added last, kept while another leaves";
     p.toggleSelection(c);
-    EXPECT_EQ(p.selectedClipIDs(), (std::unordered_set<Uuid>{a, b, c}));
-    EXPECT_EQ(p.selectedClipID(), c) << "the id added last";
-    p.toggleSelection(a);
-    EXPECT_EQ(p.selectedClipID(), c) << "toggling another keeps the anchor";
-    p.toggleSelection(c);
-    EXPECT_EQ(p.selectedClipIDs(), std::unordered_set<Uuid>{b});
     EXPECT_EQ(p.selectionAnchor(), b) << "the anchor passes to a remaining member";
     p.toggleSelection(b);
-    EXPECT_TRUE(p.selectedClipIDs().empty());
     EXPECT_EQ(p.selectionAnchor(), std::nullopt);
+
+    p.setSelectionAnchor(a);
+    EXPECT_FALSE(p.selectedClipID()) << "an empty selection, whatever the anchor";
+    p.setSelectedClipIDs({b});
+    EXPECT_EQ(p.selectedClipID(), b);
+    p.setSelectedGap(model::GapSelection{true, 1, 2});
+    p.setSelectedClipID(c);
+    EXPECT_EQ(std::tuple(p.selectedClipIDs(), p.selectionAnchor(), p.selectedGap()),
+              std::tuple(std::unordered_set<Uuid>{c}, std::optional(c), std::nullopt));
 }
 
 // Clicks through stacks, each case from no selection unless it names one: clips by index,
@@ -89,14 +93,11 @@ TEST(Selection, AClickOnAKnownClipLeavesOneClipAndAGapTapSelectsNoClipButMarksTh
     EXPECT_TRUE(r.fields.empty()) << "an unknown clip";
     p.cycleSelection(a.id, false);
     EXPECT_EQ(p.selectedClipIDs(), std::unordered_set<Uuid>{b.id});
-    GapSelection gap{false, 5, 20};
-    p.selectGap(gap);
+    p.selectGap(GapSelection{false, 5, 20});
     EXPECT_EQ(r.didChangeCalls, 1) << "only the gap marks the document";
     EXPECT_TRUE(p.selectedClipIDs().empty());
-    EXPECT_EQ(p.selectedGap(), gap);
     p.cycleSelection(far.id, false);
     EXPECT_EQ(p.selectedGap(), std::nullopt);
-    EXPECT_EQ(p.selectedClipID(), far.id);
 }
 
 }  // namespace

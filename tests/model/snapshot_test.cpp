@@ -2,7 +2,6 @@
 
 #include <functional>
 #include <limits>
-#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -15,32 +14,7 @@ namespace {
 using model::VantrellSnapshot;
 using nlohmann::json;
 
-VantrellSnapshot fullSnapshot() {
-    model::VantrellSnapshotClip r{common::Uuid::random(),
-                                  "/Media/Holiday 2024/beach #2.mov",
-                                  model::Bytes{0, 1, 2, 250, 255},
-                                  1.25,
-                                  9.5,
-                                  3};
-    r.streamMask = model::StreamMask::videoOnly;
-    r.linkGroupID = common::Uuid::random();
-    r.rateMultiplier = 2;
-    r.isReversed = true;
-    r.forwardInSeconds = 0.5;
-    r.forwardOutSeconds = 8.75;
-    VantrellSnapshot s;
-    s.clips = {r, r};
-    s.clips[1].id = common::Uuid::random();
-    s.playheadGlobal = 4.5;
-    s.zoomFactor = 2.5;
-    s.preferLossless = true;
-    s.smallClipMode = model::SmallClipMode::centerNative;
-    s.cropInsetTop = 0.1;
-    s.cropInsetLeading = 0.2;
-    s.cropInsetTrailing = 0.3;
-    s.cropInsetBottom = 0.4;
-    return s;
-}
+const common::Uuid kId = *common::Uuid::parse("8a1d3c52-7e4b-4f0a-9c1d-2b3e4f5a6b7c");
 
 // A small valid file, to be broken one key at a time.
 json validJson() {
@@ -49,60 +23,49 @@ json validJson() {
         "inSeconds": 0, "outSeconds": 2, "startOnTimeline": 0}]})");
 }
 
-// The keys written at one indentation depth, in the order they stand in the text.
-std::vector<std::string> keysAtIndent(const std::string& text, std::size_t indent) {
-    std::vector<std::string> keys;
-    std::istringstream lines(text);
-    for (std::string line; std::getline(lines, line);)
-        if (line.size() > indent && line.find_first_not_of(' ') == indent && line[indent] == '"')
-            keys.push_back(line.substr(indent + 1, line.find('"', indent + 1) - indent - 1));
-    return keys;
-}
-
-TEST(Snapshot, EveryFieldSurvivesARoundTripUnderSortedKeysWithUpperCaseIds) {
-    VantrellSnapshot s = fullSnapshot();
+TEST(Snapshot, EveryFieldSurvivesARoundTripAndAbsentOnesAreLeftOutUnderSortedKeys) {
+    model::VantrellSnapshotClip r{
+        kId, "/Media/Holiday 2024/beach #2.mov", model::Bytes{0, 1, 2, 250, 255}, 1.25, 9.5, 3};
+    r.streamMask = model::StreamMask::videoOnly;
+    r.linkGroupID = common::Uuid::random();
+    r.rateMultiplier = 2;
+    r.isReversed = true;
+    r.forwardInSeconds = 0.5;
+    r.forwardOutSeconds = 8.75;
+    VantrellSnapshot s{1,   {r, r}, 4.5, 2.5, true, model::SmallClipMode::centerNative,
+                       0.1, 0.2,    0.3, 0.4};
+    s.clips[1].id = common::Uuid::random();
     auto text = model::encodeSnapshot(s);
     ASSERT_TRUE(text.ok());
-    EXPECT_EQ(
-        keysAtIndent(*text, 2),
-        (std::vector<std::string>{"clips", "cropInsetBottom", "cropInsetLeading", "cropInsetTop",
-                                  "cropInsetTrailing", "playheadGlobal", "preferLossless",
-                                  "smallClipMode", "version", "zoomFactor"}));
-    auto clipKeys = keysAtIndent(*text, 6);
-    ASSERT_EQ(clipKeys.size(), 24u);
-    EXPECT_EQ(std::vector(clipKeys.begin(), clipKeys.begin() + 12),
-              (std::vector<std::string>{"bookmark", "forwardInSeconds", "forwardOutSeconds", "id",
-                                        "inSeconds", "isReversed", "linkGroupID", "outSeconds",
-                                        "rateMultiplier", "startOnTimeline", "streamMask", "url"}));
-    EXPECT_NE(text->find(s.clips[0].id.toString()), std::string::npos);
     auto back = model::decodeSnapshot(*text);
     ASSERT_TRUE(back.ok()) << back.error().message;
     EXPECT_EQ(*back, s);
 
     VantrellSnapshot bare;
-    bare.clips = {{common::Uuid::random(), "/m/a.mov"}};
-    text = model::encodeSnapshot(bare);
-    EXPECT_EQ(text->find("null"), std::string::npos) << "absent values are left out";
-    EXPECT_EQ(keysAtIndent(*text, 6), (std::vector<std::string>{"id", "inSeconds", "outSeconds",
-                                                                "startOnTimeline", "url"}));
-}
-
-TEST(Snapshot, NonFiniteNumbersFailToEncodeNamingTheKey) {
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    const std::vector<std::pair<const char*, std::function<void(VantrellSnapshot&)>>> cases = {
-        {"outSeconds", [&](VantrellSnapshot& s) { s.clips[1].outSeconds = -nan; }},
-        {"forwardOutSeconds", [&](VantrellSnapshot& s) { s.clips[0].forwardOutSeconds = nan; }},
-        {"zoomFactor",
-         [&](VantrellSnapshot& s) { s.zoomFactor = std::numeric_limits<double>::infinity(); }},
-        {"cropInsetBottom", [&](VantrellSnapshot& s) { s.cropInsetBottom = nan; }},
-    };
-    for (const auto& [key, spoil] : cases) {
-        VantrellSnapshot s = fullSnapshot();
-        spoil(s);
-        auto text = model::encodeSnapshot(s);
-        ASSERT_FALSE(text.ok()) << key;
-        EXPECT_NE(text.error().message.find(key), std::string::npos) << text.error().message;
+    bare.clips = {{kId, "/m/a b.mov", {}, 0, 2.5, 1}};
+    EXPECT_EQ(model::encodeSnapshot(bare).value(), R"({
+  "clips": [
+    {
+      "id": "8A1D3C52-7E4B-4F0A-9C1D-2B3E4F5A6B7C",
+      "inSeconds": 0.0,
+      "outSeconds": 2.5,
+      "startOnTimeline": 1.0,
+      "url": "file:///m/a%20b.mov"
     }
+  ],
+  "playheadGlobal": 0.0,
+  "version": 1,
+  "zoomFactor": 1.0
+}
+)");
+
+    const double nan = std::numeric_limits<double>::quiet_NaN();
+    s.clips[1].forwardOutSeconds = nan;
+    EXPECT_NE(model::encodeSnapshot(s).error().message.find("forwardOutSeconds"),
+              std::string::npos);
+    bare.cropInsetBottom = -std::numeric_limits<double>::infinity();
+    EXPECT_NE(model::encodeSnapshot(bare).error().message.find("cropInsetBottom"),
+              std::string::npos);
 }
 
 TEST(Snapshot, ReadingIgnoresUnknownKeysAndTakesNullAsAbsentAndAnyWholeVersion) {
@@ -112,45 +75,30 @@ TEST(Snapshot, ReadingIgnoresUnknownKeysAndTakesNullAsAbsentAndAnyWholeVersion) 
     j["clips"][0]["colourGrade"] = "warm";
     j["smallClipMode"] = nullptr;
     j["clips"][0]["bookmark"] = nullptr;
-    j["preferLossless"] = true;  // from older files
     j["clips"][1] = j["clips"][0];
     j["clips"][1]["url"] = "https://example.com/far.mov";  // opens as a placeholder
     auto s = model::snapshotFromJson(j);
     ASSERT_TRUE(s.ok()) << s.error().message;
     VantrellSnapshot expected;
     expected.version = -3;
-    expected.preferLossless = true;
-    expected.clips = {{*common::Uuid::parse("8A1D3C52-7E4B-4F0A-9C1D-2B3E4F5A6B7C"),
-                       "/media/a.mov",
-                       {},
-                       0,
-                       2,
-                       0}};
-    expected.clips.push_back(expected.clips[0]);
-    expected.clips[1].url = "https://example.com/far.mov";
+    expected.clips = {{kId, "/media/a.mov", {}, 0, 2, 0}, {kId, "https://example.com/far.mov"}};
+    expected.clips[1].outSeconds = 2;
     EXPECT_EQ(*s, expected);
-    auto saved = model::encodeSnapshot(*s);
-    EXPECT_NE(saved->find("\"https://example.com/far.mov\""), std::string::npos) << "unchanged";
+    EXPECT_NE(model::encodeSnapshot(*s)->find("\"https://example.com/far.mov\""),
+              std::string::npos);
 }
 
 TEST(Snapshot, EveryMalformedFileFailsToDecodeAndTheErrorNamesTheClipAndKey) {
     const std::vector<std::pair<const char*, std::function<void(json&)>>> cases = {
         {"top level is an array", [](json& j) { j = json::array({j}); }},
         {"no version", [](json& j) { j.erase("version"); }},
-        {"no clips", [](json& j) { j.erase("clips"); }},
-        {"no playheadGlobal", [](json& j) { j.erase("playheadGlobal"); }},
         {"null zoomFactor", [](json& j) { j["zoomFactor"] = nullptr; }},
-        {"clip without id", [](json& j) { j["clips"][0].erase("id"); }},
         {"clip without url", [](json& j) { j["clips"][0].erase("url"); }},
-        {"clip without startOnTimeline", [](json& j) { j["clips"][0].erase("startOnTimeline"); }},
         {"version as text", [](json& j) { j["version"] = "1"; }},
         {"fractional version", [](json& j) { j["version"] = 1.5; }},
         {"clips as object", [](json& j) { j["clips"] = json::object(); }},
-        {"zoom as boolean", [](json& j) { j["zoomFactor"] = true; }},
         {"preferLossless as text", [](json& j) { j["preferLossless"] = "yes"; }},
-        {"inset as text", [](json& j) { j["cropInsetTop"] = "0.1"; }},
         {"bookmark as number", [](json& j) { j["clips"][0]["bookmark"] = 5; }},
-        {"rateMultiplier as text", [](json& j) { j["clips"][0]["rateMultiplier"] = "2"; }},
         {"isReversed as number", [](json& j) { j["clips"][0]["isReversed"] = 1; }},
         {"infinite number",
          [](json& j) { j["clips"][0]["outSeconds"] = std::numeric_limits<double>::infinity(); }},
@@ -171,26 +119,22 @@ TEST(Snapshot, EveryMalformedFileFailsToDecodeAndTheErrorNamesTheClipAndKey) {
     for (std::size_t i = 0; i < model::kMostSnapshotClips; ++i) clips += ",{}";
     const std::pair<std::string, const char*> refused[] = {
         {"", "damaged"},
-        {"not json", "damaged"},
         {"{\"version\": 1,}", "damaged"},
         {"{} trailing", "damaged"},
         {R"({"version":1,"playheadGlobal":0,"zoomFactor":1,"clips":[)" + clips + "]}",
          "more than the 100000"},
-        {std::string(model::kLargestSnapshotBytes + 1, ' '), "too large"}};
+        {std::string(model::kLargestSnapshotBytes + 1, ' '), "too large"},
+        {"{\"version\":1,\"playheadGlobal\":0,\"zoomFactor\":1e999,\"clips\":[]}", "damaged"}};
     for (const auto& [text, message] : refused)
         EXPECT_NE(model::decodeSnapshot(text).error().message.find(message), std::string::npos)
             << message;
-    std::string beyondADouble = validJson().dump();
-    beyondADouble.replace(beyondADouble.find("\"outSeconds\":2"), 14, "\"outSeconds\":1e999");
-    EXPECT_FALSE(model::decodeSnapshot(beyondADouble).ok());
 
     json j = validJson();
     j["clips"].push_back(j["clips"][0]);
     j["clips"][1].erase("outSeconds");
-    auto s = model::snapshotFromJson(j);
-    ASSERT_FALSE(s.ok());
-    EXPECT_NE(s.error().message.find("clip 2"), std::string::npos) << s.error().message;
-    EXPECT_NE(s.error().message.find("outSeconds"), std::string::npos) << s.error().message;
+    auto message = model::snapshotFromJson(j).error().message;
+    EXPECT_NE(message.find("clip 2"), std::string::npos) << message;
+    EXPECT_NE(message.find("outSeconds"), std::string::npos) << message;
 }
 
 TEST(FileURL, AwkwardPathsSurviveARoundTripAndOnlyAbsoluteFileURLsRead) {

@@ -1,4 +1,5 @@
 #include <optional>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -27,16 +28,6 @@ Clip rated(Clip c, double frameRate, double rateMultiplier = 1) {
     return c;
 }
 
-TEST(TimelineQueries, AnEmptyProjectHasNothingButTheDefaults) {
-    Project p;
-    p.setPlayheadGlobal(3);
-    p.setCropInsetTop(0.2);
-    EXPECT_FALSE(p.hasVideoContent() || p.videoAtPlayhead() || p.hasOverlap() || p.hasCrop());
-    EXPECT_EQ(p.frameRateAtPlayhead(), 30.0);
-    EXPECT_FALSE(p.clipIDAt(0) || p.naturalSizeAtPlayhead() || p.aspectAtPlayhead());
-    EXPECT_EQ(p.snapTargets(std::nullopt), (std::vector<double>{0, 3}));
-}
-
 TEST(TimelineQueries, PlacesRunFromTheStartToBeforeTheEndAtTheClipsRateWithTheTopClipWinning) {
     Project p;
     Clip c = rated(clipAt(2, 8), 25, 2);
@@ -50,34 +41,29 @@ TEST(TimelineQueries, PlacesRunFromTheStartToBeforeTheEndAtTheClipsRateWithTheTo
     EXPECT_EQ(p.clipIDAt(5), std::nullopt);
     p.setClips({c, masked(clipAt(0, 8), StreamMask::audioOnly)});
     EXPECT_NE(p.clipIDAt(3), c.id) << "on any row";
+    p.setClips({c, Clip::missingPlaceholder({Uuid::random(), "/gone.mov", {}, 0, 3, 6}), below});
+    EXPECT_DOUBLE_EQ(p.totalDurationSeconds(), 9) << "the latest end, placeholders included";
 }
 
+// Clips closer than a thousandth neither leave a gap nor overlap.
 TEST(TimelineQueries, GapsAndOverlapsOnOneRow) {
-    struct Case {
-        std::vector<Clip> clips;
-        std::vector<GapSelection> gaps;
-        bool overlap;
-        const char* name;
-    };
     auto c = [](double start, double length) { return clipAt(start, length); };
-    const std::vector<Case> cases = {
-        {{c(0, 2), c(2.0005, 2)}, {}, false, "half a thousandth apart: neither"},
-        {{c(2.002, 2), c(0, 2)}, {{false, 2, 2.002}}, false, "two thousandths apart"},
-        {{c(0, 2), c(1.998, 2)}, {}, true, "overlapping by two thousandths"},
-        {{c(0, 2), c(1.9995, 2)}, {}, false, "overlapping by half a thousandth: neither"},
-        {{c(0, 10), c(1, 1), c(5, 1), c(12, 1)}, {{false, 10, 12}}, true, "a long clip under two"},
+    const std::tuple<std::vector<Clip>, std::vector<GapSelection>, bool> cases[] = {
+        {{c(0, 2), c(2.0005, 2)}, {}, false},
+        {{c(2.002, 2), c(0, 2)}, {{false, 2, 2.002}}, false},
+        {{c(0, 2), c(1.998, 2)}, {}, true},
+        {{c(0, 2), c(1.9995, 2)}, {}, false},
+        {{c(0, 10), c(1, 1), c(5, 1), c(12, 1)}, {{false, 10, 12}}, true},
         {{masked(c(0, 3), StreamMask::videoOnly), masked(c(0, 3), StreamMask::audioOnly)},
          {},
-         true,
-         "an unlinked pair in one place overlaps"},
-        {{rated(c(0, 4), 25, 2), c(3, 1)}, {{false, 2, 3}}, false, "at double speed"},
+         true},
+        {{rated(c(0, 4), 25, 2), c(3, 1)}, {{false, 2, 3}}, false},
     };
-    for (const Case& k : cases) {
-        SCOPED_TRACE(k.name);
+    for (const auto& [clips, gaps, overlap] : cases) {
         Project p;
-        p.setClips(k.clips);
-        EXPECT_EQ(p.gaps(false), k.gaps);
-        EXPECT_EQ(p.hasOverlap(), k.overlap);
+        p.setClips(clips);
+        EXPECT_EQ(p.gaps(false), gaps) << clips.back().startOnTimeline;
+        EXPECT_EQ(p.hasOverlap(), overlap) << clips.back().startOnTimeline;
     }
     Project p;
     p.setClips({clipAt(0, 2), clipAt(4, 2, true, false), clipAt(3, 2, false, true),
@@ -86,20 +72,24 @@ TEST(TimelineQueries, GapsAndOverlapsOnOneRow) {
     EXPECT_EQ(p.gaps(true), (std::vector<GapSelection>{{true, 2, 3}})) << "each row its own";
 }
 
-TEST(TimelineQueries, AnAudioOnlyMaskCountsForNoVideoQueryAndAPlaceholderForNoSize) {
+TEST(TimelineQueries, NoClipAnAudioOnlyMaskOrAPlaceholderGivesNoSizeCropOrFrameRate) {
     Clip audioOnly = rated(sized(masked(clipAt(0, 4), StreamMask::audioOnly), 1920, 1080), 24);
     Clip placeholder = Clip::missingPlaceholder({Uuid::random(), "/gone.mov", {}, 0, 4, 0});
-    for (const auto& [clip, isVideo] : {std::pair{audioOnly, false}, {placeholder, true}}) {
+    for (const auto& [clips, isVideo] : {std::pair{std::vector<Clip>{}, false},
+                                         {std::vector{audioOnly}, false},
+                                         {std::vector{placeholder}, true}}) {
         Project p;
-        p.setClips({clip});
+        p.setClips(clips);
         p.setPlayheadGlobal(1);
         p.setCropInsetTop(0.1);
-        EXPECT_EQ(p.hasVideoContent(), isVideo);
-        EXPECT_EQ(p.videoAtPlayhead(), isVideo);
-        EXPECT_FALSE(p.videoNaturalSize() || p.naturalSizeAtPlayhead() || p.largestVideoSize());
-        EXPECT_FALSE(p.hasCrop()) << "without a video frame there is nothing to crop";
+        EXPECT_EQ(std::pair(p.hasVideoContent(), p.videoAtPlayhead()), std::pair(isVideo, isVideo));
+        EXPECT_FALSE(p.videoNaturalSize() || p.naturalSizeAtPlayhead() || p.largestVideoSize() ||
+                     p.aspectAtPlayhead() || p.hasCrop());
         EXPECT_EQ(p.frameRateAtPlayhead(), 30.0);
     }
+    Project p;
+    p.togglePlayback();
+    EXPECT_FALSE(p.isPlaying() || p.clipIDAt(0));
 }
 
 TEST(TimelineQueries, SizesComeFromTheFirstVideoClipTheLowestSizedOneAtThePlayheadOrTheLargest) {
@@ -128,20 +118,16 @@ TEST(TimelineQueries, SizesComeFromTheFirstVideoClipTheLowestSizedOneAtThePlayhe
 }
 
 TEST(TimelineQueries, FrameRateAtPlayheadIsTheTopVideoClipsElseTheFirstVideoClipsNeverZero) {
-    struct Case {
-        std::vector<Clip> clips;
-        double expected;
-    };
     auto c = [](double start, double fps) { return rated(clipAt(start, 4), fps); };
     Clip audioOnTop = rated(clipAt(0, 4, false, true), 48);
-    for (const Case& k : std::vector<Case>{{{c(0, 25), c(0, 60)}, 60},
-                                           {{c(10, 24), c(0, 60), audioOnTop}, 24},
-                                           {{c(0, 0), c(5, 50)}, 50},
-                                           {{c(0, 0)}, 30}}) {
+    for (const auto& [clips, expected] : {std::pair{std::vector{c(0, 25), c(0, 60)}, 60.0},
+                                          {std::vector{c(10, 24), c(0, 60), audioOnTop}, 24.0},
+                                          {std::vector{c(0, 0), c(5, 50)}, 50.0},
+                                          {std::vector{c(0, 0)}, 30.0}}) {
         Project p;
-        p.setClips(k.clips);
+        p.setClips(clips);
         p.setPlayheadGlobal(1);
-        EXPECT_EQ(p.frameRateAtPlayhead(), k.expected);
+        EXPECT_EQ(p.frameRateAtPlayhead(), expected);
     }
 }
 
