@@ -35,13 +35,17 @@ TEST_F(CommandTest, ProbePrintsOneObjectPerFileAndAnErrorEntryForUnreadableOnes)
     EXPECT_EQ(r.status, 1);
     auto j = jsonLines(r.out);
     ASSERT_EQ(j.size(), 3u);
-    EXPECT_EQ(j[0]["displayName"], "cli-movie.mp4");
-    EXPECT_TRUE(j[0]["hasVideo"].get<bool>() && j[0]["hasAudio"].get<bool>());
-    EXPECT_EQ(j[0]["naturalSize"], json::array({320, 240}));
-    EXPECT_NEAR(j[0]["frameRate"].get<double>(), 25.0, 0.01);
     EXPECT_NEAR(j[0]["fullDurationSeconds"].get<double>(), 2.0, 0.1);
+    EXPECT_NEAR(j[0]["frameRate"].get<double>(), 25.0, 0.01);
     EXPECT_TRUE(j[0]["thumbnail"].is_object());
-    EXPECT_EQ(j[0]["fingerprint"], "v:1635148593:320x240");
+    for (const char* approximate : {"file", "fullDurationSeconds", "frameRate", "thumbnail"})
+        j[0].erase(approximate);
+    EXPECT_EQ(j[0], json({{"displayName", "cli-movie.mp4"},
+                          {"hasVideo", true},
+                          {"hasAudio", true},
+                          {"naturalSize", {320, 240}},
+                          {"rotationDegrees", 0},
+                          {"fingerprint", "v:1635148593:320x240"}}));
     EXPECT_TRUE(j[1].contains("error"));
     EXPECT_FALSE(j[2]["hasVideo"].get<bool>());
     EXPECT_TRUE(j[2]["thumbnail"].is_null());
@@ -76,10 +80,7 @@ TEST_F(CommandTest, InfoShowsTheOpenedProjectWithItsPicturesAndPlaceholdersAndRe
     fs::create_directories(dir / "elsewhere");
     fs::rename(moved, dir / "elsewhere" / "renamed.mp4");
 
-    auto r = cli("info --json " + quoted(project));
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_TRUE(has(r.err, "Vantrell: missing media for lost.wav — preserving as placeholder"));
-    auto j = json::parse(r.out);
+    auto j = info(project);
     ASSERT_EQ(j["clips"].size(), 2u);
     const auto& found = j["clips"][0];
     EXPECT_FALSE(found["isMissing"].get<bool>());
