@@ -26,7 +26,6 @@ namespace export_media {
 namespace fs = std::filesystem;
 using exporting::fourCC;
 using testing_support::makeMedia;
-using testing_support::outputOf;
 using testing_support::quote;
 
 inline constexpr int kFrameTicks = 20;  // one frame at 30 fps, in 1/600 s
@@ -34,15 +33,9 @@ inline constexpr int kSampleRate = 48000;
 
 // H.264 with two B-frames between references and a keyframe every second, so that most
 // cut points fall inside a group of pictures and decode order differs from display order.
-inline std::string h264(const std::string& extra = "") {
-    return "-c:v libx264 -preset ultrafast -bf 2 -g 30 -keyint_min 30 -sc_threshold 0 "
-           "-pix_fmt yuv420p " +
-           extra + " ";
-}
-
-inline std::string picture(const std::string& source) {
-    return "-f lavfi -i " + source + "=size=160x120:rate=30 ";
-}
+inline const std::string kH264 =
+    "-c:v libx264 -preset ultrafast -bf 2 -g 30 -keyint_min 30 -sc_threshold 0 -pix_fmt yuv420p ";
+inline const std::string kPicture = "-f lavfi -i testsrc2=size=160x120:rate=30 ";
 
 // A rising tone with a little noise: no stretch of samples repeats, so a window of it is
 // found in one place only. AAC is made without noise substitution, whose decoder draws
@@ -53,11 +46,11 @@ inline const std::string kSweep =
 inline const std::string kAac = "-c:a aac -aac_pns 0 -b:a 128k -ac 1";
 
 inline fs::path movieA() {
-    return makeMedia("export_a.mp4", picture("testsrc2") + kSweep + "-t 4 " + h264() + kAac);
+    return makeMedia("export_a.mp4", kPicture + kSweep + "-t 4 " + kH264 + kAac);
 }
 inline fs::path movieWithPcm() {
     return makeMedia("export_pcm.mov",
-                     picture("testsrc2") + kSweep + "-t 3 " + h264() + "-c:a pcm_s16le -ac 1");
+                     kPicture + kSweep + "-t 3 " + kH264 + "-c:a pcm_s16le -ac 1");
 }
 inline fs::path aacOnly() {
     return makeMedia("export_aac.m4a", kSweep + "-t 4 " + kAac);
@@ -112,6 +105,14 @@ class CompositionBuilder {
 
     composition::Composition composition_;
 };
+
+// What ffprobe says of `entries`, comma-separated, one line a section; frames are counted.
+inline std::string probe(const fs::path& file, const std::string& entries,
+                         const std::string& streams = "") {
+    return testing_support::ffprobe(
+        file, "-count_frames " + (streams.empty() ? "" : "-select_streams " + streams + " ") +
+                  "-show_entries " + entries + " -of csv=p=0");
+}
 
 // The first audio stream of `file` as `player` plays it, mono at 48 kHz.
 inline testing_support::DecodedAudio soundOf(

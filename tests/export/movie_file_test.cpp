@@ -17,8 +17,7 @@ using exporting::MovieTrackEdits;
 
 // As libavformat writes it by default: the movie box after the media data.
 fs::path movieBoxLast() {
-    return makeMedia("movie_box_last.mp4",
-                     picture("testsrc2") + kSweep + "-t 2 " + h264() + "-c:a aac -aac_pns 0 -ac 1");
+    return makeMedia("movie_box_last.mp4", kPicture + kSweep + "-t 2 " + kH264 + kAac);
 }
 
 class MovieFileTest : public ::testing::TestWithParam<MovieBoxMove> {};
@@ -80,10 +79,10 @@ TEST(MovieFile, RefusesWhatItCannotFinishLeavingTheFileAlone) {
     };
     for (const auto& [source, edits] : {
              Case{makeMedia("movie_box_first.mp4",
-                            picture("testsrc2") + "-t 1 " + h264() + "-movflags faststart"),
+                            kPicture + "-t 1 " + kH264 + "-movflags faststart"),
                   videoOnly},
              Case{movieBoxLast(), videoOnly},
-             Case{makeMedia("movie_box_last_video.mp4", picture("testsrc2") + "-t 1 " + h264()),
+             Case{makeMedia("movie_box_last_video.mp4", kPicture + "-t 1 " + kH264),
                   {videoOnly[0], {fourCC("soun"), {{0, 600}}}}},
          }) {
         SCOPED_TRACE(source.filename().string());

@@ -46,48 +46,22 @@ class Fidelity : public testing::Test {
         testing_support::freshDir(std::string(test_.test_suite_name()) + "." + test_.name());
 };
 
-// The frame of `video` shown at `seconds`: the last one that starts at or before it.
-std::size_t frameAt(const DecodedVideo& video, double seconds) {
-    const auto after = std::upper_bound(video.seconds.begin(), video.seconds.end(), seconds + 1e-6);
-    return after == video.seconds.begin() ? 0 : after - video.seconds.begin() - 1;
-}
-
 class BothPlayers : public Fidelity, public testing::WithParamInterface<Player> {};
 
-// Picture moving every frame and a steady tone, made apart and muxed with one of them
-// starting half a second after the other, as the mp4 muxer writes such a file: an empty
-// edit first on the later track.
-TEST_P(BothPlayers, ALateStreamKeepsItsPlaceOnTheMoviesClock) {
-    const Player player = GetParam();
-    const auto picture = makeMedia(
-        "fidelity_picture.mp4", "-f lavfi -i testsrc2=size=160x120:rate=30 -t 3 " + h264() + "-an");
+// A steady tone muxed to start half a second after the picture, as the mp4 muxer writes such
+// a file (an empty edit first on the sound track), is silent until its place on the movie's
+// clock. Pictures that start late are the renderer's, and tested with it.
+TEST_P(BothPlayers, ALateSoundKeepsItsPlaceOnTheMoviesClock) {
+    const auto picture = makeMedia("fidelity_picture.mp4", kPicture + "-t 3 " + kH264 + "-an");
     const auto tone =
         makeMedia("fidelity_tone.m4a",
                   "-f lavfi -i sine=frequency=500:sample_rate=48000 -t 3 -c:a aac -b:a 128k");
-    const auto lateVideo = makeMedia("fidelity_late_video.mp4",
-                                     "-itsoffset 0.5 -i " + quote(picture.string()) + " -i " +
-                                         quote(tone.string()) + " -map 0 -map 1 -c copy");
-    const auto lateSound = makeMedia("fidelity_late_sound.mp4",
-                                     "-i " + quote(picture.string()) + " -itsoffset 0.5 -i " +
-                                         quote(tone.string()) + " -map 0 -map 1 -c copy");
-
-    auto out = reencoded(CompositionBuilder().clip(lateVideo, 0, 1200).build(), "late_video",
-                         plain(160, 120));
-    const DecodedVideo before = decode(lateVideo, player);
-    const DecodedVideo after = decode(out, player);
-    ASSERT_EQ(after.frameCount(), 60u);
-    EXPECT_NEAR(before.seconds.front(), 0.5, 0.001);
-    for (double t : {0.0, 0.4})
-        EXPECT_TRUE(testing_support::looksBlack(after.meanLuma[frameAt(after, t)])) << t;
-    for (double t : {0.5, 1.0, 1.9})
-        EXPECT_GT(
-            testing_support::psnr(after.frame(frameAt(after, t)), before.frame(frameAt(before, t))),
-            35)
-            << "at " << t << " s";
-
-    out = reencoded(CompositionBuilder().clip(lateSound, 0, 1200).build(), "late_sound",
-                    plain(160, 120));
-    const auto sound = testing_support::decodeAudio(out, player);
+    const auto late = makeMedia("fidelity_late_sound.mp4",
+                                "-i " + quote(picture.string()) + " -itsoffset 0.5 -i " +
+                                    quote(tone.string()) + " -map 0 -map 1 -c copy");
+    const auto out =
+        reencoded(CompositionBuilder().clip(late, 0, 1200).build(), "late", plain(160, 120));
+    const auto sound = testing_support::decodeAudio(out, GetParam());
     ASSERT_EQ(sound.error, "");
     EXPECT_LT(sound.peakBetween(0, 0.45), 0.01);
     EXPECT_GT(sound.peakBetween(0.55, 1.9), 0.05);
@@ -112,9 +86,9 @@ TEST_P(BothPlayers, FivePointOneDownmixedToStereoStaysWithinFullScale) {
 // Pixels a third wider than tall, stored 240 wide and shown 320 wide: the output, made at the
 // shown size, is filled by the picture as players show it.
 TEST_P(BothPlayers, NonSquarePixelsAreLaidOutAtTheirShownSize) {
-    const auto source = makeMedia(
-        "fidelity_anamorphic.mp4",
-        "-f lavfi -i testsrc2=size=240x180:rate=30 -t 1 -vf setsar=4/3 " + h264() + "-an");
+    const auto source =
+        makeMedia("fidelity_anamorphic.mp4",
+                  "-f lavfi -i testsrc2=size=240x180:rate=30 -t 1 -vf setsar=4/3 " + kH264 + "-an");
     const auto out = reencoded(CompositionBuilder().video(source, 0, 600).build(), "anamorphic",
                                plain(320, 180));
     const testing_support::VideoDecodeOptions shown{testing_support::PixelLayout::i420,
@@ -138,7 +112,7 @@ struct BarsCase {
 };
 
 fs::path bars(const BarsCase& c) {
-    return makeMedia("fidelity_bars_" + c.name + ".mp4", c.args + " -t 1 " + h264() + "-an");
+    return makeMedia("fidelity_bars_" + c.name + ".mp4", c.args + " -t 1 " + kH264 + "-an");
 }
 
 const std::string kBt709 = "-colorspace bt709 -color_primaries bt709 -color_trc bt709 ";
@@ -185,9 +159,7 @@ TEST_P(ColourBars, ComeBackWithinTwoCodeValuesAndTheOutputIsTaggedBt709Limited) 
     const auto out =
         reencoded(CompositionBuilder().video(source, 0, 300).video(partner, 0, 300).build(), "bars",
                   plain(1280, 720));
-    EXPECT_EQ(testing_support::ffprobe(out,
-                                       "-select_streams v:0 -show_entries stream=color_space,"
-                                       "color_transfer,color_primaries,color_range -of csv=p=0"),
+    EXPECT_EQ(probe(out, "stream=color_range,color_space,color_transfer,color_primaries", "v:0"),
               "tv,bt709,bt709,bt709\n");
 
     // Each player against its own reading of the bars, whose conversion to RGB rounds its
@@ -229,9 +201,7 @@ TEST_F(Fidelity, HlgSourceIsToneMappedIntoTaggedSdr) {
             "-color_trc arib-std-b67 -an");
     const auto out =
         reencoded(CompositionBuilder().video(source, 0, 300).build(), "hlg", plain(1280, 720));
-    EXPECT_EQ(testing_support::ffprobe(out,
-                                       "-select_streams v:0 -show_entries "
-                                       "stream=pix_fmt,color_space,color_transfer -of csv=p=0"),
+    EXPECT_EQ(probe(out, "stream=pix_fmt,color_space,color_transfer", "v:0"),
               "yuv420p,bt709,bt709\n");
     const auto frame = decode(out, Player::ffmpeg, kRgb).frame(0);
     // The grey bar on the left stays grey; yellow and blue bars stay apart.
