@@ -17,7 +17,7 @@ using exporting::MovieTrackEdits;
 
 // As libavformat writes it by default: the movie box after the media data.
 fs::path movieBoxLast() {
-    return makeMedia("movie_box_last.mp4", kPicture + kSweep + "-t 2 " + kH264 + kAac);
+    return makeMedia("movie_box_at_end.mp4", kPicture + kSweep + "-t 2 " + kH264 + kAac);
 }
 
 class MovieFileTest : public ::testing::TestWithParam<MovieBoxMove> {};
