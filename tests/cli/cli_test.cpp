@@ -11,11 +11,12 @@
 namespace cli_testing {
 namespace {
 
-std::vector<std::string> lines(const std::string& text) {
-    std::vector<std::string> out;
+std::vector<json> jsonLines(const std::string& text) {
+    std::vector<json> lines;
     std::istringstream in(text);
-    for (std::string line; std::getline(in, line);) out.push_back(line);
-    return out;
+    for (std::string line; std::getline(in, line);)
+        if (!line.empty()) lines.push_back(json::parse(line));
+    return lines;
 }
 
 class CommandTest : public CliTest {
@@ -23,27 +24,28 @@ class CommandTest : public CliTest {
     CliRun edit(const fs::path& project, const std::string& ops) {
         return cli("edit " + quoted(project) + " " + ops);
     }
-    fs::path silentMovie() {
-        return makeMedia("cli-silent-movie.mp4",
-                         "-f lavfi -i testsrc2=size=320x240:rate=25 -t 2 -c:v libx264 "
-                         "-pix_fmt yuv420p");
-    }
+    fs::path silentMovie =
+        makeMedia("cli-silent-movie.mp4",
+                  "-f lavfi -i testsrc2=size=320x240:rate=25 -t 2 -c:v libx264 -pix_fmt yuv420p");
 };
 
 TEST_F(CommandTest, ProbePrintsOneObjectPerFileAndAnErrorEntryForUnreadableOnes) {
-    auto text = dir / "notes.txt";
-    std::ofstream(text) << "not media at all\n";
-    auto r = cli("probe " + quoted(movie) + " " + quoted(text) + " " + quoted(tone));
+    std::ofstream(dir / "notes.txt") << "not media at all\n";
+    auto r = cli("probe " + quoted(movie) + " " + quoted(dir / "notes.txt") + " " + quoted(tone));
     EXPECT_EQ(r.status, 1);
     auto j = jsonLines(r.out);
     ASSERT_EQ(j.size(), 3u);
-    EXPECT_EQ(j[0]["displayName"], "cli-movie.mp4");
-    EXPECT_TRUE(j[0]["hasVideo"].get<bool>() && j[0]["hasAudio"].get<bool>());
-    EXPECT_EQ(j[0]["naturalSize"], json::array({320, 240}));
-    EXPECT_NEAR(j[0]["frameRate"].get<double>(), 25.0, 0.01);
     EXPECT_NEAR(j[0]["fullDurationSeconds"].get<double>(), 2.0, 0.1);
+    EXPECT_NEAR(j[0]["frameRate"].get<double>(), 25.0, 0.01);
     EXPECT_TRUE(j[0]["thumbnail"].is_object());
-    EXPECT_EQ(j[0]["fingerprint"], "v:1635148593:320x240");
+    for (const char* approximate : {"file", "fullDurationSeconds", "frameRate", "thumbnail"})
+        j[0].erase(approximate);
+    EXPECT_EQ(j[0], json({{"displayName", "cli-movie.mp4"},
+                          {"hasVideo", true},
+                          {"hasAudio", true},
+                          {"naturalSize", {320, 240}},
+                          {"rotationDegrees", 0},
+                          {"fingerprint", "v:1635148593:320x240"}}));
     EXPECT_TRUE(j[1].contains("error"));
     EXPECT_FALSE(j[2]["hasVideo"].get<bool>());
     EXPECT_TRUE(j[2]["thumbnail"].is_null());
@@ -63,14 +65,14 @@ TEST_F(CommandTest, NewImportsInOrderAndNeverReplacesOrHalfWritesAProject) {
     ASSERT_EQ(cli("new --force " + quoted(project) + " " + quoted(movie)).status, 0);
     EXPECT_EQ(info(project)["clips"].size(), 1u);
 
-    auto other = dir / "q.vantrell";
-    auto r = cli("new " + quoted(other) + " " + quoted(movie) + " " + quoted(dir / "absent.mp4"));
+    auto r = cli("new " + quoted(dir / "q.vantrell") + " " + quoted(movie) + " " +
+                 quoted(dir / "absent.mp4"));
     EXPECT_EQ(r.status, 1);
     EXPECT_TRUE(has(r.err, "Vantrell: failed to import absent.mp4: ")) << r.err;
-    EXPECT_FALSE(fs::exists(other));
+    EXPECT_FALSE(fs::exists(dir / "q.vantrell"));
 }
 
-TEST_F(CommandTest, InfoShowsTheOpenedProjectWithItsPicturesPlaceholdersAndQueries) {
+TEST_F(CommandTest, InfoShowsTheOpenedProjectWithItsPicturesAndPlaceholdersAndRelinks) {
     auto moved = copyIn(movie, "moved.mp4");
     auto lost = copyIn(tone, "lost.wav");
     auto project = newProject("p.vantrell", {moved, lost});
@@ -78,10 +80,7 @@ TEST_F(CommandTest, InfoShowsTheOpenedProjectWithItsPicturesPlaceholdersAndQueri
     fs::create_directories(dir / "elsewhere");
     fs::rename(moved, dir / "elsewhere" / "renamed.mp4");
 
-    auto r = cli("info --json " + quoted(project));
-    ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_TRUE(has(r.err, "Vantrell: missing media for lost.wav — preserving as placeholder"));
-    auto j = json::parse(r.out);
+    auto j = info(project);
     ASSERT_EQ(j["clips"].size(), 2u);
     const auto& found = j["clips"][0];
     EXPECT_FALSE(found["isMissing"].get<bool>());
@@ -93,16 +92,14 @@ TEST_F(CommandTest, InfoShowsTheOpenedProjectWithItsPicturesPlaceholdersAndQueri
     EXPECT_EQ(j["clips"][1]["fingerprint"], "missing");
     EXPECT_EQ(j["largestVideoSize"], json::array({320, 240}));
     EXPECT_EQ(j["suggestedFilename"], "renamed - trimmed");
-    EXPECT_TRUE(j["selectedClipID"].is_null()) << "the selection is not saved";
 
     auto relinked = edit(project, testing_support::quote("relink 1 " + tone.string()));
     ASSERT_EQ(relinked.status, 0) << relinked.err;
-    EXPECT_EQ(lines(relinked.out)[0], "Undo Relink Clip");
+    EXPECT_TRUE(relinked.out.starts_with("Undo Relink Clip\n")) << relinked.out;
     EXPECT_FALSE(info(project)["clips"][1]["isMissing"].get<bool>());
 
-    auto bogus = dir / "bogus.vantrell";
-    std::ofstream(bogus) << "{\"clips\": []}";
-    auto refused = cli("info " + quoted(bogus));
+    std::ofstream(dir / "bogus.vantrell") << "{\"clips\": []}";
+    auto refused = cli("info " + quoted(dir / "bogus.vantrell"));
     EXPECT_EQ(refused.status, 1);
     EXPECT_TRUE(has(refused.err, "bogus.vantrell") && has(refused.err, "version")) << refused.err;
 }
@@ -124,22 +121,14 @@ TEST_F(CommandTest, EditChecksEveryOperationFirstThenAppliesThemInOrderPrintingE
 
     auto r = edit(project, "'playhead 1' split 'select 1' delete undo redo");
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(lines(r.out),
-              (std::vector<std::string>{
-                  "Undo Split", "Undo Delete Clip", "Undid Delete Clip", "Redid Delete Clip",
-                  "2 clips · 0:03 · Re-encode (1 of 2 clips differ in format)"}));
-    auto j = info(project);
-    ASSERT_EQ(j["clips"].size(), 2u);
-    EXPECT_DOUBLE_EQ(j["clips"][0]["outSeconds"].get<double>(), 1.0);
+    EXPECT_EQ(r.out,
+              "Undo Split\nUndo Delete Clip\nUndid Delete Clip\nRedid Delete Clip\n"
+              "2 clips · 0:03 · Re-encode (1 of 2 clips differ in format)\n");
+    EXPECT_DOUBLE_EQ(info(project)["clips"][0]["outSeconds"].get<double>(), 1.0);
 
-    auto ops = dir / "ops.txt";
-    std::ofstream(ops) << "# take the sound apart\nselect 0\n\nlink   # here\n";
-    ASSERT_EQ(cli("edit " + quoted(project) + " --ops " + quoted(ops)).status, 0);
-    j = info(project);
-    ASSERT_EQ(j["clips"].size(), 3u);
-    EXPECT_EQ(j["clips"][0]["streamMask"], "videoOnly");
-    EXPECT_EQ(j["clips"][1]["streamMask"], "audioOnly");
-    EXPECT_EQ(j["clips"][0]["linkState"], "unlinked");
+    std::ofstream(dir / "ops.txt") << "# take the sound apart\nselect 0\n\nlink   # here\n";
+    ASSERT_EQ(cli("edit " + quoted(project) + " --ops " + quoted(dir / "ops.txt")).status, 0);
+    EXPECT_EQ(info(project)["clips"].size(), 3u) << "the first clip's sound is taken apart";
 }
 
 TEST_F(CommandTest, EditCopiesAndPastesBetweenProjectsThroughAPasteboardFile) {
@@ -160,88 +149,65 @@ TEST_F(CommandTest, EditCopiesAndPastesBetweenProjectsThroughAPasteboardFile) {
     auto to = info(target)["clips"];
     ASSERT_EQ(to.size(), 3u);
     EXPECT_EQ(to[1]["url"], from[0]["url"]);
-    EXPECT_NE(to[1]["id"], from[0]["id"]);
     EXPECT_DOUBLE_EQ(to[1]["startOnTimeline"].get<double>(), 5.0);
-    EXPECT_DOUBLE_EQ(to[2]["startOnTimeline"].get<double>(),
-                     5.0 + from[1]["startOnTimeline"].get<double>());
 }
 
-TEST_F(CommandTest, PeaksPrintsTheTimelinesCountOrTheOneAskedForAndRefusesSilence) {
+TEST_F(CommandTest, PeaksFilmstripAndWaveformDrawTheirFileAndRefuseAMissingStream) {
     auto r = cli("peaks " + quoted(tone));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(json::parse(r.out)["peaks"].size(), 1600u) << "one second asks for the floor";
     EXPECT_EQ(json::parse(cli("peaks --count 10 " + quoted(tone)).out)["peaks"].size(), 10u);
-
-    auto silent = cli("peaks " + quoted(silentMovie()));
-    EXPECT_EQ(silent.status, 1);
-    EXPECT_TRUE(has(silent.err, "no audio")) << silent.err;
     for (const char* count : {"0", "2.5"})
         EXPECT_EQ(cli("peaks --count " + std::string(count) + " " + quoted(tone)).status, 1);
-}
 
-TEST_F(CommandTest, FilmstripAndWaveformWritePngsAndNothingForAMissingStream) {
-    auto out = dir / "strip";
-    auto r = cli("filmstrip " + quoted(movie) + " -o " + quoted(out));
+    r = cli("filmstrip " + quoted(movie) + " -o " + quoted(dir / "strip"));
     ASSERT_EQ(r.status, 0) << r.err;
     auto frames = jsonLines(r.out);
     // Two seconds give the fewest frames, at the middles of three equal stretches.
     ASSERT_EQ(frames.size(), 3u);
     for (std::size_t i = 0; i < frames.size(); ++i) {
         fs::path file = frames[i]["file"].get<std::string>();
-        EXPECT_EQ(file, out / ("frame-0" + std::to_string(i + 1) + ".png"));
+        EXPECT_EQ(file, dir / "strip" / ("frame-0" + std::to_string(i + 1) + ".png"));
         EXPECT_NEAR(frames[i]["seconds"].get<double>(), (2.0 * i + 1) / 3, 1.0 / 600);
         EXPECT_EQ(probeStreams(file), "png,120,90\n") << "fitted inside 160 x 90";
     }
-    auto audio = cli("filmstrip " + quoted(tone) + " -o " + quoted(dir / "s"));
-    EXPECT_EQ(audio.status, 1);
-    EXPECT_TRUE(has(audio.err, "no video")) << audio.err;
-    EXPECT_FALSE(fs::exists(dir / "s"));
-
     ASSERT_EQ(cli("waveform " + quoted(tone) + " -o " + quoted(dir / "wave.png")).status, 0);
     EXPECT_EQ(probeStreams(dir / "wave.png"), "png,1600,60\n");
-    EXPECT_EQ(cli("waveform " + quoted(silentMovie()) + " -o " + quoted(dir / "none.png")).status,
-              1);
-    EXPECT_FALSE(fs::exists(dir / "none.png"));
+
+    for (const auto& [command, says] :
+         {std::pair{"peaks " + quoted(silentMovie), "no audio"},
+          {"waveform " + quoted(silentMovie) + " -o " + quoted(dir / "none"), "no audio"},
+          {"filmstrip " + quoted(tone) + " -o " + quoted(dir / "none"), "no video"}}) {
+        r = cli(command);
+        EXPECT_EQ(r.status, 1) << command;
+        EXPECT_TRUE(has(r.err, says)) << r.err;
+        EXPECT_FALSE(fs::exists(dir / "none"));
+    }
 }
 
-TEST_F(CommandTest, ExportWritesTheFormatOfTheExtensionAndOnFailureLeavesTheTargetAlone) {
+TEST_F(CommandTest, ExportWritesTheFormatOfTheExtensionAndFrameThePictureAtATime) {
     auto project = newProject("p.vantrell", {movie, movie});
-    auto mp4 = dir / "joined.mp4";
-    auto r = cli("export " + quoted(project) + " -o " + quoted(mp4));
+    auto r = cli("export " + quoted(project) + " -o " + quoted(dir / "joined.mp4"));
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_TRUE(r.out.ends_with("Exported " + mp4.string() + "\n")) << r.out;
-    EXPECT_EQ(probeStreams(mp4), "h264,320,240\naac\n");
+    EXPECT_TRUE(r.out.ends_with("Exported " + (dir / "joined.mp4").string() + "\n")) << r.out;
+    EXPECT_EQ(probeStreams(dir / "joined.mp4"), "h264,320,240\naac\n");
     ASSERT_EQ(cli("export " + quoted(project) + " -o " + quoted(dir / "sound.wav")).status, 0);
     EXPECT_EQ(probeStreams(dir / "sound.wav"), "pcm_s16le\n");
     // The re-encoding road tags its output in full; the copy keeps the untagged source's.
-    const auto colourSpace = [&](const fs::path& file) {
-        return testing_support::ffprobe(
-            file, "-select_streams v:0 -show_entries stream=color_space -of csv=p=0");
-    };
-    auto reencoded = dir / "reencoded.mp4";
-    ASSERT_EQ(cli("export " + quoted(project) + " --reencode -o " + quoted(reencoded)).status, 0);
-    EXPECT_EQ(colourSpace(mp4), "unknown\n");
-    EXPECT_EQ(colourSpace(reencoded), "smpte170m\n");
+    ASSERT_EQ(cli("export " + quoted(project) + " --reencode -o " + quoted(dir / "re.mp4")).status,
+              0);
+    for (const auto& [file, space] :
+         {std::pair{dir / "joined.mp4", "unknown\n"}, {dir / "re.mp4", "smpte170m\n"}})
+        EXPECT_EQ(testing_support::ffprobe(
+                      file, "-select_streams v:0 -show_entries stream=color_space -of csv=p=0"),
+                  space);
 
-    auto gone = copyIn(movie, "gone.mp4");
-    auto lost = newProject("lost.vantrell", {gone});
-    fs::remove(gone);
-    std::ofstream(mp4) << "an older export";
-    auto failed = cli("export " + quoted(lost) + " -o " + quoted(mp4));
-    EXPECT_EQ(failed.status, 1);
-    EXPECT_TRUE(has(failed.out, "Failed: ")) << failed.out;
-    EXPECT_EQ(contentsOf(mp4), "an older export");
-}
-
-TEST_F(CommandTest, FrameWritesThePictureAtATimeAndRefusesAGap) {
-    auto project = newProject("p.vantrell", {movie, movie});
-    auto png = dir / "f.png";
-    auto r = cli("frame " + quoted(project) + " --at 2.5 -o " + quoted(png));
+    r = cli("frame " + quoted(project) + " --at 2.5 -o " + quoted(dir / "f.png"));
     ASSERT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(probeStreams(png), "png,320,240\n");
-    auto past = cli("frame " + quoted(project) + " --at 9 -o " + quoted(png));
-    EXPECT_EQ(past.status, 1);
-    EXPECT_TRUE(has(past.err, "no picture")) << past.err;
+    EXPECT_EQ(probeStreams(dir / "f.png"), "png,320,240\n");
+    r = cli("frame " + quoted(project) + " --at 9 -o " + quoted(dir / "past.png"));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(has(r.err, "no picture")) << r.err;
 }
 
 TEST_F(CommandTest, EveryCommandExplainsItselfAndUnknownOnesFail) {

@@ -12,23 +12,19 @@ namespace {
 
 class HostileFileTest : public CliTest {
   protected:
-    void SetUp() override {
-        CliTest::SetUp();
-        media = copyIn(movie, "movie.mp4");
-        project = newProject("p.vantrell", {media});
-    }
-
     // A run that a file must not keep waiting: stopped after a minute, it shows status 124.
     CliRun cliWithin(const std::string& args) { return cli(args, "timeout 60"); }
 
     // A run under a file-size limit of `blocks` × 512 bytes (the unit of the shell's ulimit),
     // as a full disk would stop it, with its temporary files in `temporary`.
-    CliRun cliLimited(int blocks, const fs::path& temporary, const std::string& args) {
+    CliRun cliLimited(int blocks, const std::string& args) {
         return cli(args, "ulimit -f " + std::to_string(blocks) + " && TMPDIR=" + quoted(temporary) +
                              " exec");
     }
 
-    fs::path media, project;
+    fs::path media = copyIn(movie, "movie.mp4");
+    fs::path project = newProject("p.vantrell", {media});
+    fs::path temporary = dir / "tmp";
 };
 
 TEST_F(HostileFileTest, MediaThatBecameTextOrAFifoOpensAsAPlaceholderAtOnce) {
@@ -57,29 +53,34 @@ TEST_F(HostileFileTest, MediaThatBecameTextOrAFifoOpensAsAPlaceholderAtOnce) {
     EXPECT_FALSE(fs::exists(dir / "out.mp4"));
 }
 
-TEST_F(HostileFileTest, AnExportOrSavePastAFileSizeLimitLeavesEveryFileAsItWas) {
-    const auto temporary = dir / "tmp";
-    const auto output = dir / "out";
+TEST_F(HostileFileTest, AFailedExportOrSaveLeavesEveryFileAsItWas) {
     fs::create_directory(temporary);
-    fs::create_directory(output);
+    fs::create_directory(dir / "out");
     project = newProject("both.vantrell", {movie, tone});
-    const auto destination = output / "cut.mp4";
+    const auto destination = dir / "out" / "cut.mp4";
     std::ofstream(destination) << "an older export";
-    auto r = cliLimited(64, temporary, "export " + quoted(project) + " -o " + quoted(destination));
+    auto r = cliLimited(64, "export " + quoted(project) + " -o " + quoted(destination));
     EXPECT_NE(r.status, 0);
     EXPECT_TRUE(has(r.err, "File too large")) << r.err;
     EXPECT_EQ(contentsOf(destination), "an older export");
     EXPECT_TRUE(fs::is_empty(temporary)) << "the partial export is removed";
-    EXPECT_EQ(std::distance(fs::directory_iterator(output), fs::directory_iterator()), 1);
+    EXPECT_EQ(std::distance(fs::directory_iterator(dir / "out"), fs::directory_iterator()), 1);
 
     const std::string before = contentsOf(project);
-    r = cliLimited(1, temporary, "edit " + quoted(project) + " 'playhead 1.5'");
+    r = cliLimited(1, "edit " + quoted(project) + " 'playhead 1.5'");
     EXPECT_NE(r.status, 0);
     EXPECT_TRUE(has(r.err, "File too large")) << r.err;
     EXPECT_EQ(contentsOf(project), before);
     for (const auto& entry : fs::directory_iterator(dir))
         EXPECT_FALSE(has(entry.path().filename().string(), ".both.vantrell.tmp"))
             << "a partial save is left: " << entry.path();
+
+    // A source gone since the project was saved: the export fails and says so.
+    fs::remove(media);
+    r = cli("export " + quoted(dir / "p.vantrell") + " -o " + quoted(destination));
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(has(r.out, "Failed: ")) << r.out;
+    EXPECT_EQ(contentsOf(destination), "an older export");
 }
 
 }  // namespace

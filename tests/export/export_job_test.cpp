@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <mutex>
@@ -13,61 +14,37 @@ namespace {
 
 namespace fs = std::filesystem;
 using exporting::ExportJob;
-using exporting::ExportRoads;
 
-// Roads that write a marker file or fail, so the job's own logic can be watched.
-struct ScriptedRoads {
-    std::vector<std::string> taken;
-    bool passthroughFails = false;
-    bool reencodeFails = false;
-    std::vector<fs::path> filesWritten;
-
-    ExportRoads roads() {
-        auto road = [this](std::string name, bool* fails) {
-            return [this, name, fails](const composition::Composition&, const ExportJob&,
-                                       const fs::path& file,
-                                       const exporting::ProgressCallback& progress,
-                                       std::stop_token) -> common::Status {
-                taken.push_back(name);
-                progress(0.5);
-                // A road that fails may have written part of the file.
-                std::ofstream(file) << name;
-                filesWritten.push_back(file);
-                if (fails && *fails) return common::Error{name + " refused"};
-                progress(1.0);
-                return common::success();
-            };
-        };
-        ExportRoads r;
-        r.passthrough = road("passthrough", &passthroughFails);
-        r.reencode = road("reencode", &reencodeFails);
-        r.crop = road("crop", nullptr);
-        r.build = [](const std::vector<model::Clip>&) { return composition::Composition{}; };
-        return r;
-    }
-};
-
-model::Clip videoClip() {
-    model::Clip c;
-    c.id = common::Uuid::random();
-    c.hasVideo = true;
-    c.naturalSize = {640, 360};
-    c.outSeconds = 1;
-    c.fullDurationSeconds = 1;
-    return c;
-}
-
+// Roads that write their name to the file they are given, and may then fail, so the job's
+// own logic can be watched.
 class ExportJobTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        dir = testing_support::freshDir(
-            ::testing::UnitTest::GetInstance()->current_test_info()->name());
-        job.clips = {videoClip()};
+        job.clips.resize(1);
+        job.clips[0].hasVideo = true;
         job.destination = dir / "out.mp4";
     }
 
     common::Status run() {
-        return exporting::runExportJob(job, scripted.roads(),
+        taken.clear();
+        written.clear();
+        reports.clear();
+        const auto road = [this](std::string name) {
+            return [this, name](const composition::Composition&, const ExportJob&,
+                                const fs::path& file, const exporting::ProgressCallback& progress,
+                                std::stop_token) -> common::Status {
+                taken.push_back(name);
+                written.push_back(file);
+                progress(0.5);
+                std::ofstream(file) << name;  // a road that fails may have written a part
+                if (name == failing) return common::Error{name + " refused"};
+                progress(1.0);
+                return common::success();
+            };
+        };
+        const exporting::ExportRoads roads{road("passthrough"), road("reencode"), road("crop"),
+                                           [](const auto&) { return composition::Composition{}; }};
+        return exporting::runExportJob(job, roads,
                                        [this](double f, const std::string& m) {
                                            std::lock_guard lock(mutex);
                                            reports.emplace_back(f, m);
@@ -75,84 +52,80 @@ class ExportJobTest : public ::testing::Test {
                                        {});
     }
 
-    std::string destinationText() {
-        std::ifstream in(job.destination);
-        std::string s;
-        std::getline(in, s);
-        return s;
-    }
-
-    fs::path dir;
+    fs::path dir =
+        testing_support::freshDir(testing::UnitTest::GetInstance()->current_test_info()->name());
     ExportJob job;
-    ScriptedRoads scripted;
+    std::string failing;
+    std::vector<std::string> taken;
+    std::vector<fs::path> written;
     std::mutex mutex;
     std::vector<std::pair<double, std::string>> reports;
 };
 
-TEST_F(ExportJobTest, EligibleProjectsAreCopiedAndMovedIntoPlace) {
-    job.passthroughEligible = true;
-    ASSERT_TRUE(run());
-    EXPECT_EQ(scripted.taken, std::vector<std::string>{"passthrough"});
-    EXPECT_EQ(destinationText(), "passthrough");
-    EXPECT_EQ(reports.back(), std::make_pair(1.0, std::string("Done")));
-    ASSERT_EQ(scripted.filesWritten.size(), 1u);
-    EXPECT_EQ(scripted.filesWritten[0].parent_path(), fs::temp_directory_path());
-    EXPECT_TRUE(scripted.filesWritten[0].filename().string().starts_with("vantrell-export-"));
-    EXPECT_EQ(scripted.filesWritten[0].extension(), ".mp4");
-    EXPECT_FALSE(fs::exists(scripted.filesWritten[0]));
+// Every road writes a temporary file "vantrell-export-UUID.EXT" in the temporary folder,
+// which only a complete export replaces the destination with, and which never stays.
+TEST_F(ExportJobTest, TakesTheRoadThatFitsAndMovesOnlyACompleteFileIntoPlace) {
+    struct Row {
+        bool eligible;
+        double cropTop;
+        double width;  // of the one clip's picture
+        std::string failing;
+        std::vector<std::string> taken;
+        std::string destination;
+    };
+    const Row rows[] = {
+        {true, 0, 640, "", {"passthrough"}, "passthrough"},
+        {true, 0, 640, "passthrough", {"passthrough", "reencode"}, "reencode"},
+        {true, 0.1, 640, "", {"crop"}, "crop"},         // no fallback from a crop
+        {false, 0.1, 0, "", {"reencode"}, "reencode"},  // nothing to crop
+        {false, 0, 640, "reencode", {"reencode"}, "older"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(&row - rows);
+        std::ofstream(job.destination) << "older";
+        job.passthroughEligible = row.eligible;
+        job.cropTop = row.cropTop;
+        job.clips[0].naturalSize = {row.width, row.width / 2};
+        failing = row.failing;
+        const auto status = run();
+        EXPECT_EQ(taken, row.taken);
+        EXPECT_EQ(written.size(), row.taken.size());
+        EXPECT_EQ(testing_support::contentsOf(job.destination), row.destination);
+        for (const auto& file : written) {
+            EXPECT_EQ(file.parent_path(), fs::temp_directory_path());
+            EXPECT_TRUE(file.filename().string().starts_with("vantrell-export-")) << file;
+            EXPECT_EQ(file.extension(), ".mp4");
+            EXPECT_FALSE(fs::exists(file));
+        }
+        if (row.destination == "older") {
+            EXPECT_EQ(status.error().message, "Failed: reencode refused");
+        } else {
+            EXPECT_TRUE(status);
+            EXPECT_EQ(reports.back(), std::make_pair(1.0, std::string("Done")));
+        }
+        const bool fellBack = row.taken.size() > 1;
+        EXPECT_EQ(
+            std::count(reports.begin(), reports.end(), std::pair(0.0, std::string("Re-encoding…"))),
+            fellBack);
+    }
 }
 
-TEST_F(ExportJobTest, ARefusedCopyFallsBackToReencodingAndSaysSo) {
-    job.passthroughEligible = true;
-    scripted.passthroughFails = true;
-    ASSERT_TRUE(run());
-    EXPECT_EQ(scripted.taken, (std::vector<std::string>{"passthrough", "reencode"}));
-    EXPECT_EQ(destinationText(), "reencode");
-    bool saidReencoding = false;
-    for (const auto& [f, m] : reports)
-        if (m == "Re-encoding…") saidReencoding = f == 0;
-    EXPECT_TRUE(saidReencoding);
-}
-
-TEST_F(ExportJobTest, InsetsTakeTheCropRoadWithoutFallbackUnlessThereIsNoPicture) {
-    job.passthroughEligible = true;
-    job.cropTop = 0.1;
-    ASSERT_TRUE(run());
-    EXPECT_EQ(scripted.taken, std::vector<std::string>{"crop"});
-
-    scripted.taken.clear();
-    job.passthroughEligible = false;
-    job.clips[0].naturalSize = {0, 0};
-    ASSERT_TRUE(run());
-    EXPECT_EQ(scripted.taken, std::vector<std::string>{"reencode"});
-}
-
-TEST_F(ExportJobTest, FailuresKeepTheOldDestinationAndLeaveNoTemporaryFile) {
-    std::ofstream(job.destination) << "older";
-    scripted.reencodeFails = true;
-    auto status = run();
-    ASSERT_FALSE(status);
-    EXPECT_EQ(status.error().message, "Failed: reencode refused");
-    EXPECT_EQ(destinationText(), "older");
-    ASSERT_EQ(scripted.filesWritten.size(), 1u);
-    EXPECT_FALSE(fs::exists(scripted.filesWritten[0]));
-}
-
-TEST_F(ExportJobTest, NoClipsIsAFailureWithItsOwnWords) {
+TEST_F(ExportJobTest, NoClipsOrAnUnwritableDestinationFailInTheirOwnWords) {
     job.clips.clear();
     auto status = run();
     ASSERT_FALSE(status);
     EXPECT_EQ(status.error().message, "Failed: No clips to export.");
-    EXPECT_TRUE(scripted.taken.empty());
-}
+    EXPECT_TRUE(written.empty());
 
-TEST_F(ExportJobTest, AnUnwritableDestinationIsAFailedMove) {
+    job.clips.resize(1);
     job.destination = dir / "missing-folder" / "out.mp4";
-    auto status = run();
+    status = run();
     ASSERT_FALSE(status);
     EXPECT_TRUE(status.error().message.starts_with("Failed to move output: "))
         << status.error().message;
     EXPECT_FALSE(fs::exists(job.destination));
+    ASSERT_EQ(written.size(), 1u);
+    EXPECT_FALSE(fs::exists(written[0]));
 }
 
 }  // namespace

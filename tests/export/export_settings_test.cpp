@@ -11,120 +11,80 @@ namespace {
 using exporting::CropInsets;
 using exporting::Framing;
 using exporting::reencodeSettings;
-using exporting::uprightLargestVideoSize;
 using model::SmallClipMode;
 
-model::Clip videoClip(double width, double height, double frameRate = 30, int rotation = 0) {
+model::Clip clip(double width, double height, double frameRate = 30, int rotation = 0) {
     model::Clip c;
     c.id = common::Uuid::random();
-    c.url = "/media/clip.mov";
-    c.hasVideo = true;
+    c.hasVideo = width > 0;
     c.hasAudio = true;
-    c.fullDurationSeconds = 5;
-    c.outSeconds = 5;
+    c.outSeconds = c.fullDurationSeconds = 5;
     c.frameRate = frameRate;
     c.naturalSize = {width, height};
     c.rotationDegrees = rotation;
     return c;
 }
 
-model::Clip audioClip() {
-    model::Clip c;
-    c.id = common::Uuid::random();
-    c.url = "/media/sound.m4a";
-    c.hasAudio = true;
-    c.fullDurationSeconds = 5;
-    c.outSeconds = 5;
+model::Clip soundOnly(model::Clip c) {
+    c.streamMask = model::StreamMask::audioOnly;
     return c;
 }
 
-TEST(ExportSettings, NoVideoGivesNoFrameAndThirtyFramesASecondWhateverTheInsets) {
-    for (const CropInsets& insets : {CropInsets{}, CropInsets{0.1, 0.1, 0.1, 0.1}}) {
-        const auto settings = reencodeSettings({audioClip()}, SmallClipMode::proportional, insets);
-        EXPECT_FALSE(settings.frame);
-        EXPECT_EQ(settings.framing, Framing::whole);
-        EXPECT_EQ(settings.framesPerSecond, 30);
+TEST(ExportSettings, FrameAndRateFollowTheVideoRow) {
+    model::Clip missing = clip(0, 0, 120);
+    missing.hasVideo = true;
+    missing.isMissing = true;
+    const model::Clip sound = clip(0, 0, 0);
+    struct Row {
+        std::vector<model::Clip> clips;
+        CropInsets insets;
+        std::vector<double> frame;  // width, height, left and top cut; empty: none
+        double framesPerSecond;
+    };
+    // Rates come narrowed to a float, as the probe reports them; NTSC ones come back exact.
+    const Row rows[] = {
+        {{sound}, {}, {}, 30},
+        {{sound}, {0.1, 0.1, 0.1, 0.1}, {}, 30},
+        // The largest stored area, the earliest of equal areas, at the highest exact rate.
+        {{clip(640, 480, 24), clip(1920, 1080), clip(1280, 720, 25)}, {}, {1920, 1080, 0, 0}, 30},
+        {{clip(200, 100), clip(100, 200, 60)}, {}, {200, 100, 0, 0}, 60},
+        {{clip(1920, 1080, 24), soundOnly(clip(640, 480, 60)),
+          clip(640, 480, float(30000.0 / 1001)), sound},
+         {},
+         {1920, 1080, 0, 0},
+         30000.0 / 1001},
+        {{clip(640, 480, float(24000.0 / 1001))}, {}, {640, 480, 0, 0}, 24000.0 / 1001},
+        {{clip(640, 480, 12.5)}, {}, {640, 480, 0, 0}, 12.5},
+        {{clip(640, 480, 0)}, {}, {640, 480, 0, 0}, 30},
+        {{clip(160, 120, 30, 270)}, {}, {120, 160, 0, 0}, 30},
+        {{clip(160, 120, 30, 180)}, {}, {160, 120, 0, 0}, 30},
+        // Insets refer to the upright frame.
+        {{clip(1920, 1080, 30, 90)}, {0.25, 0.1, 0, 0}, {972, 1440, 108, 480}, 30},
+        // Clips off the video row or without a size give no frame; a placeholder's nominal
+        // rate counts, as it is on the video row.
+        {{soundOnly(clip(3840, 2160, 60)), missing, clip(640, 360, 25)}, {}, {640, 360, 0, 0}, 120},
+        // The crop road runs at the clips' rate when they share one, else at thirty.
+        {{clip(1280, 720, 60), clip(640, 480, 60)}, {0, 0, 0, 0.5}, {1280, 360, 0, 0}, 60},
+        {{clip(1280, 720, 60), clip(640, 480, 25)}, {0, 0, 0, 0.5}, {1280, 360, 0, 0}, 30},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(testing::Message() << "row " << &row - rows);
+        const auto settings = reencodeSettings(row.clips, SmallClipMode::fill, row.insets);
+        std::vector<double> frame;
+        if (settings.frame)
+            frame = {settings.frame->renderWidth, settings.frame->renderHeight,
+                     settings.frame->cropX, settings.frame->cropY};
+        EXPECT_EQ(frame, row.frame);
+        const auto& i = row.insets;
+        const bool cropped = i.top + i.leading + i.trailing + i.bottom > 0 && !row.frame.empty();
+        EXPECT_EQ(settings.framing, cropped ? Framing::crop : Framing::whole);
+        EXPECT_EQ(settings.framesPerSecond, row.framesPerSecond);
     }
-}
-
-TEST(ExportSettings, LargestStoredAreaGivesTheOutputFrameUprightTheEarliestOfEqualAreasWinning) {
-    const std::vector<model::Clip> clips{videoClip(640, 480), videoClip(1920, 1080),
-                                         videoClip(1280, 720)};
-    const auto settings = reencodeSettings(clips, SmallClipMode::proportional, {});
-    ASSERT_TRUE(settings.frame);
-    EXPECT_EQ(settings.frame->renderWidth, 1920);
-    EXPECT_EQ(settings.frame->renderHeight, 1080);
-    EXPECT_EQ(settings.frame->cropX, 0);
-    EXPECT_EQ(settings.frame->cropY, 0);
-    EXPECT_EQ(settings.framing, Framing::whole);
-
-    EXPECT_EQ(uprightLargestVideoSize({videoClip(200, 100), videoClip(100, 200)}),
-              (model::Size{200, 100}));
-    EXPECT_EQ(uprightLargestVideoSize({videoClip(160, 120, 30, 90), videoClip(100, 100)}),
-              (model::Size{120, 160}));
-    EXPECT_EQ(uprightLargestVideoSize({videoClip(160, 120, 30, 270)}), (model::Size{120, 160}));
-    EXPECT_EQ(uprightLargestVideoSize({videoClip(160, 120, 30, 180)}), (model::Size{160, 120}));
-}
-
-TEST(ExportSettings, InsetsReferToTheUprightFrame) {
-    const std::vector<model::Clip> clips{videoClip(1920, 1080, 30, 90)};
-    const CropInsets insets{0.25, 0.1, 0, 0};
-    const auto video = exporting::exportVideoSettings(clips, SmallClipMode::fill, insets);
+    const auto video = exporting::exportVideoSettings({clip(1920, 1080, 30, 90)},
+                                                      SmallClipMode::fill, {0.25, 0.1, 0, 0});
     ASSERT_TRUE(video);
     EXPECT_EQ(video->largestSize, (model::Size{1080, 1920}));
     EXPECT_EQ(video->smallClipMode, SmallClipMode::fill);
-    const auto settings = reencodeSettings(clips, SmallClipMode::fill, insets);
-    ASSERT_TRUE(settings.frame);
-    EXPECT_EQ(settings.frame->renderWidth, 972);
-    EXPECT_EQ(settings.frame->renderHeight, 1440);
-    EXPECT_DOUBLE_EQ(settings.frame->cropX, 108);
-    EXPECT_DOUBLE_EQ(settings.frame->cropY, 480);
-    EXPECT_EQ(settings.framing, Framing::crop);
-}
-
-TEST(ExportSettings, ClipsOffTheVideoRowOrWithoutASizeDoNotCount) {
-    model::Clip soundOnly = videoClip(3840, 2160, 60);
-    soundOnly.streamMask = model::StreamMask::audioOnly;
-    model::Clip missing = videoClip(0, 0, 120);
-    missing.isMissing = true;
-    const std::vector<model::Clip> clips{soundOnly, missing, videoClip(640, 360, 25)};
-    const auto settings = reencodeSettings(clips, SmallClipMode::proportional, {});
-    ASSERT_TRUE(settings.frame);
-    EXPECT_EQ(settings.frame->renderWidth, 640);
-    EXPECT_EQ(settings.frame->renderHeight, 360);
-    // The placeholder is on the video row: its nominal rate counts, though it has no size.
-    EXPECT_EQ(settings.framesPerSecond, 120);
-}
-
-TEST(ExportSettings, HighestExactRateOfTheVideoRowWinsOrThirtyWithoutOne) {
-    model::Clip soundOnly = videoClip(640, 480, 60);
-    soundOnly.streamMask = model::StreamMask::audioOnly;
-    // Rates come narrowed to a float, as the probe reports them; NTSC ones come back exact.
-    const std::vector<model::Clip> clips{videoClip(1920, 1080, 24), soundOnly,
-                                         videoClip(640, 480, float(30000.0 / 1001)), audioClip()};
-    EXPECT_EQ(reencodeSettings(clips, SmallClipMode::proportional, {}).framesPerSecond,
-              30000.0 / 1001);
-    EXPECT_EQ(reencodeSettings({videoClip(640, 480, float(24000.0 / 1001))},
-                               SmallClipMode::proportional, {})
-                  .framesPerSecond,
-              24000.0 / 1001);
-    EXPECT_EQ(reencodeSettings({videoClip(640, 480, 12.5)}, SmallClipMode::proportional, {})
-                  .framesPerSecond,
-              12.5);
-    EXPECT_EQ(
-        reencodeSettings({videoClip(640, 480, 0)}, SmallClipMode::proportional, {}).framesPerSecond,
-        30);
-    // The crop road runs at the clips' rate when they share one, else at thirty.
-    const auto crop = reencodeSettings({videoClip(1280, 720, 60), videoClip(640, 480, 60)},
-                                       SmallClipMode::proportional, {0, 0, 0, 0.5});
-    EXPECT_EQ(crop.framing, Framing::crop);
-    EXPECT_EQ(crop.framesPerSecond, 60);
-    EXPECT_EQ(reencodeSettings({videoClip(1280, 720, 60), videoClip(640, 480, 25)},
-                               SmallClipMode::proportional, {0, 0, 0, 0.5})
-                  .framesPerSecond,
-              30);
-    ASSERT_TRUE(crop.frame);
-    EXPECT_EQ(crop.frame->renderHeight, 360);
 }
 
 }  // namespace
