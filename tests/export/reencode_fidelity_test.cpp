@@ -216,9 +216,9 @@ TEST_F(Fidelity, HlgSourceIsToneMappedIntoTaggedSdr) {
 // An AVI whose sound header states a rate a hundred times the real one, as some phones write
 // it: FFmpeg stamps its packets a hundredth of their length apart, while players play the
 // samples one after another from the start. A range from the middle sounds in its place.
-TEST(ReencodeFidelity, AviSoundStampedAtAWrongRateStaysInPlace) {
-    const auto made = makeMedia("fidelity_avi.avi", picture("testsrc2") + kSweep + "-t 3 " +
-                                                        h264() + "-c:a libmp3lame -ac 1");
+TEST_F(Fidelity, AviSoundStampedAtAWrongRateStaysInPlace) {
+    const auto made = makeMedia("fidelity_avi.avi",
+                                kPicture + kSweep + "-t 3 " + kH264 + "-c:a libmp3lame -ac 1");
     std::string bytes = testing_support::contentsOf(made);
     const std::size_t header = bytes.find("auds");  // the sound's stream header
     ASSERT_NE(header, std::string::npos);
