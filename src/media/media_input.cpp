@@ -84,6 +84,14 @@ common::Result<InputFormatPtr> openInput(const std::filesystem::path& path) {
     InputFormatPtr input{raw};
     if (int rc = avformat_find_stream_info(input.get(), nullptr); rc < 0)
         return avError(rc, "Cannot read the streams of " + path.string());
+    // Players show a picture in the pixel shape its container states where that differs
+    // from its bitstream's (a phone's slow-motion file says 27:64 inside and 1:1 outside),
+    // so whatever reads the codec parameters sees that shape.
+    for (unsigned i = 0; i < input->nb_streams; ++i) {
+        AVStream& stream = *input->streams[i];
+        if (stream.sample_aspect_ratio.num > 0 && stream.sample_aspect_ratio.den > 0)
+            stream.codecpar->sample_aspect_ratio = stream.sample_aspect_ratio;
+    }
     return input;
 }
 

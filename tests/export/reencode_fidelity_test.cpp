@@ -9,6 +9,7 @@
 #include <gtest/gtest.h>
 
 #include "export/export_media.h"
+#include "export/passthrough_export.h"
 #include "export/reencode_export.h"
 #include "support/player_decode.h"
 
@@ -127,6 +128,32 @@ TEST_P(OffsetTracks, NonSquarePixelsAreLaidOutAtTheirShownSize) {
     ASSERT_EQ(after.error, "");
     ASSERT_EQ(after.frameCount(), before.frameCount());
     EXPECT_GT(testing_support::psnr(after.frame(10), before.frame(10)), 30);
+}
+
+// A container that says square pixels over a bitstream that says otherwise, as a phone's
+// slow-motion recording has it: players show the container's shape, and so do both roads.
+TEST(ReencodeFidelity, PixelShapeIsTheContainersWhereTheBitstreamSaysOtherwise) {
+    const auto square = makeMedia(
+        "fidelity_square.mp4", "-f lavfi -i testsrc2=size=320x180:rate=30 -t 1 " + h264() + "-an");
+    const auto source = makeMediaFrom("fidelity_square_inside_narrow.mp4", square,
+                                      "-c copy -bsf:v h264_metadata=sample_aspect_ratio=27/64");
+    const auto clip = CompositionBuilder().video(source, 45, 555).build();
+    const auto out = reencoded(clip, "shape_inside", plain(320, 180));
+    const auto work = testing_support::freshDir("shape_inside-decoded");
+    const DecodedVideo before = testing_support::decodeVideo(source, Player::ffmpeg, work / "in");
+    const DecodedVideo after = testing_support::decodeVideo(out, Player::ffmpeg, work / "out");
+    ASSERT_EQ(after.error, "");
+    ASSERT_GT(after.frameCount(), 10u);
+    EXPECT_GT(testing_support::psnr(after.frame(10), before.frame(12)), 30);
+
+    const auto copied = work / "smart.mp4";
+    const auto written =
+        exporting::exportPassthrough(clip, copied, model::ExportFormat::mp4, {}, {});
+    ASSERT_TRUE(written) << written.error().message;
+    EXPECT_EQ(
+        testing_support::ffprobe(
+            copied, "-select_streams v:0 -show_entries stream=sample_aspect_ratio -of csv=p=0"),
+        "1:1\n");
 }
 
 // Colour bars made in one colour description each, tagged with it.
