@@ -241,6 +241,25 @@ AVRational roundedRate(double perSecond) {
     return best.num > 0 ? best : av_d2q(perSecond, 1000000);
 }
 
+// A counted stream's rate is its frame count over its duration, which takes in the last
+// frame's duration; some phones give that frame the rest of the recording (a slow-motion file
+// of 1/30 s frames states 30.47 per second). The index's first and last decode times leave it
+// out, and where the two disagree they tell the rate.
+AVRational countedFrameRate(AVFormatContext& input, const AVStream& stream) {
+    const AVRational stated = statedFrameRate(stream);
+    AVStream& indexed = *input.streams[stream.index];
+    // An index that leaves out frames (AVI's dropped ones) can't tell.
+    const int counted = avformat_index_get_entries_count(&indexed);
+    if (counted < 2 || counted != stream.nb_frames) return stated;
+    const std::int64_t first = avformat_index_get_entry(&indexed, 0)->timestamp;
+    const std::int64_t last = avformat_index_get_entry(&indexed, counted - 1)->timestamp;
+    if (!(last > first)) return stated;
+    const double perSecond =
+        (counted - 1) / (static_cast<double>(last - first) * av_q2d(stream.time_base));
+    if (stated.num > 0 && std::abs(perSecond / av_q2d(stated) - 1) < 0.002) return stated;
+    return roundedRate(perSecond);
+}
+
 }  // namespace
 
 double reportedFrameRate(AVRational rate) {
@@ -249,7 +268,7 @@ double reportedFrameRate(AVRational rate) {
 }
 
 AVRational measuredFrameRate(AVFormatContext& input, const AVStream& stream) {
-    if (stream.nb_frames > 0) return statedFrameRate(stream);
+    if (stream.nb_frames > 0) return countedFrameRate(input, stream);
     constexpr int kFrames = 120;
     std::vector<std::int64_t> times;
     PacketPtr packet{av_packet_alloc()};

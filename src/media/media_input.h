@@ -50,9 +50,10 @@ double fileDurationSeconds(const AVFormatContext& input);
 double measuredDurationSeconds(AVFormatContext& input);
 
 // The rate at which `stream`'s frames come. Containers that count their frames (QuickTime,
-// MP4, AVI) give it exactly; for the others (Matroska, MPEG streams) the stated rate is a
-// guess from millisecond block durations or field timing, so the first frames' times are
-// measured instead, and reading goes back to the start. {0, 1} when nothing tells.
+// MP4, AVI) give it exactly, from their index where it spans them all; for the others (Matroska,
+// MPEG streams) the stated rate is a guess from millisecond block durations or field timing, so the
+// first frames' times are measured instead, and reading goes back to the start. {0, 1} when nothing
+// tells.
 AVRational measuredFrameRate(AVFormatContext& input, const AVStream& stream);
 
 // Frames per second as a 32-bit float widened to double, which is how a clip's nominal rate

@@ -223,6 +223,16 @@ INSTANTIATE_TEST_SUITE_P(
                     picture(320, 240) + "-t 1 " + kH264 + "-fps_mode passthrough -r 60"),
               kAvc1, false, 320, 240),
         // hev1 is the sample entry FFmpeg writes for HEVC in MP4 unless told otherwise.
+        // A phone may give the last frame the rest of the recording: the count over the
+        // length says 20 a second, the frames come 30 a second.
+        movie(
+            "Mp4WhoseLastFrameLastsLong",
+            [] {
+                return testing_support::makeMediaFrom(
+                    "h264_long_last_frame.mp4", samples::h264VideoOnlyMp4(),
+                    "-c copy -bsf:v \"setts=duration='if(eq(N,29),DURATION*16,DURATION)'\"");
+            },
+            kAvc1, false, 320, 240, 1.5),
         movie("HevcHev1InMp4",
               later(makeMedia, "hevc_hev1.mp4", picture(320, 240) + "-t 1 " + kHevc),
               "v:1751479857:320x240", false, 320, 240),
