@@ -262,6 +262,22 @@ AVRational countedFrameRate(AVFormatContext& input, const AVStream& stream) {
 
 }  // namespace
 
+std::int64_t countedSoundTime(AVStream& stream, std::int64_t pts) {
+    const AVCodecParameters& parameters = *stream.codecpar;
+    if (parameters.frame_size <= 0 || parameters.sample_rate <= 0) return pts;
+    const int count = avformat_index_get_entries_count(&stream);
+    if (count < 2 || count != stream.nb_frames) return pts;
+    const int index =
+        av_index_search_timestamp(&stream, pts, AVSEEK_FLAG_BACKWARD | AVSEEK_FLAG_ANY);
+    if (index < 0 || avformat_index_get_entry(&stream, index)->timestamp != pts) return pts;
+    const AVRational sample{1, parameters.sample_rate};
+    const std::int64_t counted =
+        avformat_index_get_entry(&stream, 0)->timestamp +
+        av_rescale_q(std::int64_t{index} * parameters.frame_size, sample, stream.time_base);
+    const std::int64_t frame = av_rescale_q(parameters.frame_size, sample, stream.time_base);
+    return std::abs(pts - counted) < frame ? counted : pts;
+}
+
 double reportedFrameRate(AVRational rate) {
     if (rate.num <= 0 || rate.den <= 0) return 0;
     return static_cast<float>(av_q2d(rate));
