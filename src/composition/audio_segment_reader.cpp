@@ -351,8 +351,11 @@ common::Status AudioSegmentReader::fill(std::int64_t frames) {
         if (!decoded) return decoded.error();
         if (!decoded.value()) return finishSource();
         if (!anchored_) {
-            const AVStream& stream = *input_->streams[streamIndex_];
-            const std::int64_t pts = frame_->best_effort_timestamp;
+            AVStream& stream = *input_->streams[streamIndex_];
+            const std::int64_t pts =
+                frame_->best_effort_timestamp == AV_NOPTS_VALUE
+                    ? AV_NOPTS_VALUE
+                    : media::countedSoundTime(stream, frame_->best_effort_timestamp);
             if (pts == AV_NOPTS_VALUE && sought_) {
                 // Without a time the place can't be known: start over from the beginning.
                 if (auto rewound = rewind(); !rewound) return rewound;

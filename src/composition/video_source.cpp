@@ -165,6 +165,9 @@ common::Status VideoSource::decodeNext(std::int64_t limit) {
     for (;;) {
         const int received = avcodec_receive_frame(decoder_.get(), frame.get());
         if (received == 0) {
+            // The container's pixel shape over the bitstream's, as players show it.
+            frame->sample_aspect_ratio = av_guess_sample_aspect_ratio(
+                input_.get(), input_->streams[streamIndex_], frame.get());
             const std::int64_t time = frame->best_effort_timestamp;
             // A frame without a time follows the one before by one unit.
             lastTimestamp_ = time != AV_NOPTS_VALUE ? time - startPts_ : lastTimestamp_ + 1;

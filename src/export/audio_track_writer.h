@@ -37,6 +37,9 @@ class AudioTrackWriter {
     common::Result<std::optional<TrackPacket>> next();
 
     std::int64_t mediaStart() const { return preroll_; }
+    // Where the samples written so far end, in output units: a coded frame may end a little
+    // after the composition does.
+    std::int64_t mediaEnd() const { return cursor_; }
 
     double doneSeconds() const { return doneSeconds_; }
     double totalSeconds() const { return totalSeconds_; }

@@ -257,6 +257,17 @@ struct Lane {
     double doneSeconds() const { return video ? video->doneSeconds() : audio->doneSeconds(); }
     double totalSeconds() const { return video ? video->totalSeconds() : audio->totalSeconds(); }
     FourCC handler() const { return video ? fourCC("vide") : fourCC("soun"); }
+    // The track's one edit, in movie ticks: as long as the composition, and over the whole of
+    // its last sample, since GStreamer drops a sample that the edit's end cuts into.
+    std::uint64_t editTicks() const {
+        std::int64_t ticks = duration.ticks;
+        if (audio) {
+            ticks = std::max(
+                ticks, av_rescale_q_rnd(audio->mediaEnd() - audio->mediaStart(), stream->time_base,
+                                        {1, kMovieTimescale}, AV_ROUND_UP));
+        }
+        return static_cast<std::uint64_t>(ticks);
+    }
 };
 
 // Samples each lane is planned to write, a little over: the video's frames, the sound's
@@ -403,8 +414,7 @@ common::Status writeMovie(const composition::Composition& composition, const fs:
     // composition time 0 and lasts as long as the track.
     std::vector<MovieTrackEdits> edits;
     for (const auto& lane : lanes) {
-        const std::vector<Mp4Edit> one{
-            {lane.mediaStart(), static_cast<std::uint64_t>(lane.duration.ticks)}};
+        const std::vector<Mp4Edit> one{{lane.mediaStart(), lane.editTicks()}};
         edits.push_back({lane.handler(), one});
     }
     std::vector<std::uint64_t> written;

@@ -84,6 +84,14 @@ common::Result<InputFormatPtr> openInput(const std::filesystem::path& path) {
     InputFormatPtr input{raw};
     if (int rc = avformat_find_stream_info(input.get(), nullptr); rc < 0)
         return avError(rc, "Cannot read the streams of " + path.string());
+    // Players show a picture in the pixel shape its container states where that differs
+    // from its bitstream's (a phone's slow-motion file says 27:64 inside and 1:1 outside),
+    // so whatever reads the codec parameters sees that shape.
+    for (unsigned i = 0; i < input->nb_streams; ++i) {
+        AVStream& stream = *input->streams[i];
+        if (stream.sample_aspect_ratio.num > 0 && stream.sample_aspect_ratio.den > 0)
+            stream.codecpar->sample_aspect_ratio = stream.sample_aspect_ratio;
+    }
     return input;
 }
 
@@ -266,7 +274,42 @@ AVRational roundedRate(double perSecond) {
     return best.num > 0 ? best : av_d2q(perSecond, 1000000);
 }
 
+// A counted stream's rate is its frame count over its duration, which takes in the last
+// frame's duration; some phones give that frame the rest of the recording (a slow-motion file
+// of 1/30 s frames states 30.47 per second). The index's first and last decode times leave it
+// out, and where the two disagree they tell the rate.
+AVRational countedFrameRate(AVFormatContext& input, const AVStream& stream) {
+    const AVRational stated = statedFrameRate(stream);
+    AVStream& indexed = *input.streams[stream.index];
+    // An index that leaves out frames (AVI's dropped ones) can't tell.
+    const int counted = avformat_index_get_entries_count(&indexed);
+    if (counted < 2 || counted != stream.nb_frames) return stated;
+    const std::int64_t first = avformat_index_get_entry(&indexed, 0)->timestamp;
+    const std::int64_t last = avformat_index_get_entry(&indexed, counted - 1)->timestamp;
+    if (!(last > first)) return stated;
+    const double perSecond =
+        (counted - 1) / (static_cast<double>(last - first) * av_q2d(stream.time_base));
+    if (stated.num > 0 && std::abs(perSecond / av_q2d(stated) - 1) < 0.002) return stated;
+    return roundedRate(perSecond);
+}
+
 }  // namespace
+
+std::int64_t countedSoundTime(AVStream& stream, std::int64_t pts) {
+    const AVCodecParameters& parameters = *stream.codecpar;
+    if (parameters.frame_size <= 0 || parameters.sample_rate <= 0) return pts;
+    const int count = avformat_index_get_entries_count(&stream);
+    if (count < 2 || count != stream.nb_frames) return pts;
+    const int index =
+        av_index_search_timestamp(&stream, pts, AVSEEK_FLAG_BACKWARD | AVSEEK_FLAG_ANY);
+    if (index < 0 || avformat_index_get_entry(&stream, index)->timestamp != pts) return pts;
+    const AVRational sample{1, parameters.sample_rate};
+    const std::int64_t counted =
+        avformat_index_get_entry(&stream, 0)->timestamp +
+        av_rescale_q(std::int64_t{index} * parameters.frame_size, sample, stream.time_base);
+    const std::int64_t frame = av_rescale_q(parameters.frame_size, sample, stream.time_base);
+    return std::abs(pts - counted) < frame ? counted : pts;
+}
 
 double reportedFrameRate(AVRational rate) {
     if (rate.num <= 0 || rate.den <= 0) return 0;
@@ -274,7 +317,7 @@ double reportedFrameRate(AVRational rate) {
 }
 
 AVRational measuredFrameRate(AVFormatContext& input, const AVStream& stream) {
-    if (stream.nb_frames > 0) return statedFrameRate(stream);
+    if (stream.nb_frames > 0) return countedFrameRate(input, stream);
     constexpr int kFrames = 120;
     std::vector<std::int64_t> times;
     PacketPtr packet{av_packet_alloc()};

@@ -56,10 +56,18 @@ double fileDurationSeconds(const AVFormatContext& input);
 double measuredDurationSeconds(AVFormatContext& input);
 
 // The rate at which `stream`'s frames come. Containers that count their frames (QuickTime,
-// MP4, AVI) give it exactly; for the others (Matroska, MPEG streams) the stated rate is a
-// guess from millisecond block durations or field timing, so the first frames' times are
-// measured instead, and reading goes back to the start. {0, 1} when nothing tells.
+// MP4, AVI) give it exactly, from their index where it spans them all; for the others (Matroska,
+// MPEG streams) the stated rate is a guess from millisecond block durations or field timing, so the
+// first frames' times are measured instead, and reading goes back to the start. {0, 1} when nothing
+// tells.
 AVRational measuredFrameRate(AVFormatContext& input, const AVStream& stream);
+
+// Where a coded sound frame that its container times at `pts` starts when the frames before
+// it play one after another, as players play them. A container may time a frame less than a
+// frame off its count (a phone's first frame said to last 1245 of its 1024 samples), which is
+// no hole in the sound. `pts` itself where the index does not list every frame, frames vary
+// in length, or the frame is a whole frame or more off.
+std::int64_t countedSoundTime(AVStream& stream, std::int64_t pts);
 
 // Frames per second as a 32-bit float widened to double, which is how a clip's nominal rate
 // is reported; 0 for {0, 1}.

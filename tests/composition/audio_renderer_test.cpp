@@ -154,6 +154,16 @@ TEST(AudioRenderer, EncodedSoundStartsAtItsFirstRealSample) {
     }
 }
 
+TEST(AudioRenderer, FramesTimedLessThanAFrameOffTheirCountPlayOneAfterAnother) {
+    // The first frame said to last 30 samples longer than it does, as some phones write it.
+    const auto file =
+        testing_support::makeMediaFrom("render_tone_long_first_frame.m4a", toneAac(),
+                                       "-c copy -bsf:a \"setts=ts='if(gt(N,0),TS+30,TS)'\"");
+    const auto reference = decodeAllAudio(file);
+    const auto out = render({clipOf(file, 0, 0.7, 1.5)}, 24000);
+    EXPECT_EQ(bestLag(out, 4800, reference, 33600 + 4800, 9600), 0);
+}
+
 TEST(AudioRenderer, ReadingFromAPositionGivesWhatReadingOnGives) {
     // PCM exactly; a transform decoder started anew shortly before gives the same to within
     // float rounding. Each at its own rate: a resampler starting elsewhere may shift its grid.

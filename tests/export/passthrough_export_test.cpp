@@ -292,6 +292,21 @@ TEST(PassthroughExport, AudioFormatsCopyTheirSoundPlacedRight) {
     }
 }
 
+// AAC frames at 12 kHz last 85 ms: a second from half a second in ends 0.72 of a frame into
+// the twelfth, which is copied whole and must be played whole.
+TEST(PassthroughExport, BothPlayersPlayALastSoundFrameThatEndsAfterTheComposition) {
+    const auto source =
+        makeMedia("smart_aac_12k.m4a", kSweep + "-t 3 -ar 12000 -c:a aac -aac_pns 0 -ac 1");
+    const auto file = testing_support::freshDir("smart_last_frame") / "out.m4a";
+    ASSERT_TRUE(exporting::exportPassthrough(
+        CompositionBuilder().audio(source, 0, 300, 900).build(), file, ExportFormat::m4a, {}, {}));
+    for (Player player : testing_support::kPlayers) {
+        const auto sound = testing_support::decodeAudio(file, player, 12000, 1);
+        EXPECT_NEAR(double(sound.frameCount()), 12000.0, 512.0)
+            << testing_support::playerName(player);
+    }
+}
+
 TEST(PassthroughExport, CancellingOrAVanishedSourceLeavesNoFile) {
     expectFailuresLeaveNothing("smart_failures", passthroughAs(ExportFormat::mp4), 0.3);
 }

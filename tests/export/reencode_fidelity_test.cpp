@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include "export/export_media.h"
+#include "export/passthrough_export.h"
 #include "export/reencode_export.h"
 #include "support/player_decode.h"
 
@@ -101,6 +102,26 @@ TEST_P(BothPlayers, NonSquarePixelsAreLaidOutAtTheirShownSize) {
 
 INSTANTIATE_TEST_SUITE_P(Reencode, BothPlayers, testing::ValuesIn(testing_support::kPlayers),
                          [](const auto& info) { return std::string(playerName(info.param)); });
+
+// A container that says square pixels over a bitstream that says otherwise, as a phone's
+// slow-motion recording has it: players show the container's shape, and so do both roads.
+TEST_F(Fidelity, PixelShapeIsTheContainersWhereTheBitstreamSaysOtherwise) {
+    const auto square = makeMedia(
+        "fidelity_square.mp4", "-f lavfi -i testsrc2=size=320x180:rate=30 -t 1 " + kH264 + "-an");
+    const auto source =
+        testing_support::makeMediaFrom("fidelity_square_inside_narrow.mp4", square,
+                                       "-c copy -bsf:v h264_metadata=sample_aspect_ratio=27/64");
+    const auto clip = CompositionBuilder().video(source, 45, 555).build();
+    const auto after = decode(reencoded(clip, "shape_inside", plain(320, 180)), Player::ffmpeg);
+    ASSERT_GT(after.frameCount(), 10u);
+    EXPECT_GT(testing_support::psnr(after.frame(10), decode(source, Player::ffmpeg).frame(12)), 30);
+
+    const auto copied = testing_support::freshDir("shape_inside") / "smart.mp4";
+    const auto written =
+        exporting::exportPassthrough(clip, copied, model::ExportFormat::mp4, {}, {});
+    ASSERT_TRUE(written) << written.error().message;
+    EXPECT_EQ(probe(copied, "stream=sample_aspect_ratio", "v:0"), "1:1\n");
+}
 
 // Colour bars made in one colour description each, tagged with it.
 struct BarsCase {

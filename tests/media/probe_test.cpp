@@ -154,6 +154,12 @@ TEST(ProbeClip, FindsStreamsAndFingerprintAndFeedsEveryEnrichmentInEachFormat) {
              Format{makeMedia("h264_rate_twice.mkv",
                               picture(320, 240) + "-t 1 " + kH264 + "-fps_mode passthrough -r 60"),
                     avc1},
+             // A phone may give the last frame the rest of the recording: the count over the
+             // length says 20 a second, the frames come 30 a second.
+             Format{testing_support::makeMediaFrom(
+                        "h264_long_last_frame.mp4", samples::h264VideoOnlyMp4(),
+                        "-c copy -bsf:v \"setts=duration='if(eq(N,29),DURATION*16,DURATION)'\""),
+                    avc1, 1.5},
              Format{makeMedia("mpeg4_mp3.avi",
                               picture(320, 240, 25) + kTone + "-t 1 -c:v mpeg4 -c:a libmp3lame"),
                     "v:1836070006:320x240 320x240@25 sound"},

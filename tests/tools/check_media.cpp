@@ -66,6 +66,13 @@ double copiedAudioTolerance(const fs::path& source) {
     return std::max(kAudioToleranceSeconds, frame / 2 + 0.0005);
 }
 
+// Whether the ffmpeg tool reads the file's first picture stream as full-range.
+bool fullRange(const fs::path& source) {
+    const std::string probed = testing_support::ffprobe(
+        source, "-select_streams v:0 -show_entries stream=color_range,pix_fmt -of csv=p=0");
+    return probed.find("pc") != std::string::npos || probed.find("yuvj") != std::string::npos;
+}
+
 struct Placement {
     double start = 0;
     double in = 0;
@@ -354,10 +361,32 @@ class Checker {
                 }
                 if (own.error.empty()) scaledAlike = alignedTo(*sourceVideo, std::move(own));
             }
+            // GStreamer hands a full-range picture's codes on as they are, where the ffmpeg
+            // tool makes them limited-range, as the re-encoding road does (its output is
+            // tagged so, and both players read that alike). A re-encoded export is compared
+            // with the reference's pictures then, scaled as this player scales.
+            std::optional<DecodedVideo> limitedAlike;
+            if (sourceVideo && player != reference && fullRange(source)) {
+                const auto limited = work / "source-limited.mp4";
+                testing_support::outputOf(
+                    std::string(VANTRELL_FFMPEG) + " -nostdin -v error -y -i " +
+                    quote(source.string()) +
+                    " -map 0:v:0 -fps_mode passthrough -pix_fmt yuv420p -color_range tv -c:v "
+                    "libx264 -preset ultrafast -qp 0 " +
+                    quote(limited.string()) + " 2>/dev/null");
+                auto own =
+                    testing_support::decodeVideo(limited, player, work / "source-limited",
+                                                 {testing_support::PixelLayout::i420, kCheckSize});
+                if (own.error.empty()) limitedAlike = alignedTo(*sourceVideo, std::move(own));
+            }
             for (const auto& e : exports) {
                 const std::string what = e.name + " " + who;
+                const bool reencoded = !e.copied && !e.smartCut;
                 if (sourceVideo)
-                    checkVideo(name, what, e, player, scaledAlike ? *scaledAlike : *sourceVideo,
+                    checkVideo(name, what, e, player,
+                               reencoded && limitedAlike ? *limitedAlike
+                               : scaledAlike             ? *scaledAlike
+                                                         : *sourceVideo,
                                work);
                 if (sourceAudio) checkAudio(name, what, e, player, *sourceAudio);
             }
