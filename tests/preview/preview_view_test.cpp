@@ -16,7 +16,6 @@ namespace fs = std::filesystem;
 class PreviewViewTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        ensureApplication();
         first = movie("preview_view_a.mp4", 2);
         second = movie("preview_view_b.mp4", 2);
         project.setClips(clipsOf({first, second}));
