@@ -12,12 +12,9 @@
 
 namespace {
 
-TEST(LcdTimecode, CountsFramesAtThePlayheadsRate) {
+TEST(LcdTimecode, CountsFramesAtThePlayheadsRateAndDimsTheLeadingZerosAndColons) {
     EXPECT_EQ(app::lcdFrameText(3.5, 30), "000105f");
     EXPECT_EQ(app::lcdFrameText(-1, 30), "000000f");
-}
-
-TEST(LcdTimecode, DimsTheLeadingZerosAndColons) {
     using Split = std::pair<std::string, std::string>;
     EXPECT_EQ(app::lcdDimSplit("00:00.00"), (Split{"00:00", ".00"}));
     EXPECT_EQ(app::lcdDimSplit("01:02.50"), (Split{"0", "1:02.50"}));
