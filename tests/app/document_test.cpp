@@ -153,7 +153,7 @@ TEST_F(DocumentTest, MenuItemsAndSheetsFollowTheWindowsProject) {
     delete window;
 }
 
-TEST_F(DocumentTest, FilesDroppedOnTheWindowAreImportedInOneStep) {
+TEST_F(DocumentTest, DroppedFilesImportInOneStepAndOpenedOnesMakeAWindowPerProjectAndOneForMedia) {
     auto movie = ts::makeMedia("document.mp4",
                                "-f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -pix_fmt yuv420p");
     auto* window = application.newDocument();
@@ -172,23 +172,18 @@ TEST_F(DocumentTest, FilesDroppedOnTheWindowAreImportedInOneStep) {
     EXPECT_EQ(window->project().clips().size(), 2u);
     EXPECT_EQ(window->project().undoCount(), 1u);
     delete window;
-}
 
-TEST_F(DocumentTest, OpeningFilesMakesAWindowPerProjectAndOneForTheMedia) {
     auto dir = ts::freshDir("document-open-files");
-    media::ProjectDocument blank(application.context());
-    ASSERT_TRUE(blank.save(dir / "A.VANTRELL"));
-    auto movie = ts::makeMedia("document.mp4",
-                               "-f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -pix_fmt yuv420p");
+    ASSERT_TRUE(media::ProjectDocument(application.context()).save(dir / "A.VANTRELL"));
     auto before = application.windows().size();
     application.openFiles({dir / "A.VANTRELL", movie, movie});
     auto windows = application.windows();
     ASSERT_EQ(windows.size(), before + 2);
     application.executor().drain();
     std::size_t imported = 0;
-    for (auto* window : windows) imported += window->project().clips().size();
+    for (auto* opened : windows) imported += opened->project().clips().size();
     EXPECT_EQ(imported, 2u);
-    for (auto* window : windows) delete window;
+    for (auto* opened : windows) delete opened;
 }
 
 }  // namespace
