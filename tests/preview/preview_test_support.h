@@ -1,11 +1,13 @@
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
 
-#include <QTest>
+#include <QCoreApplication>
+#include <QTimer>
 
 #include <gtest/gtest.h>
 
@@ -17,9 +19,18 @@
 // Media, clips and waiting for the offscreen event loop, for the preview's tests.
 namespace preview_test {
 
-// Runs the event loop until `done` holds; false if it did not within twenty seconds.
+// Runs the event loop until `done` holds; false if it did not within twenty seconds. Never
+// sleeps, as the player presents from this loop.
 inline bool waitFor(const std::function<bool()>& done) {
-    return QTest::qWaitFor(done, 20000);
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    // Workers change state without posting an event, so a timer wakes the loop to look.
+    QTimer look;
+    look.start(2);
+    while (!done()) {
+        if (std::chrono::steady_clock::now() > deadline) return false;
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+    return true;
 }
 
 // A 320x240 30 fps H.264 file with a tone, keyframes a second apart, `seconds` long.

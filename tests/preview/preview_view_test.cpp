@@ -93,7 +93,11 @@ TEST_F(PreviewViewTest, ATrimDragKeepsOneSourcePlayerPerFile) {
     EXPECT_TRUE(waitFor([&] { return trim.isNull() && view->player(); }));
 }
 
-TEST_F(PreviewViewTest, EmptyingTheClipsTearsEverythingDown) {
+TEST_F(PreviewViewTest, TheAudioPreviewDrawsAndEmptyingTheClipsTearsEverythingDown) {
+    preview::AudioPreviewView audio(project);
+    audio.resize(400, 200);
+    project.setPlayheadGlobal(1.0);
+    EXPECT_FALSE(audio.grab().isNull());
     readyPlayer();
     preview::FooterReflection reflection(*view);
     reflection.resize(320, 80);
@@ -103,13 +107,6 @@ TEST_F(PreviewViewTest, EmptyingTheClipsTearsEverythingDown) {
     project.raiseCompositionToken();
     EXPECT_EQ(view->player(), nullptr);
     EXPECT_TRUE(waitFor([&] { return !view->hasPicture() && !reflection.hasPicture(); }));
-}
-
-TEST_F(PreviewViewTest, TheAudioPreviewDrawsOffscreen) {
-    preview::AudioPreviewView audio(project);
-    audio.resize(400, 200);
-    project.setPlayheadGlobal(1.0);
-    EXPECT_FALSE(audio.grab().isNull());
 }
 
 }  // namespace
