@@ -110,8 +110,10 @@ class GstTrace {
     double segmentStart_ = 0;
 };
 
-// Presentation times from the ffmpeg tool's framemd5 lines.
-std::vector<double> framemd5Times(const std::string& text) {
+// Presentation times from the ffmpeg tool's framemd5 lines, and the size of the pictures as
+// written (turned upright and scaled).
+std::vector<double> framemd5Times(const std::string& text, int* width = nullptr,
+                                  int* height = nullptr) {
     std::vector<double> times;
     std::istringstream lines(text);
     std::string line;
@@ -119,6 +121,7 @@ std::vector<double> framemd5Times(const std::string& text) {
     while (std::getline(lines, line)) {
         int num = 0, den = 0;
         if (std::sscanf(line.c_str(), "#tb 0: %d/%d", &num, &den) == 2) unit = double(num) / den;
+        if (width) std::sscanf(line.c_str(), "#dimensions 0: %dx%d", width, height);
         if (line.empty() || line[0] == '#') continue;
         long long stream = 0, dts = 0, pts = 0;
         if (std::sscanf(line.c_str(), "%lld, %lld, %lld", &stream, &dts, &pts) == 3)
@@ -206,18 +209,7 @@ DecodedVideo decodeVideo(const fs::path& file, Player player, const fs::path& wo
                               quote(video.rawFile.string()) + " -map 0:v:0 " + filters +
                               " -enc_time_base -1 -f framemd5 " + quote(md5.string()),
                           [&](const std::string& line) { output += line + "\n"; });
-        video.seconds = framemd5Times(contentsOf(md5));
-        const auto size =
-            ffprobe(file, "-select_streams v:0 -show_entries stream=width,height -of csv=p=0:s=x");
-        if (options.size) {
-            video.width = options.size->first;
-            video.height = options.size->second;
-        } else if (std::sscanf(size.c_str(), "%dx%d", &video.width, &video.height) == 2) {
-            // ffmpeg turns a picture marked as turned by a quarter, so its stored size swaps.
-            const auto turn = ffprobe(
-                file, "-select_streams v:0 -show_entries stream_side_data=rotation -of csv=p=0");
-            if (std::abs(std::atoi(turn.c_str())) % 180 == 90) std::swap(video.width, video.height);
-        }
+        video.seconds = framemd5Times(contentsOf(md5), &video.width, &video.height);
     } else {
         std::string caps = std::string("video/x-raw,format=") + (rgb ? "RGB" : "I420");
         if (options.size)
