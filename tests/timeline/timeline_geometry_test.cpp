@@ -116,8 +116,8 @@ TEST(DragMath, SnapTakesTheNearestTargetWithinToleranceAndAMoveTheNearerEdge) {
     EXPECT_EQ(nearestSnap(targets, 0, 0), std::nullopt);
 
     // A move snaps the nearer edge, and the leading one on a tie: start 10 is 0.2 from 10.2,
-    // end 15 is 0.3 from 15.3.
-    const std::vector<double> edges = {10.2, 15.3}, tie = {10.25, 15.25};
+    // end 15 is 0.3 from 15.3; 10.25 and 14.75 pull the clip opposite ways by as much.
+    const std::vector<double> edges = {10.2, 15.3}, tie = {10.25, 14.75};
     auto snap = [&](double t, double tol) { return nearestSnap(edges, t, tol); };
     auto tied = [&](double t, double tol) { return nearestSnap(tie, t, tol); };
     EXPECT_DOUBLE_EQ(moveStep(0, 0, 5, 10, 0.5, snap).targetStart, 10.2);
