@@ -90,7 +90,7 @@ TEST(MenuCommands, TitlesFollowTheProjectState) {
         EXPECT_EQ(app::commandState(c.command, make(c.state).get()).title, c.title);
 }
 
-TEST(MenuCommands, CommandsAreOneNamedStepEach) {
+TEST(MenuCommands, EditsAreOneNamedStepEachAndZoomStopsAtItsLimits) {
     auto p = make(State::selected);
     p->setPlayheadGlobal(2);
     app::runProjectCommand(Command::setIn, *p);
@@ -102,6 +102,13 @@ TEST(MenuCommands, CommandsAreOneNamedStepEach) {
     EXPECT_EQ(p->clips().size(), 1u);
     EXPECT_EQ(p->undoName(), "Cut");
     EXPECT_EQ(p->undoCount(), 1u);
+    // Zooming steps up and down, stopping at the limits.
+    p->setZoomFactor(10.0);
+    app::runProjectCommand(Command::zoomIn, *p);
+    EXPECT_DOUBLE_EQ(p->zoomFactor(), 12.0);
+    p->setZoomFactor(0.3);
+    app::runProjectCommand(Command::zoomOut, *p);
+    EXPECT_DOUBLE_EQ(p->zoomFactor(), 0.25);
 }
 
 TEST(MenuCommands, AClipWithoutALinkCannotBeLinked) {
@@ -111,16 +118,6 @@ TEST(MenuCommands, AClipWithoutALinkCannotBeLinked) {
     auto state = app::commandState(Command::toggleLink, &p);
     EXPECT_EQ(state.title, "Link Audio");
     EXPECT_FALSE(state.enabled);
-}
-
-TEST(MenuCommands, ZoomStopsAtItsLimits) {
-    model::Project p;
-    p.setZoomFactor(10.0);
-    app::runProjectCommand(Command::zoomIn, p);
-    EXPECT_DOUBLE_EQ(p.zoomFactor(), 12.0);
-    p.setZoomFactor(0.3);
-    app::runProjectCommand(Command::zoomOut, p);
-    EXPECT_DOUBLE_EQ(p.zoomFactor(), 0.25);
 }
 
 TEST(MenuCommands, ShortcutsUseCtrlAndTheLinuxRedo) {
