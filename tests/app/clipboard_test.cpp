@@ -11,12 +11,10 @@
 
 namespace {
 
-namespace ts = testing_support;
-
-TEST(Clipboard, ClipsPasteBetweenTwoWindows) {
+TEST(Clipboard, ClipsPasteBetweenWindowsAndTheFrameAtThePlayheadCopiesAsAnImage) {
     app::Application application;
-    auto movie = ts::makeMedia("clipboard.mp4",
-                               "-f lavfi -i testsrc2=size=320x240:rate=25 -t 2 -pix_fmt yuv420p");
+    auto movie = testing_support::makeMedia(
+        "clipboard.mp4", "-f lavfi -i testsrc2=size=320x240:rate=25 -t 2 -pix_fmt yuv420p");
     auto* from = application.newDocument();
     auto* to = application.newDocument();
     from->project().importURLs({movie});
@@ -28,7 +26,6 @@ TEST(Clipboard, ClipsPasteBetweenTwoWindows) {
     const QMimeData* mime = QApplication::clipboard()->mimeData();
     ASSERT_NE(mime, nullptr);
     EXPECT_TRUE(mime->hasFormat(QStringLiteral("application/x-vantrell-clips")));
-
     to->project().setPlayheadGlobal(0);
     to->runCommand(app::Command::paste);
     application.executor().drain();
@@ -36,21 +33,12 @@ TEST(Clipboard, ClipsPasteBetweenTwoWindows) {
     EXPECT_EQ(to->project().clips()[0].url, movie);
     EXPECT_NE(to->project().clips()[0].id, from->project().clips()[0].id);
     EXPECT_EQ(to->project().undoName(), "Paste");
-}
 
-TEST(Clipboard, TheFrameAtThePlayheadIsCopiedAsAnImage) {
-    app::Application application;
-    auto movie = ts::makeMedia("clipboard-frame.mp4",
-                               "-f lavfi -i testsrc2=size=320x240:rate=25 -t 2 -pix_fmt yuv420p");
-    auto* window = application.newDocument();
-    window->project().importURLs({movie});
-    application.executor().drain();
     QApplication::clipboard()->clear();
-    window->project().setPlayheadGlobal(1);
-    window->runCommand(app::Command::copyCurrentFrame);
+    from->project().setPlayheadGlobal(1);
+    from->runCommand(app::Command::copyCurrentFrame);
     application.executor().drain();
-    QImage image = QApplication::clipboard()->image();
-    EXPECT_EQ(image.size(), QSize(320, 240));
+    EXPECT_EQ(QApplication::clipboard()->image().size(), QSize(320, 240));
 }
 
 }  // namespace

@@ -7,8 +7,6 @@
 #include <QMimeData>
 #include <QPointer>
 #include <QPushButton>
-#include <QSettings>
-#include <QTest>
 
 #include "app/application.h"
 #include "app/content_view.h"
@@ -25,7 +23,8 @@ namespace {
 
 namespace ts = testing_support;
 
-// Panels that answer from the test instead of asking a person.
+// Panels that answer from the test instead of asking a person; the ones no test reaches are
+// left empty, so that reaching one throws.
 struct Answers {
     app::SaveAnswer save = app::SaveAnswer::cancel;
     std::optional<std::filesystem::path> destination;
@@ -34,21 +33,13 @@ struct Answers {
 
 app::Panels testPanels(Answers& answers) {
     app::Panels panels;
-    panels.chooseMedia = [](QWidget*) { return std::vector<std::filesystem::path>{}; };
-    panels.chooseProject = [](QWidget*) { return std::nullopt; };
     panels.chooseProjectDestination = [&answers](QWidget*, const std::filesystem::path&) {
         return answers.destination;
     };
-    panels.chooseExportDestination = [](QWidget*, const QString&, model::ExportFormat) {
-        return std::nullopt;
-    };
-    panels.chooseRelinkFile = [](QWidget*, const QString&) { return std::nullopt; };
     panels.askToSave = [&answers](QWidget*, const QString&) {
         ++answers.asked;
         return answers.save;
     };
-    panels.exportFailed = [](QWidget*, const QString&) {};
-    panels.reveal = [](const std::filesystem::path&) {};
     return panels;
 }
 
@@ -64,7 +55,7 @@ class DocumentTest : public ::testing::Test {
     app::Application application{testPanels(answers)};
 };
 
-TEST_F(DocumentTest, ANewWindowIsUntitledAndUnmodified) {
+TEST_F(DocumentTest, ANewWindowIsUntitledUntilAnEditMarksIt) {
     auto* window = application.newDocument();
     EXPECT_EQ(window->displayName(), QStringLiteral("Untitled"));
     EXPECT_FALSE(window->isWindowModified());
@@ -72,43 +63,38 @@ TEST_F(DocumentTest, ANewWindowIsUntitledAndUnmodified) {
     EXPECT_FALSE(window->contentView()->playButton()->isEnabled());
     EXPECT_FALSE(window->contentView()->exportButton()->isEnabled());
     EXPECT_EQ(application.newDocument()->displayName(), QStringLiteral("Untitled 2"));
-}
-
-TEST_F(DocumentTest, AnEditMarksTheWindowAndShowsTheTimeline) {
-    auto* window = application.newDocument();
     edit(*window);
     EXPECT_TRUE(window->isWindowModified());
     EXPECT_TRUE(window->contentView()->emptyState()->isHidden());
     EXPECT_TRUE(window->contentView()->playButton()->isEnabled());
 }
 
-TEST_F(DocumentTest, CloseAnsweredEachWay) {
+TEST_F(DocumentTest, CloseAsksOnlyAboutEditsAndFollowsTheAnswer) {
     auto dir = ts::freshDir("document-close");
     struct Case {
+        bool edited;
         app::SaveAnswer answer;
-        bool closes;
-        bool saved;
+        bool chosen;  // a destination is chosen when saving
+        bool closes, saved;
     };
-    const Case cases[] = {{app::SaveAnswer::cancel, false, false},
-                          {app::SaveAnswer::dontSave, true, false},
-                          {app::SaveAnswer::save, true, true}};
+    const Case cases[] = {{true, app::SaveAnswer::cancel, true, false, false},
+                          {true, app::SaveAnswer::dontSave, true, true, false},
+                          {true, app::SaveAnswer::save, true, true, true},
+                          {true, app::SaveAnswer::save, false, false, false},
+                          {false, app::SaveAnswer::save, true, true, false}};
     int n = 0;
     for (const auto& c : cases) {
-        auto file = dir / ("answer" + std::to_string(++n) + ".vantrell");
-        answers = {c.answer, file, 0};
+        SCOPED_TRACE(++n);
+        auto file = dir / ("answer" + std::to_string(n) + ".vantrell");
+        answers = {c.answer, c.chosen ? std::optional(file) : std::nullopt, 0};
         QPointer<app::DocumentWindow> window = application.newDocument();
-        edit(*window);
-        EXPECT_EQ(window->close(), c.closes) << n;
-        EXPECT_EQ(answers.asked, 1) << n;
-        EXPECT_EQ(std::filesystem::exists(file), c.saved) << n;
-        if (window) delete window.data();
+        if (c.edited) edit(*window);
+        EXPECT_EQ(window->close(), c.closes);
+        EXPECT_EQ(answers.asked, c.edited ? 1 : 0);
+        EXPECT_EQ(std::filesystem::exists(file), c.saved);
+        EXPECT_TRUE(!window || window->isWindowModified() == (c.edited && !c.saved));
+        delete window.data();
     }
-}
-
-TEST_F(DocumentTest, AnUnmodifiedWindowClosesWithoutAsking) {
-    auto* window = application.newDocument();
-    EXPECT_TRUE(window->close());
-    EXPECT_EQ(answers.asked, 0);
 }
 
 TEST_F(DocumentTest, SaveAsThenOpenFindsTheSameWindowAndTheRecentFile) {
@@ -139,16 +125,7 @@ TEST_F(DocumentTest, SaveAsThenOpenFindsTheSameWindowAndTheRecentFile) {
     delete reopened;
 }
 
-TEST_F(DocumentTest, SaveAsCancelledKeepsTheWindowOpen) {
-    answers = {app::SaveAnswer::save, std::nullopt, 0};
-    auto* window = application.newDocument();
-    edit(*window);
-    EXPECT_FALSE(window->close());
-    EXPECT_TRUE(window->isWindowModified());
-    delete window;
-}
-
-TEST_F(DocumentTest, MenuItemsFollowTheWindowsProject) {
+TEST_F(DocumentTest, MenuItemsAndSheetsFollowTheWindowsProject) {
     auto* window = application.newDocument();
     QAction* exportAction = window->commandAction(app::Command::exportProject);
     ASSERT_NE(exportAction, nullptr);
@@ -157,23 +134,17 @@ TEST_F(DocumentTest, MenuItemsFollowTheWindowsProject) {
     edit(*window);
     window->refreshCommands();
     EXPECT_TRUE(exportAction->isEnabled());
-    window->project().setShowCropSheet(true);
-    window->refreshCommands();
-    EXPECT_FALSE(exportAction->isEnabled());
-    EXPECT_NE(window->cropSheet(), nullptr);
-    window->cropSheet()->reject();
-    EXPECT_FALSE(window->project().showCropSheet());
-    delete window;
-}
-
-TEST_F(DocumentTest, SheetsOpenFromTheProjectAndCloseIntoIt) {
-    auto* window = application.newDocument();
-    edit(*window);
     window->runCommand(app::Command::exportProject);
     ASSERT_NE(window->exportSheet(), nullptr);
     EXPECT_EQ(window->exportSheet()->windowModality(), Qt::WindowModal);
     window->exportSheet()->reject();
     EXPECT_FALSE(window->project().exportSheet());
+    window->project().setShowCropSheet(true);
+    window->refreshCommands();
+    EXPECT_FALSE(exportAction->isEnabled());
+    ASSERT_NE(window->cropSheet(), nullptr);
+    window->cropSheet()->reject();
+    EXPECT_FALSE(window->project().showCropSheet());
     window->project().setSelectedClipID(window->project().clips()[0].id);
     window->runCommand(app::Command::retime);
     ASSERT_NE(window->retimeSheet(), nullptr);
@@ -182,8 +153,8 @@ TEST_F(DocumentTest, SheetsOpenFromTheProjectAndCloseIntoIt) {
     delete window;
 }
 
-TEST_F(DocumentTest, FilesDroppedOnTheWindowAreImportedInOneStep) {
-    auto movie = ts::makeMedia("drop.mp4",
+TEST_F(DocumentTest, DroppedFilesImportInOneStepAndOpenedOnesMakeAWindowPerProjectAndOneForMedia) {
+    auto movie = ts::makeMedia("document.mp4",
                                "-f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -pix_fmt yuv420p");
     auto* window = application.newDocument();
     auto* view = window->contentView();
@@ -201,23 +172,18 @@ TEST_F(DocumentTest, FilesDroppedOnTheWindowAreImportedInOneStep) {
     EXPECT_EQ(window->project().clips().size(), 2u);
     EXPECT_EQ(window->project().undoCount(), 1u);
     delete window;
-}
 
-TEST_F(DocumentTest, OpeningFilesMakesAWindowPerProjectAndOneForTheMedia) {
     auto dir = ts::freshDir("document-open-files");
-    media::ProjectDocument blank(application.context());
-    ASSERT_TRUE(blank.save(dir / "A.VANTRELL"));
-    auto movie = ts::makeMedia("open-files.mp4",
-                               "-f lavfi -i testsrc2=size=320x240:rate=25 -t 1 -pix_fmt yuv420p");
+    ASSERT_TRUE(media::ProjectDocument(application.context()).save(dir / "A.VANTRELL"));
     auto before = application.windows().size();
     application.openFiles({dir / "A.VANTRELL", movie, movie});
     auto windows = application.windows();
     ASSERT_EQ(windows.size(), before + 2);
     application.executor().drain();
     std::size_t imported = 0;
-    for (auto* window : windows) imported += window->project().clips().size();
+    for (auto* opened : windows) imported += opened->project().clips().size();
     EXPECT_EQ(imported, 2u);
-    for (auto* window : windows) delete window;
+    for (auto* opened : windows) delete opened;
 }
 
 }  // namespace

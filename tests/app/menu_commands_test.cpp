@@ -12,13 +12,8 @@ using model_test::clipAt;
 // The project states the menus are checked against.
 enum class State { none = 1, empty, clips, selected, gap, modal, modalSelected };
 
-struct Setup {
-    std::unique_ptr<model::Project> project;
-    const model::Project* pointer() const { return project.get(); }
-};
-
-Setup make(State state) {
-    if (state == State::none) return {};
+std::unique_ptr<model::Project> make(State state) {
+    if (state == State::none) return nullptr;
     auto p = std::make_unique<model::Project>();
     if (state != State::empty) {
         auto a = clipAt(0, 4), b = clipAt(6, 4);
@@ -27,7 +22,7 @@ Setup make(State state) {
         if (state == State::gap) p->selectGap({false, 4, 6});
         if (state == State::modal || state == State::modalSelected) p->setShowRetimeSheet(true);
     }
-    return {std::move(p)};
+    return p;
 }
 
 struct Rule {
@@ -67,10 +62,9 @@ const Rule kRules[] = {
 TEST(MenuCommands, EnabledRulesFollowTheProjectState) {
     for (const auto& rule : kRules) {
         for (State state : kAll) {
-            auto setup = make(state);
             bool expected = std::find(rule.enabledIn.begin(), rule.enabledIn.end(), state) !=
                             rule.enabledIn.end();
-            EXPECT_EQ(app::commandState(rule.command, setup.pointer()).enabled, expected)
+            EXPECT_EQ(app::commandState(rule.command, make(state).get()).enabled, expected)
                 << "command " << static_cast<int>(rule.command) << " in state "
                 << static_cast<int>(state);
         }
@@ -92,21 +86,29 @@ TEST(MenuCommands, TitlesFollowTheProjectState) {
         {State::selected, Command::toggleLink, "Unlink Audio"},
         {State::none, Command::importMedia, "Import Media…"},
     };
-    for (const auto& c : cases) {
-        auto setup = make(c.state);
-        EXPECT_EQ(app::commandState(c.command, setup.pointer()).title, c.title);
-    }
+    for (const auto& c : cases)
+        EXPECT_EQ(app::commandState(c.command, make(c.state).get()).title, c.title);
 }
 
-TEST(MenuCommands, UndoAndRedoNameTheEdit) {
-    auto setup = make(State::selected);
-    auto& p = *setup.project;
-    p.setPlayheadGlobal(2);
-    app::runProjectCommand(Command::setIn, p);
-    EXPECT_EQ(app::commandState(Command::undo, &p).title, "Undo Set In");
-    app::runProjectCommand(Command::undo, p);
-    EXPECT_EQ(app::commandState(Command::redo, &p).title, "Redo Set In");
-    EXPECT_TRUE(app::commandState(Command::redo, &p).enabled);
+TEST(MenuCommands, EditsAreOneNamedStepEachAndZoomStopsAtItsLimits) {
+    auto p = make(State::selected);
+    p->setPlayheadGlobal(2);
+    app::runProjectCommand(Command::setIn, *p);
+    EXPECT_EQ(app::commandState(Command::undo, p.get()).title, "Undo Set In");
+    app::runProjectCommand(Command::undo, *p);
+    EXPECT_EQ(app::commandState(Command::redo, p.get()).title, "Redo Set In");
+    EXPECT_TRUE(app::commandState(Command::redo, p.get()).enabled);
+    app::runProjectCommand(Command::cut, *p);
+    EXPECT_EQ(p->clips().size(), 1u);
+    EXPECT_EQ(p->undoName(), "Cut");
+    EXPECT_EQ(p->undoCount(), 1u);
+    // Zooming steps up and down, stopping at the limits.
+    p->setZoomFactor(10.0);
+    app::runProjectCommand(Command::zoomIn, *p);
+    EXPECT_DOUBLE_EQ(p->zoomFactor(), 12.0);
+    p->setZoomFactor(0.3);
+    app::runProjectCommand(Command::zoomOut, *p);
+    EXPECT_DOUBLE_EQ(p->zoomFactor(), 0.25);
 }
 
 TEST(MenuCommands, AClipWithoutALinkCannotBeLinked) {
@@ -116,28 +118,6 @@ TEST(MenuCommands, AClipWithoutALinkCannotBeLinked) {
     auto state = app::commandState(Command::toggleLink, &p);
     EXPECT_EQ(state.title, "Link Audio");
     EXPECT_FALSE(state.enabled);
-}
-
-TEST(MenuCommands, CutIsOneHistoryStep) {
-    auto setup = make(State::selected);
-    auto& p = *setup.project;
-    app::runProjectCommand(Command::cut, p);
-    EXPECT_EQ(p.clips().size(), 1u);
-    EXPECT_EQ(p.undoName(), "Cut");
-    EXPECT_EQ(p.undoCount(), 1u);
-    p.undo();
-    EXPECT_EQ(p.clips().size(), 2u);
-}
-
-TEST(MenuCommands, ZoomStopsAtItsLimits) {
-    auto setup = make(State::empty);
-    auto& p = *setup.project;
-    p.setZoomFactor(10.0);
-    app::runProjectCommand(Command::zoomIn, p);
-    EXPECT_DOUBLE_EQ(p.zoomFactor(), 12.0);
-    p.setZoomFactor(0.3);
-    app::runProjectCommand(Command::zoomOut, p);
-    EXPECT_DOUBLE_EQ(p.zoomFactor(), 0.25);
 }
 
 TEST(MenuCommands, ShortcutsUseCtrlAndTheLinuxRedo) {

@@ -33,7 +33,7 @@ TEST(RetimeSheet, TextsFollowTheSelectionAndRate) {
     EXPECT_EQ(app::retimeFooterText(p, 0.5), "Selection length: 5.00s → 20.00s");
 }
 
-TEST(RetimeSheet, OpensAtTheCommonRateOrNormalSpeed) {
+TEST(RetimeSheet, OpensAtTheCommonRateStaysWithinItsRangeAndAppliesOnlyOnReturn) {
     model::Project p;
     auto a = clipAt(0, 4), b = clipAt(4, 4);
     a.rateMultiplier = 2;
@@ -41,83 +41,76 @@ TEST(RetimeSheet, OpensAtTheCommonRateOrNormalSpeed) {
     p.setSelectedClipIDs({a.id});
     EXPECT_DOUBLE_EQ(app::RetimeSheet(p).rate(), 2.0);
     p.setSelectedClipIDs({a.id, b.id});
-    EXPECT_DOUBLE_EQ(app::RetimeSheet(p).rate(), 1.0);
-}
-
-TEST(RetimeSheet, SliderStaysWithinItsRange) {
-    model::Project p;
-    app::RetimeSheet sheet(p);
-    sheet.slider()->setFocus();
-    QTest::keyClick(sheet.slider(), Qt::Key_End);
-    EXPECT_DOUBLE_EQ(sheet.rate(), 4.0);
-    QTest::keyClick(sheet.slider(), Qt::Key_Home);
-    EXPECT_DOUBLE_EQ(sheet.rate(), 0.25);
-    sheet.setRate(9);
-    EXPECT_DOUBLE_EQ(sheet.rate(), 4.0);
-}
-
-TEST(RetimeSheet, ReturnAppliesAndEscapeChangesNothing) {
-    model::Project p;
-    auto a = clipAt(0, 4);
-    p.setClips({a});
-    p.setSelectedClipIDs({a.id});
     {
         app::RetimeSheet sheet(p);
+        EXPECT_DOUBLE_EQ(sheet.rate(), 1.0) << "no common rate";
         EXPECT_TRUE(sheet.applyButton()->isDefault());
-        sheet.setRate(2);
+        sheet.slider()->setFocus();
+        QTest::keyClick(sheet.slider(), Qt::Key_End);
+        EXPECT_DOUBLE_EQ(sheet.rate(), 4.0);
+        QTest::keyClick(sheet.slider(), Qt::Key_Home);
+        EXPECT_DOUBLE_EQ(sheet.rate(), 0.25);
+        sheet.setRate(9);
+        EXPECT_DOUBLE_EQ(sheet.rate(), 4.0);
         sheet.show();
         QTest::keyClick(&sheet, Qt::Key_Escape);
         EXPECT_EQ(sheet.result(), QDialog::Rejected);
     }
-    EXPECT_DOUBLE_EQ(p.clips()[0].rateMultiplier, 1.0);
+    EXPECT_DOUBLE_EQ(p.clips()[1].rateMultiplier, 1.0);
     EXPECT_FALSE(p.canUndo());
     app::RetimeSheet sheet(p);
-    sheet.setRate(2);
+    sheet.setRate(3);
     sheet.show();
     QTest::keyClick(&sheet, Qt::Key_Return);
     EXPECT_EQ(sheet.result(), QDialog::Accepted);
-    EXPECT_DOUBLE_EQ(p.clips()[0].rateMultiplier, 2.0);
+    EXPECT_DOUBLE_EQ(p.clips()[0].rateMultiplier, 3.0);
+    EXPECT_DOUBLE_EQ(p.clips()[1].rateMultiplier, 3.0);
 }
 
-struct CropFixture {
-    model::Project project;
-    CropFixture() {
+// A project of one 1920×1080 clip.
+class CropSheet : public ::testing::Test {
+  protected:
+    CropSheet() {
         auto c = clipAt(0, 4);
         c.naturalSize = {1920, 1080};
         project.setClips({c});
     }
+    model::Project project;
 };
 
-TEST(CropSheet, CapsAreFortyFivePercentOfEachSide) {
-    CropFixture f;
-    app::CropSheet sheet(f.project);
+TEST_F(CropSheet, CapsAreFortyFivePercentOfEachSideAndResetShowsWhileSomethingIsCropped) {
+    app::CropSheet sheet(project);
     EXPECT_EQ(sheet.field(app::CropEdge::leading)->cap(), 864);
     EXPECT_EQ(sheet.field(app::CropEdge::trailing)->cap(), 864);
     EXPECT_EQ(sheet.field(app::CropEdge::top)->cap(), 486);
     EXPECT_EQ(sheet.field(app::CropEdge::bottom)->cap(), 486);
     EXPECT_TRUE(sheet.doneButton()->isDefault());
     EXPECT_EQ(sheet.outputText(), QStringLiteral("1920 × 1080 px"));
+    EXPECT_TRUE(sheet.resetButton()->isHidden());
+    project.setCropInsetTop(0.0001);  // rounds to 0 px
+    EXPECT_TRUE(sheet.resetButton()->isHidden());
+    project.setCropInsetTop(0.1);
+    EXPECT_FALSE(sheet.resetButton()->isHidden());
+    QTest::mouseClick(sheet.resetButton(), Qt::LeftButton);
+    EXPECT_DOUBLE_EQ(project.cropInsetTop(), 0);
+
+    model::Project sound;
+    sound.setClips({clipAt(0, 4, false, true)});
+    EXPECT_EQ(app::CropSheet(sound).field(app::CropEdge::top), nullptr) << "nothing to crop";
 }
 
-TEST(CropSheet, TypedValuesAreClampedAndStoredAsFractions) {
-    CropFixture f;
-    app::CropSheet sheet(f.project);
-    auto* leading = sheet.field(app::CropEdge::leading);
-    leading->selectAll();
-    QTest::keyClicks(leading, QStringLiteral("9999"));
-    EXPECT_EQ(leading->text(), QStringLiteral("864"));
-    EXPECT_DOUBLE_EQ(f.project.cropInsetLeading(), 864.0 / 1920);
-    EXPECT_EQ(sheet.outputText(), QStringLiteral("1056 × 1080 px"));
-    EXPECT_FALSE(f.project.canUndo());
-}
-
-TEST(CropSheet, ArrowsStepWithinZeroAndTheCap) {
-    CropFixture f;
-    app::CropSheet sheet(f.project);
+TEST_F(CropSheet, TypedValuesAndArrowsStayWithinZeroAndTheCapAndAreStoredAsFractions) {
+    app::CropSheet sheet(project);
     auto* leading = sheet.field(app::CropEdge::leading);
     QTest::keyClick(leading, Qt::Key_Down);
     EXPECT_EQ(leading->value(), 0);
-    f.project.setCropInsetLeading(860.0 / 1920);
+    leading->selectAll();
+    QTest::keyClicks(leading, QStringLiteral("9999"));
+    EXPECT_EQ(leading->text(), QStringLiteral("864"));
+    EXPECT_DOUBLE_EQ(project.cropInsetLeading(), 864.0 / 1920);
+    EXPECT_EQ(sheet.outputText(), QStringLiteral("1056 × 1080 px"));
+    EXPECT_FALSE(project.canUndo());
+    project.setCropInsetLeading(860.0 / 1920);
     QTest::keyClick(leading, Qt::Key_Up, Qt::ShiftModifier);
     EXPECT_EQ(leading->value(), 864);
     QTest::keyClick(leading, Qt::Key_Up);
@@ -126,41 +119,21 @@ TEST(CropSheet, ArrowsStepWithinZeroAndTheCap) {
     EXPECT_EQ(leading->value(), 863);
 }
 
-TEST(CropSheet, LockTakesTheTopEdgeForAllFour) {
-    CropFixture f;
-    f.project.setCropInsetTop(100.0 / 1080);
-    f.project.setCropInsetBottom(50.0 / 1080);
-    app::CropSheet sheet(f.project);
+TEST_F(CropSheet, LockTakesTheTopEdgeForAllFour) {
+    project.setCropInsetTop(100.0 / 1080);
+    project.setCropInsetBottom(50.0 / 1080);
+    app::CropSheet sheet(project);
     EXPECT_FALSE(sheet.isLocked());
     QTest::mouseClick(sheet.lockButton(), Qt::LeftButton);
     EXPECT_TRUE(sheet.isLocked());
-    EXPECT_DOUBLE_EQ(f.project.cropInsetBottom(), 100.0 / 1080);
-    EXPECT_DOUBLE_EQ(f.project.cropInsetLeading(), 100.0 / 1920);
+    EXPECT_DOUBLE_EQ(project.cropInsetBottom(), 100.0 / 1080);
+    EXPECT_DOUBLE_EQ(project.cropInsetLeading(), 100.0 / 1920);
     // While locked, any edge sets all four, past the other edges' own caps.
     auto* leading = sheet.field(app::CropEdge::leading);
     leading->selectAll();
     QTest::keyClicks(leading, QStringLiteral("800"));
     EXPECT_EQ(sheet.field(app::CropEdge::top)->text(), QStringLiteral("800"));
-    EXPECT_DOUBLE_EQ(f.project.cropInsetTop(), 800.0 / 1080);
-}
-
-TEST(CropSheet, ResetShowsOnlyWhileSomethingIsCropped) {
-    CropFixture f;
-    app::CropSheet sheet(f.project);
-    EXPECT_TRUE(sheet.resetButton()->isHidden());
-    f.project.setCropInsetTop(0.0001);  // rounds to 0 px
-    EXPECT_TRUE(sheet.resetButton()->isHidden());
-    f.project.setCropInsetTop(0.1);
-    EXPECT_FALSE(sheet.resetButton()->isHidden());
-    QTest::mouseClick(sheet.resetButton(), Qt::LeftButton);
-    EXPECT_DOUBLE_EQ(f.project.cropInsetTop(), 0);
-}
-
-TEST(CropSheet, WithoutVideoThereIsNothingToCrop) {
-    model::Project p;
-    p.setClips({clipAt(0, 4, false, true)});
-    app::CropSheet sheet(p);
-    EXPECT_EQ(sheet.field(app::CropEdge::top), nullptr);
+    EXPECT_DOUBLE_EQ(project.cropInsetTop(), 800.0 / 1080);
 }
 
 model::ExportSheetState exportState(bool video) {
@@ -174,19 +147,15 @@ model::ExportSheetState exportState(bool video) {
     return state;
 }
 
-TEST(ExportSheet, OffersTheFormatsOfTheProject) {
-    app::ExportSheet video(exportState(true));
-    EXPECT_EQ(video.formatMenu()->count(), 2);
-    EXPECT_EQ(video.formatMenu()->currentText(), QStringLiteral("MP4"));
-    EXPECT_EQ(video.formatMenu()->itemText(1), QStringLiteral("MOV"));
+TEST(ExportSheet, OffersTheProjectsFormatsRefusesBlankNamesAndTrimsOthers) {
     app::ExportSheet sound(exportState(false));
     EXPECT_EQ(sound.formatMenu()->currentText(), QStringLiteral("M4A (AAC)"));
     EXPECT_EQ(sound.formatMenu()->itemText(1), QStringLiteral("WAV"));
-    EXPECT_TRUE(sound.saveButton()->isDefault());
-}
-
-TEST(ExportSheet, BlankNamesCannotBeSavedAndNamesGoOnTrimmed) {
     app::ExportSheet sheet(exportState(true));
+    EXPECT_EQ(sheet.formatMenu()->count(), 2);
+    EXPECT_EQ(sheet.formatMenu()->currentText(), QStringLiteral("MP4"));
+    EXPECT_EQ(sheet.formatMenu()->itemText(1), QStringLiteral("MOV"));
+    EXPECT_TRUE(sheet.saveButton()->isDefault());
     std::optional<model::ExportSheetResult> handed;
     sheet.onContinue = [&](const model::ExportSheetResult& r) { handed = r; };
     sheet.show();
@@ -200,16 +169,6 @@ TEST(ExportSheet, BlankNamesCannotBeSavedAndNamesGoOnTrimmed) {
     ASSERT_TRUE(handed);
     EXPECT_EQ(handed->filename, "final cut");
     EXPECT_EQ(handed->format, model::ExportFormat::mov);
-}
-
-TEST(ExportSheet, EscapeCancels) {
-    app::ExportSheet sheet(exportState(true));
-    bool handed = false;
-    sheet.onContinue = [&](const auto&) { handed = true; };
-    sheet.show();
-    QTest::keyClick(&sheet, Qt::Key_Escape);
-    EXPECT_EQ(sheet.result(), QDialog::Rejected);
-    EXPECT_FALSE(handed);
 }
 
 }  // namespace

@@ -12,12 +12,9 @@
 
 namespace {
 
-TEST(LcdTimecode, CountsFramesAtThePlayheadsRate) {
+TEST(LcdTimecode, CountsFramesAtThePlayheadsRateAndDimsTheLeadingZerosAndColons) {
     EXPECT_EQ(app::lcdFrameText(3.5, 30), "000105f");
     EXPECT_EQ(app::lcdFrameText(-1, 30), "000000f");
-}
-
-TEST(LcdTimecode, DimsTheLeadingZerosAndColons) {
     using Split = std::pair<std::string, std::string>;
     EXPECT_EQ(app::lcdDimSplit("00:00.00"), (Split{"00:00", ".00"}));
     EXPECT_EQ(app::lcdDimSplit("01:02.50"), (Split{"0", "1:02.50"}));
@@ -25,7 +22,7 @@ TEST(LcdTimecode, DimsTheLeadingZerosAndColons) {
     EXPECT_EQ(app::lcdDimSplit("00:00"), (Split{"00:0", "0"}));
 }
 
-TEST(WindowFitting, HoldsTheVideoToTheScreenAtItsAspect) {
+TEST(WindowFitting, HoldsTheVideoToTheScreenAtItsAspectAndASmallOneToTheMinimum) {
     app::FitInput in{3840, 2160, QRect(100, 100, 800, 882), 30, 282, QRect(0, 0, 1920, 1050)};
     QRect frame = app::fittedWindowFrame(in);
     // Height limited to 1050 - 30 - 282 = 738, width follows the aspect.
@@ -33,11 +30,9 @@ TEST(WindowFitting, HoldsTheVideoToTheScreenAtItsAspect) {
     EXPECT_EQ(frame.width(), 1312);
     EXPECT_EQ(frame.top(), 0);  // pulled back onto the screen
     EXPECT_EQ(frame.left(), 100);
-}
 
-TEST(WindowFitting, GrowsASmallVideoToTheMinimumWithAWidthOfAtLeast640) {
-    app::FitInput in{320, 240, QRect(0, 0, 800, 882), 30, 282, QRect(0, 0, 1920, 1200)};
-    QRect frame = app::fittedWindowFrame(in);
+    in = {320, 240, QRect(0, 0, 800, 882), 30, 282, QRect(0, 0, 1920, 1200)};
+    frame = app::fittedWindowFrame(in);
     EXPECT_EQ(frame.height(), 762 + 30);  // minH = 762 - footer, then the footer again
     EXPECT_EQ(frame.width(), 640);        // 480 * 4 / 3 = 640
     in.videoWidth = 240;                  // a narrow video keeps the lower limit of 640
@@ -53,17 +48,14 @@ TEST(PathMenu, ListsTheDocumentThenEachFolderToTheRoot) {
     EXPECT_FALSE(app::pathMenuDisplayName("/").isEmpty());
 }
 
-TEST(OpenedFiles, ProjectsAreToldByTheirLowerCasedExtension) {
+TEST(OpenedFiles, ProjectsAreToldByTheirLowerCasedExtensionAndDropsTakeEveryLocalFile) {
+    using Paths = std::vector<std::filesystem::path>;
     auto sorted = app::sortOpenedFiles({"/a/A.VANTRELL", "/a/b.mp4", "/a/c.wav", "/a/d.vantrell"});
-    EXPECT_EQ(sorted.projects,
-              (std::vector<std::filesystem::path>{"/a/A.VANTRELL", "/a/d.vantrell"}));
-    EXPECT_EQ(sorted.media, (std::vector<std::filesystem::path>{"/a/b.mp4", "/a/c.wav"}));
-}
-
-TEST(Drops, TakeEveryLocalFileInOrder) {
-    auto files = app::droppedFiles({QUrl::fromLocalFile("/m/b.mov"), QUrl("https://example.com/x"),
-                                    QUrl::fromLocalFile("/m/a.txt")});
-    EXPECT_EQ(files, (std::vector<std::filesystem::path>{"/m/b.mov", "/m/a.txt"}));
+    EXPECT_EQ(sorted.projects, (Paths{"/a/A.VANTRELL", "/a/d.vantrell"}));
+    EXPECT_EQ(sorted.media, (Paths{"/a/b.mp4", "/a/c.wav"}));
+    EXPECT_EQ(app::droppedFiles({QUrl::fromLocalFile("/m/b.mov"), QUrl("https://example.com/x"),
+                                 QUrl::fromLocalFile("/m/a.txt")}),
+              (Paths{"/m/b.mov", "/m/a.txt"}));
 }
 
 TEST(CropOverlay, FitsTheVideoAndInsetsTheKeptPart) {
@@ -71,8 +63,7 @@ TEST(CropOverlay, FitsTheVideoAndInsetsTheKeptPart) {
     EXPECT_DOUBLE_EQ(video.width(), 16.0 / 9 * 500);
     EXPECT_DOUBLE_EQ(video.top(), 0);
     EXPECT_EQ(app::croppedRect(video, 0, 0, 0, 0), video);
-    QRectF inner = app::croppedRect(QRectF(0, 0, 100, 100), 0.1, 0.1, 0.1, 0.1);
-    EXPECT_EQ(inner, QRectF(10, 10, 80, 80));
+    EXPECT_EQ(app::croppedRect(QRectF(0, 0, 100, 100), 0.1, 0.1, 0.1, 0.1), QRectF(10, 10, 80, 80));
 }
 
 TEST(Screenshot, SizesAreWidthByHeight) {

@@ -2,6 +2,7 @@
 // is media by the probe's own rule or fail with a message.
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -36,10 +37,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         return 0;
     }
     const model::Clip& c = *clip;
-    if (!(c.fullDurationSeconds > 0) || c.fullDurationSeconds > media::kLongestMediaSeconds)
-        std::abort();
-    if (c.naturalSize.width > media::kLargestPictureSide ||
-        c.naturalSize.height > media::kLargestPictureSide)
+    if (!(c.fullDurationSeconds > 0) || c.fullDurationSeconds > media::kLongestMediaSeconds ||
+        std::max(c.naturalSize.width, c.naturalSize.height) > media::kLargestPictureSide)
         std::abort();
     return 0;
 }

@@ -16,7 +16,6 @@ namespace fs = std::filesystem;
 class PreviewViewTest : public ::testing::Test {
   protected:
     void SetUp() override {
-        ensureApplication();
         first = movie("preview_view_a.mp4", 2);
         second = movie("preview_view_b.mp4", 2);
         project.setClips(clipsOf({first, second}));
@@ -94,7 +93,11 @@ TEST_F(PreviewViewTest, ATrimDragKeepsOneSourcePlayerPerFile) {
     EXPECT_TRUE(waitFor([&] { return trim.isNull() && view->player(); }));
 }
 
-TEST_F(PreviewViewTest, EmptyingTheClipsTearsEverythingDown) {
+TEST_F(PreviewViewTest, TheAudioPreviewDrawsAndEmptyingTheClipsTearsEverythingDown) {
+    preview::AudioPreviewView audio(project);
+    audio.resize(400, 200);
+    project.setPlayheadGlobal(1.0);
+    EXPECT_FALSE(audio.grab().isNull());
     readyPlayer();
     preview::FooterReflection reflection(*view);
     reflection.resize(320, 80);
@@ -104,13 +107,6 @@ TEST_F(PreviewViewTest, EmptyingTheClipsTearsEverythingDown) {
     project.raiseCompositionToken();
     EXPECT_EQ(view->player(), nullptr);
     EXPECT_TRUE(waitFor([&] { return !view->hasPicture() && !reflection.hasPicture(); }));
-}
-
-TEST_F(PreviewViewTest, TheAudioPreviewDrawsOffscreen) {
-    preview::AudioPreviewView audio(project);
-    audio.resize(400, 200);
-    project.setPlayheadGlobal(1.0);
-    EXPECT_FALSE(audio.grab().isNull());
 }
 
 }  // namespace

@@ -17,15 +17,14 @@
 #include "model/media_services.h"
 #include "model/project.h"
 #include "support/fake_pasteboard.h"
+#include "support/model_test_support.h"
 
 namespace model_test {
 
-// A media layer for model tests. The probe serves clips from a table keyed by path and fails
-// for any other path; a bookmark is the path's text and can be pointed at a new place, as
-// for a moved file. The reverse render answers a configured file or none. Enrichment makes
-// kFilmstripFrames frames for a file with video and the asked number of kPeakLevel peaks for
-// one with audio. Probes, filmstrips and peaks can be held in the background until released.
-// Called from the executor's workers, so every member takes the lock.
+// A media layer serving clips from a table keyed by path; any other path fails to probe. A
+// bookmark is the path's text and can be pointed elsewhere, as for a moved file. Probes,
+// filmstrips and peaks can be held in the background until released. Called from the
+// executor's workers, so every member takes the lock.
 class FakeMediaServices final : public model::MediaServices {
     template <typename F>
     auto locked(F&& f) {
@@ -52,16 +51,10 @@ class FakeMediaServices final : public model::MediaServices {
     // Makes `path` probe as a file of `seconds` with the given streams.
     void add(const std::filesystem::path& path, double seconds, bool video = true,
              bool audio = true) {
-        model::Clip c;
-        c.hasVideo = video;
-        c.hasAudio = audio;
-        c.fullDurationSeconds = c.outSeconds = seconds;
-        c.frameRate = video ? 25 : 0;
-        c.naturalSize = video ? model::Size{1280, 720} : model::Size{};
+        model::Clip c = clipAt(0, seconds, video, audio);
         c.fingerprint = video ? "v:1635148593:1280x720" : "a:1633772320";
         c.thumbnail = std::make_shared<const model::ImageData>();
-        std::lock_guard lock(mutex_);
-        files_[path] = c;
+        locked([&] { files_[path] = c; });
     }
     // Probes of `path` fail from now on, as for a file that is gone.
     void remove(const std::filesystem::path& path) {
@@ -86,8 +79,7 @@ class FakeMediaServices final : public model::MediaServices {
         locked([&] { held_ = {}; });
         changed_.notify_all();
     }
-    // Blocks until `count` tasks of this kind have started in all, held ones included; false
-    // if that doesn't happen within a few seconds.
+    // Blocks until `count` tasks of this kind have started in all; false after a few seconds.
     bool waitFor(Work work, std::size_t count) {
         std::unique_lock lock(mutex_);
         return changed_.wait_for(lock, std::chrono::seconds(10),
@@ -113,16 +105,13 @@ class FakeMediaServices final : public model::MediaServices {
     common::Result<model::Clip> probe(const std::filesystem::path& url,
                                       const std::optional<model::Bytes>& bookmark,
                                       const common::Uuid& id) override {
-        std::unique_lock lock(mutex_);
-        start(probes, lock);
-        auto it = files_.find(url);
-        if (it == files_.end()) return common::Error{kProbeFailure};
-        model::Clip c = it->second;
-        c.id = id;
-        c.url = url;
-        c.bookmark = bookmark;
-        c.displayName = url.filename().string();
-        return c;
+        auto known = started(probes, url);
+        if (!known) return common::Error{kProbeFailure};
+        known->id = id;
+        known->url = url;
+        known->bookmark = bookmark;
+        known->displayName = url.filename().string();
+        return *known;
     }
     std::optional<model::Bytes> makeBookmark(const std::filesystem::path& url) override {
         std::lock_guard lock(mutex_);
@@ -147,28 +136,21 @@ class FakeMediaServices final : public model::MediaServices {
         return renderResult_;
     }
     std::vector<model::Image> generateFilmstrip(const std::filesystem::path& url, double) override {
-        std::unique_lock lock(mutex_);
-        filmstripCalls_.push_back(url);
-        start(filmstrips, lock);
-        auto it = files_.find(url);
-        if (it == files_.end() || !it->second.hasVideo) return {};
-        std::vector<model::Image> frames;
-        for (std::size_t i = 0; i < kFilmstripFrames; ++i)
-            frames.push_back(std::make_shared<const model::ImageData>());
-        return frames;
+        locked([&] { filmstripCalls_.push_back(url); });
+        auto known = started(filmstrips, url);
+        if (!known || !known->hasVideo) return {};
+        return std::vector<model::Image>(kFilmstripFrames,
+                                         std::make_shared<const model::ImageData>());
     }
     std::optional<std::vector<float>> extractPeaks(const std::filesystem::path& url,
                                                    int targetPeakCount) override {
-        std::unique_lock lock(mutex_);
-        peakCalls_.push_back({url, targetPeakCount});
-        start(peaks, lock);
-        auto it = files_.find(url);
-        if (it == files_.end() || !it->second.hasAudio) return std::nullopt;
+        locked([&] { peakCalls_.push_back({url, targetPeakCount}); });
+        auto known = started(peaks, url);
+        if (!known || !known->hasAudio) return std::nullopt;
         return std::vector<float>(static_cast<std::size_t>(targetPeakCount), kPeakLevel);
     }
     model::Image drawWaveform(const std::vector<float>&) override {
-        std::lock_guard lock(mutex_);
-        if (waveformImagesFail_) return nullptr;
+        if (locked([&] { return waveformImagesFail_; })) return nullptr;
         return std::make_shared<const model::ImageData>();
     }
 
@@ -178,11 +160,15 @@ class FakeMediaServices final : public model::MediaServices {
     }
 
   private:
-    // Counts the task as started, then waits while its kind is held.
-    void start(Work work, std::unique_lock<std::mutex>& lock) {
+    // Counts the task as started and waits while its kind is held; answers the file's clip.
+    std::optional<model::Clip> started(Work work, const std::filesystem::path& url) {
+        std::unique_lock lock(mutex_);
         ++started_[work];
         changed_.notify_all();
         changed_.wait(lock, [&] { return !held_[work]; });
+        auto it = files_.find(url);
+        if (it == files_.end()) return std::nullopt;
+        return it->second;
     }
 
     std::mutex mutex_;

@@ -49,28 +49,52 @@ std::optional<double> gstTime(const std::string& line, const std::string& field)
     return hours * 3600.0 + minutes * 60.0 + seconds;
 }
 
-std::optional<std::uint64_t> gstField(const std::string& line, const std::string& field) {
-    const auto at = line.find(field + "=(guint64)");
+// A number GStreamer prints as `field=(type)123`.
+std::optional<std::uint64_t> gstField(const std::string& line, const std::string& field,
+                                      const std::string& type = "guint64") {
+    const std::string key = field + "=(" + type + ")";
+    const auto at = line.find(key);
     if (at == std::string::npos) return std::nullopt;
-    return std::strtoull(line.c_str() + at + field.size() + 10, nullptr, 10);
+    return std::strtoull(line.c_str() + at + key.size(), nullptr, 10);
 }
 
-std::optional<int> gstIntField(const std::string& line, const std::string& field) {
-    const auto at = line.find(field + "=(int)");
-    if (at == std::string::npos) return std::nullopt;
-    return std::atoi(line.c_str() + at + field.size() + 6);
+// Runs a command, feeding each line of its standard output and error to `onLine`; answers
+// the exit status.
+template <typename OnLine>
+int runLines(const std::string& command, OnLine onLine) {
+    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
+    if (!pipe) return -1;
+    char* buffer = nullptr;
+    std::size_t capacity = 0;
+    for (ssize_t n; (n = ::getline(&buffer, &capacity, pipe)) > 0;)
+        onLine(std::string(buffer, static_cast<std::size_t>(n) - (buffer[n - 1] == '\n')));
+    std::free(buffer);
+    const int status = pclose(pipe);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 // Follows a pipeline's `identity silent=false` messages: each buffer's time on the
 // running clock (segment base plus its offset into the segment), as a sink would play it.
 class GstTrace {
   public:
+    // Runs `pipeline` into `out`, following it; answers the exit status.
+    int run(const std::string& pipeline, const fs::path& out) {
+        return runLines(
+            pipeline + " ! identity silent=false ! filesink location=" + quote(out.string()),
+            [&](const std::string& line) { read(line); });
+    }
+
+    int width = 0;
+    int height = 0;
+    std::vector<double> times;
+    std::string errors;
+
+  private:
     void read(const std::string& line) {
+        if (line.find("ERROR") != std::string::npos) errors += line + "\n";
         if (line.find("filesink0.GstPad:sink: caps") != std::string::npos) {
-            width = gstIntField(line, "width").value_or(width);
-            height = gstIntField(line, "height").value_or(height);
-            rate = gstIntField(line, "rate").value_or(rate);
-            channels = gstIntField(line, "channels").value_or(channels);
+            for (auto [name, value] : {std::pair{"width", &width}, {"height", &height}})
+                *value = static_cast<int>(gstField(line, name, "int").value_or(*value));
         }
         if (line.find("last-message = ") == std::string::npos) return;
         if (line.find("type: segment") != std::string::npos) {
@@ -82,40 +106,14 @@ class GstTrace {
         }
     }
 
-    int width = 0;
-    int height = 0;
-    int rate = 0;
-    int channels = 0;
-    std::vector<double> times;
-
-  private:
     double segmentBase_ = 0;
     double segmentStart_ = 0;
 };
 
-// Runs a command, feeding each line of its standard output and error to `onLine`; answers
-// the exit status.
-template <typename OnLine>
-int runLines(const std::string& command, OnLine onLine) {
-    FILE* pipe = popen((command + " 2>&1").c_str(), "r");
-    if (!pipe) return -1;
-    std::string line;
-    char buffer[8192];
-    while (std::fgets(buffer, sizeof buffer, pipe)) {
-        line += buffer;
-        if (!line.empty() && line.back() == '\n') {
-            line.pop_back();
-            onLine(line);
-            line.clear();
-        }
-    }
-    if (!line.empty()) onLine(line);
-    const int status = pclose(pipe);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-}
-
-// Presentation times from the ffmpeg tool's framemd5 lines.
-std::vector<double> framemd5Times(const std::string& text) {
+// Presentation times from the ffmpeg tool's framemd5 lines, and the size of the pictures as
+// written (turned upright and scaled).
+std::vector<double> framemd5Times(const std::string& text, int* width = nullptr,
+                                  int* height = nullptr) {
     std::vector<double> times;
     std::istringstream lines(text);
     std::string line;
@@ -123,6 +121,7 @@ std::vector<double> framemd5Times(const std::string& text) {
     while (std::getline(lines, line)) {
         int num = 0, den = 0;
         if (std::sscanf(line.c_str(), "#tb 0: %d/%d", &num, &den) == 2) unit = double(num) / den;
+        if (width) std::sscanf(line.c_str(), "#dimensions 0: %dx%d", width, height);
         if (line.empty() || line[0] == '#') continue;
         long long stream = 0, dts = 0, pts = 0;
         if (std::sscanf(line.c_str(), "%lld, %lld, %lld", &stream, &dts, &pts) == 3)
@@ -210,37 +209,18 @@ DecodedVideo decodeVideo(const fs::path& file, Player player, const fs::path& wo
                               quote(video.rawFile.string()) + " -map 0:v:0 " + filters +
                               " -enc_time_base -1 -f framemd5 " + quote(md5.string()),
                           [&](const std::string& line) { output += line + "\n"; });
-        video.seconds = framemd5Times(contentsOf(md5));
-        const auto size =
-            outputOf(std::string(VANTRELL_FFPROBE) +
-                     " -v error -select_streams v:0 -show_entries stream=width,height "
-                     "-of csv=p=0:s=x " +
-                     quote(file.string()) + " 2>/dev/null");
-        if (options.size) {
-            video.width = options.size->first;
-            video.height = options.size->second;
-        } else if (std::sscanf(size.c_str(), "%dx%d", &video.width, &video.height) == 2) {
-            // ffmpeg turns a picture marked as turned by a quarter, so its stored size swaps.
-            const auto turn = outputOf(std::string(VANTRELL_FFPROBE) +
-                                       " -v error -select_streams v:0 -show_entries "
-                                       "stream_side_data=rotation -of csv=p=0 " +
-                                       quote(file.string()) + " 2>/dev/null");
-            if (std::abs(std::atoi(turn.c_str())) % 180 == 90) std::swap(video.width, video.height);
-        }
+        video.seconds = framemd5Times(contentsOf(md5), &video.width, &video.height);
     } else {
         std::string caps = std::string("video/x-raw,format=") + (rgb ? "RGB" : "I420");
         if (options.size)
             caps += ",width=" + std::to_string(options.size->first) +
                     ",height=" + std::to_string(options.size->second);
         GstTrace trace;
-        status = runLines(
-            gstreamerSource(file, "video") +
-                " ! videoflip video-direction=auto ! videoconvert ! videoscale ! " + caps +
-                " ! identity silent=false ! filesink location=" + quote(video.rawFile.string()),
-            [&](const std::string& line) {
-                trace.read(line);
-                if (line.find("ERROR") != std::string::npos) output += line + "\n";
-            });
+        status =
+            trace.run(gstreamerSource(file, "video") +
+                          " ! videoflip video-direction=auto ! videoconvert ! videoscale ! " + caps,
+                      video.rawFile);
+        output = trace.errors;
         video.width = trace.width;
         video.height = trace.height;
         video.seconds = std::move(trace.times);
@@ -267,7 +247,6 @@ DecodedAudio decodeAudio(const fs::path& file, Player player, int sampleRateHz, 
     DecodedAudio audio;
     audio.sampleRateHz = sampleRateHz;
     audio.channels = channels;
-    std::string output;
     std::string bytes;
     if (player == Player::ffmpeg) {
         // The first sample's time comes from a frame hash list of the same decode.
@@ -288,19 +267,15 @@ DecodedAudio decodeAudio(const fs::path& file, Player player, int sampleRateHz, 
                                          file.filename().string() + ".f32");
         GstTrace trace;
         const int status =
-            runLines(gstreamerSource(file, "audio") +
-                         " ! audioconvert ! audioresample ! "
-                         "audio/x-raw,format=F32LE,layout=interleaved,rate=" +
-                         std::to_string(sampleRateHz) + ",channels=" + std::to_string(channels) +
-                         " ! identity silent=false ! filesink location=" + quote(raw.string()),
-                     [&](const std::string& line) {
-                         trace.read(line);
-                         if (line.find("ERROR") != std::string::npos) output += line + "\n";
-                     });
+            trace.run(gstreamerSource(file, "audio") +
+                          " ! audioconvert ! audioresample ! "
+                          "audio/x-raw,format=F32LE,layout=interleaved,rate=" +
+                          std::to_string(sampleRateHz) + ",channels=" + std::to_string(channels),
+                      raw);
         bytes = contentsOf(raw);
         fs::remove(raw);
         if (status != 0 || trace.times.empty()) {
-            audio.error = fail("gstreamer", file, output);
+            audio.error = fail("gstreamer", file, trace.errors);
             return audio;
         }
         audio.startSeconds = trace.times.front();
@@ -323,12 +298,6 @@ double psnr(const std::vector<std::uint8_t>& a, const std::vector<std::uint8_t>&
 
 bool looksBlack(double meanLuma) {
     return meanLuma <= 20;
-}
-
-bool hasStream(const fs::path& file, const std::string& kind) {
-    return !ffprobe(file, "-select_streams " + std::string(kind == "video" ? "v" : "a") +
-                              " -show_entries stream=index -of csv=p=0")
-                .empty();
 }
 
 }  // namespace testing_support

@@ -76,7 +76,4 @@ double psnr(const std::vector<std::uint8_t>& a, const std::vector<std::uint8_t>&
 // True when a frame's mean luma is at most that of limited-range black plus a margin.
 bool looksBlack(double meanLuma);
 
-// Whether the file has a stream of this kind ("video" or "audio"), as ffprobe sees it.
-bool hasStream(const std::filesystem::path& file, const std::string& kind);
-
 }  // namespace testing_support

@@ -48,14 +48,11 @@ TEST(TimelineGeometry, EveryZoomWriteIsClampedAndPinchFollowsTheGestureNotTheCla
     EXPECT_DOUBLE_EQ(pinchZoom(z, 1.2, 1.5), 12 * 0.8);
 }
 
-TEST(TimelineGeometry, ScrubStopsAtZeroAndAtTheRealTotal) {
+TEST(TimelineGeometry, ScrubStopsAtZeroAndTheRealTotalAndTheThumbAtTheStripsEnds) {
     EXPECT_DOUBLE_EQ(scrubSeconds(-30, 10, 50), 0);
     EXPECT_DOUBLE_EQ(scrubSeconds(250, 10, 50), 25);
     EXPECT_DOUBLE_EQ(scrubSeconds(900, 10, 50), 50);
-}
-
-TEST(TimelineGeometry, ThumbVanishesMoreThanHalfItsDiameterBeyondTheVisibleStrip) {
-    // x = 100 * 2 - scroll.
+    // The thumb, at x = 100 * 2 - scroll, vanishes half its diameter beyond the visible strip.
     EXPECT_EQ(thumbCentreX(100, 2, 207, 500), std::optional(kGutter - 7));
     EXPECT_EQ(thumbCentreX(100, 2, 207.5, 500), std::nullopt);
     EXPECT_EQ(thumbCentreX(1, 507, 0, 500), std::optional(kGutter + 507));
@@ -110,13 +107,24 @@ TEST(DragMath, HoverZonesShrinkOnNarrowBarsAndKeepFourteenPointsForMoving) {
     for (const auto& c : cases) EXPECT_EQ(hoverZone(c.width, c.x), c.zone) << c.width << " " << c.x;
 }
 
-TEST(DragMath, SnapTakesTheNearestTargetWithinToleranceAndTheLaterOnATie) {
+TEST(DragMath, SnapTakesTheNearestTargetWithinToleranceAndAMoveTheNearerEdge) {
     const std::vector<double> targets = {0, 10, 12, 8};
     EXPECT_EQ(nearestSnap(targets, 10.4, 0.5), std::optional(10.0));
     EXPECT_EQ(nearestSnap(targets, 10.5, 0.5), std::optional(10.0)) << "tolerance included";
     EXPECT_EQ(nearestSnap(targets, 10.6, 0.5), std::nullopt);
     EXPECT_EQ(nearestSnap(targets, 9, 1), std::optional(8.0)) << "10 and 8 tie; 8 is later";
     EXPECT_EQ(nearestSnap(targets, 0, 0), std::nullopt);
+
+    // A move snaps the nearer edge, and the leading one on a tie: start 10 is 0.2 from 10.2,
+    // end 15 is 0.3 from 15.3; 10.25 and 14.75 pull the clip opposite ways by as much.
+    const std::vector<double> edges = {10.2, 15.3}, tie = {10.25, 14.75};
+    auto snap = [&](double t, double tol) { return nearestSnap(edges, t, tol); };
+    auto tied = [&](double t, double tol) { return nearestSnap(tie, t, tol); };
+    EXPECT_DOUBLE_EQ(moveStep(0, 0, 5, 10, 0.5, snap).targetStart, 10.2);
+    EXPECT_DOUBLE_EQ(moveStep(0, 0, 5, 10, 0.5, tied).targetStart, 10.25);
+    auto free = moveStep(0, 0, 5, 3, 0.5, snap);
+    EXPECT_DOUBLE_EQ(free.targetStart, 3);
+    EXPECT_FALSE(free.snapped);
 }
 
 TEST(DragMath, TrimsKeepASliverOfSourceAndNeverPassTheSourceEnds) {
@@ -132,19 +140,6 @@ TEST(DragMath, TrimsKeepASliverOfSourceAndNeverPassTheSourceEnds) {
     EXPECT_DOUBLE_EQ(in.value, 3);
     EXPECT_TRUE(in.snapped);
     EXPECT_DOUBLE_EQ(in.timelineSeconds, 5);
-}
-
-TEST(DragMath, AMoveSnapsTheNearerEdgeAndTheLeadingEdgeOnATie) {
-    const std::vector<double> targets = {10.2, 15.3};
-    auto snap = [&](double t, double tol) { return nearestSnap(targets, t, tol); };
-    // Start 10 (0.2 from 10.2), end 15 (0.3 from 15.3): the start wins.
-    EXPECT_DOUBLE_EQ(moveStep(0, 0, 5, 10, 0.5, snap).targetStart, 10.2);
-    const std::vector<double> tie = {10.25, 15.25};
-    auto tied = [&](double t, double tol) { return nearestSnap(tie, t, tol); };
-    EXPECT_DOUBLE_EQ(moveStep(0, 0, 5, 10, 0.5, tied).targetStart, 10.25);
-    auto free = moveStep(0, 0, 5, 3, 0.5, snap);
-    EXPECT_DOUBLE_EQ(free.targetStart, 3);
-    EXPECT_FALSE(free.snapped);
 }
 
 TEST(HitTesting, TheHighestBarTakesTheClickAndOnlyWithinTheRowPadding) {

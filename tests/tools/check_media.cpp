@@ -1,13 +1,12 @@
 // Runs every file of a folder through the command line as a user would (import twice, cut
 // off keyframes, join with and without a gap, export through both roads) and checks each
 // export as the ffmpeg tool and GStreamer play it against the source as the ffmpeg tool
-// plays it.
-// One line per file, export and check, then a summary. Exit status 0 when nothing failed.
+// plays it. One line per file, export and check, then a summary; exit status 0 when nothing
+// failed.
 //
 //   check_media --cli PATH/vantrell-cli DIR
 
 #include <algorithm>
-#include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
@@ -21,7 +20,6 @@
 #include <nlohmann/json.hpp>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -32,14 +30,15 @@
 namespace {
 
 namespace fs = std::filesystem;
-using testing_support::DecodedAudio;
-using testing_support::DecodedVideo;
-using testing_support::Player;
-using testing_support::quote;
+namespace ts = testing_support;
+using ts::DecodedAudio;
+using ts::DecodedVideo;
+using ts::Player;
+using ts::quote;
 
 // Small pictures keep hour-long camera files cheap; copied frames decode identically at any
 // scale, and a re-encode's error shows as well.
-constexpr std::pair<int, int> kCheckSize{320, 180};
+const ts::VideoDecodeOptions kDecode{ts::PixelLayout::i420, std::pair{320, 180}};
 constexpr double kGapSeconds = 0.5;
 // Ample for the short clips of phones and cameras; a file that takes longer is stuck.
 constexpr int kFileSeconds = 300;
@@ -53,9 +52,9 @@ constexpr double kAudioToleranceSeconds = 0.0107;
 // and some Vorbis frames are far longer than AAC's. PCM is cut on the sample.
 double copiedAudioTolerance(const fs::path& source) {
     const std::string probed =
-        testing_support::ffprobe(source,
-                                 "-select_streams a:0 -read_intervals %+#2 -show_entries "
-                                 "stream=codec_name:packet=duration_time -of default=nw=1");
+        ts::ffprobe(source,
+                    "-select_streams a:0 -read_intervals %+#2 -show_entries "
+                    "stream=codec_name:packet=duration_time -of default=nw=1");
     double frame = 0;
     std::size_t at = 0;
     while ((at = probed.find("duration_time=", at)) != std::string::npos) {
@@ -80,20 +79,15 @@ struct Placement {
     double end() const { return start + out - in; }
 };
 
-struct Tally {
-    std::map<std::string, std::pair<int, int>> byCheck;  // passed, failed
-    int failed = 0;
-};
-
 std::string fixed(double value, int digits = 3) {
     char text[64];
     std::snprintf(text, sizeof text, "%.*f", digits, value);
     return text;
 }
 
-// Prints each result as one line; a checker running in a child process also sends each
-// result's tally down `records` so that the parent, which outlives a child killed for taking
-// too long, keeps the counts.
+// Prints each result as one line. A checker running in a child process writes each result's
+// record to `records` instead of counting it, so that the parent, which outlives a child
+// killed for taking too long, keeps the counts.
 class Reporter {
   public:
     void line(const std::string& file, const std::string& what, const std::string& check, bool ok,
@@ -103,47 +97,41 @@ class Reporter {
         std::cout << (ok ? "PASS " : "FAIL ") << file << "  " << what << "  " << check << "  "
                   << detail << "\n"
                   << std::flush;
-        count(check, ok);
-        send((ok ? "P " : "F ") + check);
+        record((ok ? "P " : "F ") + check);
     }
     void skip(const std::string& file, const std::string& why) {
         std::cout << "SKIP " << file << "  " << why << "\n" << std::flush;
-        ++skipped_;
-        send("S");
+        record("S");
     }
     void sendTo(int records) { records_ = records; }
-    // One record as `send` writes it.
-    void take(const std::string& record) {
-        if (record == "S")
+    // "S" for a skipped file, else "P " or "F " and the check's name.
+    void record(const std::string& record) {
+        if (records_ >= 0) {
+            const std::string text = record + "\n";
+            if (::write(records_, text.data(), text.size()) < 0) records_ = -1;
+        } else if (record == "S") {
             ++skipped_;
-        else if (record.size() > 2)
-            count(record.substr(2), record[0] == 'P');
+        } else if (record.size() > 2) {
+            auto& counts = byCheck_[record.substr(2)];
+            (record[0] == 'P' ? counts.first : counts.second)++;
+            failed_ += record[0] != 'P';
+        }
     }
     int summary(int files) const {
         std::cout << "\nsummary: " << files << " files, " << skipped_ << " skipped\n";
         int passed = 0;
-        for (const auto& [check, counts] : tally_.byCheck) {
+        for (const auto& [check, counts] : byCheck_) {
             std::cout << "  " << check << ": " << counts.first << " passed, " << counts.second
                       << " failed\n";
             passed += counts.first;
         }
-        std::cout << "  all: " << passed << " passed, " << tally_.failed << " failed\n";
-        return tally_.failed == 0 ? 0 : 1;
+        std::cout << "  all: " << passed << " passed, " << failed_ << " failed\n";
+        return failed_ == 0 ? 0 : 1;
     }
 
   private:
-    void count(const std::string& check, bool ok) {
-        auto& counts = tally_.byCheck[check];
-        (ok ? counts.first : counts.second)++;
-        if (!ok) tally_.failed++;
-    }
-    void send(const std::string& record) {
-        if (records_ < 0) return;
-        const std::string text = record + "\n";
-        if (::write(records_, text.data(), text.size()) < 0) records_ = -1;
-    }
-
-    Tally tally_;
+    std::map<std::string, std::pair<int, int>> byCheck_;  // passed, failed
+    int failed_ = 0;
     int skipped_ = 0;
     int records_ = -1;
 };
@@ -221,8 +209,7 @@ std::optional<DecodedVideo> alignedTo(const DecodedVideo& reference, DecodedVide
     for (std::size_t skip = 0; skip <= surplus && surplus > 0; ++skip) {
         double match = 0;
         for (std::size_t i = 0; i < std::min<std::size_t>(count, 8); ++i)
-            match +=
-                std::min(100.0, testing_support::psnr(own.frame(skip + i), reference.frame(i)));
+            match += std::min(100.0, ts::psnr(own.frame(skip + i), reference.frame(i)));
         if (match > bestMatch) {
             bestMatch = match;
             best = skip;
@@ -260,10 +247,10 @@ class Checker {
         const std::string name = source.filename().string();
         fs::remove_all(work);
         fs::create_directories(work);
-        const auto probe = nlohmann::json::parse(
-            testing_support::outputOf(quote(cli_.string()) + " probe " + quote(source.string()) +
-                                      " 2>/dev/null"),
-            nullptr, false);
+        const auto probe =
+            nlohmann::json::parse(ts::outputOf(quote(cli_.string()) + " probe " +
+                                               quote(source.string()) + " 2>/dev/null"),
+                                  nullptr, false);
         if (probe.is_discarded() || !probe.is_object() || !probe.contains("fullDurationSeconds")) {
             report_.skip(name, "not media to the probe");
             return;
@@ -327,9 +314,7 @@ class Checker {
         std::optional<DecodedVideo> sourceVideo;
         std::optional<DecodedAudio> sourceAudio;
         if (hasVideo) {
-            sourceVideo =
-                testing_support::decodeVideo(source, reference, work / "source",
-                                             {testing_support::PixelLayout::i420, kCheckSize});
+            sourceVideo = ts::decodeVideo(source, reference, work / "source", kDecode);
             if (!sourceVideo->error.empty()) {
                 report_.skip(name, "the ffmpeg tool cannot play the source: " + sourceVideo->error);
                 return;
@@ -337,27 +322,23 @@ class Checker {
         }
         if (hasAudio) {
             copiedTolerance_ = copiedAudioTolerance(source);
-            sourceAudio = testing_support::decodeAudio(source, reference);
+            sourceAudio = ts::decodeAudio(source, reference);
             if (!sourceAudio->error.empty()) sourceAudio.reset();
         }
-        for (Player player : testing_support::kPlayers) {
-            const std::string who = testing_support::playerName(player);
+        for (Player player : ts::kPlayers) {
+            const std::string who = ts::playerName(player);
             // Pictures compare as this player scales them, so that copied frames stay
             // identical; their times stay the reference's.
             std::optional<DecodedVideo> scaledAlike;
             if (sourceVideo && player != reference) {
-                const testing_support::VideoDecodeOptions options{
-                    testing_support::PixelLayout::i420, kCheckSize};
-                auto own =
-                    testing_support::decodeVideo(source, player, work / "source-own", options);
+                auto own = ts::decodeVideo(source, player, work / "source-own", kDecode);
                 if (!own.error.empty()) {
                     // Its pictures of the same coded frames, from a container it reads.
                     const auto copy = work / "source-video.mp4";
-                    testing_support::outputOf(std::string(VANTRELL_FFMPEG) +
-                                              " -nostdin -v error -y -i " + quote(source.string()) +
-                                              " -map 0:v:0 -c copy " + quote(copy.string()) +
-                                              " 2>/dev/null");
-                    own = testing_support::decodeVideo(copy, player, work / "source-own", options);
+                    ts::outputOf(std::string(VANTRELL_FFMPEG) + " -nostdin -v error -y -i " +
+                                 quote(source.string()) + " -map 0:v:0 -c copy " +
+                                 quote(copy.string()) + " 2>/dev/null");
+                    own = ts::decodeVideo(copy, player, work / "source-own", kDecode);
                 }
                 if (own.error.empty()) scaledAlike = alignedTo(*sourceVideo, std::move(own));
             }
@@ -395,13 +376,11 @@ class Checker {
 
   private:
     bool runCli(const std::string& args, std::string* said = nullptr) {
-        int status = 0;
-        const std::string output = testing_support::outputOf(quote(cli_.string()) + " " + args +
-                                                             " 2>&1; echo \"exit=$?\"");
+        const std::string output =
+            ts::outputOf(quote(cli_.string()) + " " + args + " 2>&1; echo \"exit=$?\"");
         const auto at = output.rfind("exit=");
-        status = at == std::string::npos ? -1 : std::atoi(output.c_str() + at + 5);
         if (said) *said = output.substr(0, at);
-        return status == 0;
+        return at != std::string::npos && std::atoi(output.c_str() + at + 5) == 0;
     }
 
     static std::vector<Placement> placements(const fs::path& project) {
@@ -424,8 +403,7 @@ class Checker {
 
     void checkVideo(const std::string& name, const std::string& what, const Export& e,
                     Player player, const DecodedVideo& source, const fs::path& work) {
-        const DecodedVideo out = testing_support::decodeVideo(
-            e.file, player, work / "out", {testing_support::PixelLayout::i420, kCheckSize});
+        const DecodedVideo out = ts::decodeVideo(e.file, player, work / "out", kDecode);
         if (!out.error.empty()) {
             report_.line(name, what, "decode", false, out.error);
             return;
@@ -470,12 +448,12 @@ class Checker {
             }
             if (atCut) continue;
             if (!clip) {
-                if (!testing_support::looksBlack(out.meanLuma[k])) ++notBlack;
+                if (!ts::looksBlack(out.meanLuma[k])) ++notBlack;
                 continue;
             }
             const auto shown = frameAt(source, clip->in + (t - clip->start));
             if (!shown) continue;
-            const double match = testing_support::psnr(out.frame(k), source.frame(*shown));
+            const double match = ts::psnr(out.frame(k), source.frame(*shown));
             ++compared;
             if (match < worst) {
                 worst = match;
@@ -498,7 +476,7 @@ class Checker {
 
     void checkAudio(const std::string& name, const std::string& what, const Export& e,
                     Player player, const DecodedAudio& source) {
-        const DecodedAudio out = testing_support::decodeAudio(e.file, player);
+        const DecodedAudio out = ts::decodeAudio(e.file, player);
         if (!out.error.empty()) {
             report_.line(name, what, "decode-audio", false, out.error);
             return;
@@ -537,50 +515,32 @@ class Checker {
 // that hangs on it can be stopped with everything it started. False when time ran out.
 bool checkWithin(const fs::path& file, const fs::path& work, const fs::path& cli,
                  Reporter& report) {
-    int records[2];
-    // Closed on exec, so only this child holds the writing end and its exit ends the reading.
-    if (::pipe2(records, O_CLOEXEC) != 0) return false;
+    // The child's end arrives as a signal held for sigtimedwait; its children get it unheld.
+    sigset_t ended;
+    sigemptyset(&ended);
+    sigaddset(&ended, SIGCHLD);
+    ::sigprocmask(SIG_BLOCK, &ended, nullptr);
+    const fs::path records = work.string() + ".records";
     const pid_t child = ::fork();
     if (child == 0) {
         ::setpgid(0, 0);
-        ::close(records[0]);
+        ::sigprocmask(SIG_UNBLOCK, &ended, nullptr);
         Reporter own;
-        own.sendTo(records[1]);
+        own.sendTo(::open(records.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
         Checker(cli, own).check(file, work);
         std::cout << std::flush;
         ::_exit(0);
     }
-    ::close(records[1]);
-    if (child < 0) {
-        ::close(records[0]);
-        return false;
-    }
+    if (child < 0) return false;
     ::setpgid(child, child);
-    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(kFileSeconds);
-    std::string pending;
-    bool finished = false;
-    while (true) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-                              deadline - std::chrono::steady_clock::now())
-                              .count();
-        if (left <= 0) break;
-        pollfd wait{records[0], POLLIN, 0};
-        if (::poll(&wait, 1, static_cast<int>(left)) <= 0) continue;
-        char buffer[4096];
-        const ssize_t n = ::read(records[0], buffer, sizeof buffer);
-        if (n <= 0) {
-            finished = true;
-            break;
-        }
-        pending.append(buffer, static_cast<std::size_t>(n));
-        for (auto end = pending.find('\n'); end != std::string::npos; end = pending.find('\n')) {
-            report.take(pending.substr(0, end));
-            pending.erase(0, end + 1);
-        }
-    }
-    ::close(records[0]);
+    const timespec limit{kFileSeconds, 0}, none{};
+    const bool finished = ::sigtimedwait(&ended, nullptr, &limit) == SIGCHLD;
     if (!finished) ::kill(-child, SIGKILL);
     ::waitpid(child, nullptr, 0);
+    ::sigtimedwait(&ended, nullptr, &none);  // the killed child's, not to be taken for the next
+    std::ifstream in(records);
+    for (std::string record; std::getline(in, record);) report.record(record);
+    fs::remove(records);
     return finished;
 }
 
