@@ -349,15 +349,13 @@ class Checker {
             std::optional<DecodedVideo> limitedAlike;
             if (sourceVideo && player != reference && fullRange(source)) {
                 const auto limited = work / "source-limited.mp4";
-                testing_support::outputOf(
+                ts::outputOf(
                     std::string(VANTRELL_FFMPEG) + " -nostdin -v error -y -i " +
                     quote(source.string()) +
                     " -map 0:v:0 -fps_mode passthrough -pix_fmt yuv420p -color_range tv -c:v "
                     "libx264 -preset ultrafast -qp 0 " +
                     quote(limited.string()) + " 2>/dev/null");
-                auto own =
-                    testing_support::decodeVideo(limited, player, work / "source-limited",
-                                                 {testing_support::PixelLayout::i420, kCheckSize});
+                auto own = ts::decodeVideo(limited, player, work / "source-limited", kDecode);
                 if (own.error.empty()) limitedAlike = alignedTo(*sourceVideo, std::move(own));
             }
             for (const auto& e : exports) {
