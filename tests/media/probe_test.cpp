@@ -11,6 +11,7 @@
 #include <gtest/gtest.h>
 
 #include "media/filmstrip.h"
+#include "media/media_input.h"
 #include "media/sample_media.h"
 #include "media/thumbnail.h"
 #include "media/waveform.h"
@@ -317,20 +318,38 @@ std::filesystem::path turningRed(const std::string& name, int firstRed, const st
                   ")'\" -c:v libx264 -preset superfast -bf 2 -g 300 -pix_fmt yuv420p");
 }
 
-TEST(Thumbnail, PosterIsTheFrameShowingAtATenthOfASecondOrTheLastFrame) {
+model::Image frameAtATenthOf(const std::filesystem::path& file) {
+    auto input = media::openInput(file);
+    EXPECT_TRUE(input) << input.error().message;
+    return input ? media::thumbnailAt(*input.value(), 0.1) : nullptr;
+}
+
+TEST(Thumbnail, FrameShowingAtATimeOrTheLastFrame) {
     // At 30 frames per second frame 3 starts exactly at 0.1 s.
-    const auto redFromPosterTime = thumbnailOf(turningRed("red_from_frame3.mp4", 3, "-t 1"));
+    const auto redFromPosterTime = frameAtATenthOf(turningRed("red_from_frame3.mp4", 3, "-t 1"));
     ASSERT_TRUE(redFromPosterTime);
     EXPECT_TRUE(samples::isRed(samples::pixel(*redFromPosterTime, 80, 60)));
 
-    const auto redJustAfter = thumbnailOf(turningRed("red_from_frame4.mp4", 4, "-t 1"));
+    const auto redJustAfter = frameAtATenthOf(turningRed("red_from_frame4.mp4", 4, "-t 1"));
     ASSERT_TRUE(redJustAfter);
     EXPECT_TRUE(samples::isBlue(samples::pixel(*redJustAfter, 80, 60)));
 
-    // A clip shorter than the poster time gives its last frame.
-    const auto twoFrames = thumbnailOf(turningRed("two_frames.mp4", 1, "-frames:v 2"));
+    // A clip shorter than the time gives its last frame.
+    const auto twoFrames = frameAtATenthOf(turningRed("two_frames.mp4", 1, "-frames:v 2"));
     ASSERT_TRUE(twoFrames);
     EXPECT_TRUE(samples::isRed(samples::pixel(*twoFrames, 80, 60)));
+}
+
+TEST(Thumbnail, PosterIsTheKeyframeAtOrBeforeATenthOfASecond) {
+    // Red from the frame at 0.1 s, behind a blue keyframe, or itself a keyframe.
+    const auto behindKeyframe = thumbnailOf(turningRed("red_behind_keyframe.mp4", 3, "-t 1"));
+    ASSERT_TRUE(behindKeyframe);
+    EXPECT_TRUE(samples::isBlue(samples::pixel(*behindKeyframe, 80, 60)));
+
+    const auto keyframe =
+        thumbnailOf(turningRed("red_keyframe.mp4", 3, "-t 1 -force_key_frames 0.1"));
+    ASSERT_TRUE(keyframe);
+    EXPECT_TRUE(samples::isRed(samples::pixel(*keyframe, 80, 60)));
 }
 
 }  // namespace
