@@ -21,6 +21,10 @@ TEST(MediaStreamLookup, AnswersTheFirstStreamOfEachKindButNoCoverArt) {
         "render_cover.mp3", render_test::kTone +
                                 "-f lavfi -i color=c=red:size=64x64 -map 0 -map 1 -t 1 "
                                 "-frames:v 1 -c:a libmp3lame -c:v png -disposition:v attached_pic");
+    // A transport stream names its streams only in its packets.
+    const auto transport =
+        makeMedia("render_transport.ts", "-i " + quote(render_test::h264WithTone().string()) +
+                                             " -map 0:a -map 0:v -c copy -f mpegts");
     const auto lookup = composition::mediaStreamLookup();
     struct Streams {
         std::filesystem::path file;
@@ -32,6 +36,7 @@ TEST(MediaStreamLookup, AnswersTheFirstStreamOfEachKindButNoCoverArt) {
              Streams{render_test::toneWav(), std::nullopt, 0},
              Streams{twoPictures, 1, 0},
              Streams{cover, std::nullopt, 0},
+             Streams{transport, 1, 0},
              Streams{testing_support::scratchDir() / "render_no_such_file.mp4", std::nullopt,
                      std::nullopt},
          }) {
