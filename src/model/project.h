@@ -317,16 +317,18 @@ class Project {
     // Runs `work` in the background, then `done` on the owning thread only if this project
     // still exists then. Defined here because every file of the project's edits uses it.
     template <typename Work, typename Done>
-    void runMediaTask(Work work, Done done) {
+    void runMediaTask(Work work, Done done, common::Priority priority = common::Priority::normal) {
         assert(context_.executor && context_.media &&
                "a project that does media work needs a context");
         std::weak_ptr<int> alive = alive_;
-        common::runAsync(*context_.executor, std::move(work),
-                         [alive, done = std::move(done)](auto result) mutable {
-                             // A window closed meanwhile: the project is gone, drop the result.
-                             if (alive.expired()) return;
-                             done(std::move(result));
-                         });
+        common::runAsync(
+            *context_.executor, std::move(work),
+            [alive, done = std::move(done)](auto result) mutable {
+                // A window closed meanwhile: the project is gone, drop the result.
+                if (alive.expired()) return;
+                done(std::move(result));
+            },
+            priority);
     }
 
     ProjectContext context_;
