@@ -306,7 +306,9 @@ class Project {
     void swapInClips(std::vector<Clip> clips, std::vector<Clip>& previous);
     void importNext(std::shared_ptr<const std::vector<std::filesystem::path>> urls,
                     std::size_t index);
-    void hydrateNext(std::shared_ptr<std::vector<Clip>> done, std::size_t index);
+    // Assigns the clips probed for the records being hydrated, in their order.
+    void finishHydration(
+        std::vector<std::pair<std::filesystem::path, common::Result<Clip>>> probed);
     struct PasteRun;
     void pasteNext(std::shared_ptr<PasteRun> run, std::size_t index);
     void writeClipsToPasteboard(const std::vector<Clip>& clips);
