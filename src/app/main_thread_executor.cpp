@@ -23,6 +23,14 @@ void MainThreadExecutor::runInBackground(std::function<void()> work) {
     });
 }
 
+void MainThreadExecutor::runInBackgroundAtUtility(std::function<void()> work) {
+    ++outstanding_;
+    pool_.runInBackgroundAtUtility([this, work = std::move(work)] {
+        work();
+        --outstanding_;
+    });
+}
+
 void MainThreadExecutor::postToOwner(std::function<void()> task) {
     ++outstanding_;
     pool_.postToOwner([this, task = std::move(task)] {

@@ -18,6 +18,7 @@ class MainThreadExecutor final : public common::Executor {
     ~MainThreadExecutor() override;
 
     void runInBackground(std::function<void()> work) override;
+    void runInBackgroundAtUtility(std::function<void()> work) override;
     void postToOwner(std::function<void()> task) override;
 
     // Runs posted tasks until no work is queued or running: tests and benchmarks wait

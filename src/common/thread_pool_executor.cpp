@@ -1,5 +1,8 @@
 #include "common/thread_pool_executor.h"
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <exception>
 #include <string>
@@ -8,15 +11,31 @@
 
 namespace common {
 
+namespace {
+
+// A utility worker's nice value: against a normal thread its share of a core is a tenth.
+constexpr int kUtilityNice = 10;
+
+}  // namespace
+
 ThreadPoolExecutor::ThreadPoolExecutor(std::size_t threads) {
-    workers_.reserve(threads);
-    for (std::size_t i = 0; i < std::max<std::size_t>(threads, 1); ++i)
-        workers_.emplace_back([this](std::stop_token stop) { workerLoop(stop); });
+    threads = std::max<std::size_t>(threads, 1);
+    workers_.reserve(2 * threads);
+    for (std::size_t i = 0; i < threads; ++i) {
+        workers_.emplace_back([this](std::stop_token stop) { workerLoop(normal_, stop); });
+        workers_.emplace_back([this](std::stop_token stop) {
+            // Per thread on Linux; the decoder threads the work starts inherit it. Without
+            // it the work still runs, only without giving way.
+            setpriority(PRIO_PROCESS, static_cast<id_t>(gettid()), kUtilityNice);
+            workerLoop(utility_, stop);
+        });
+    }
 }
 
 ThreadPoolExecutor::~ThreadPoolExecutor() {
     for (auto& w : workers_) w.request_stop();
-    workAvailable_.notify_all();
+    normal_.workAvailable.notify_all();
+    utility_.workAvailable.notify_all();
     workers_.clear();  // joins
 }
 
@@ -25,12 +44,20 @@ std::size_t ThreadPoolExecutor::defaultThreadCount() {
 }
 
 void ThreadPoolExecutor::runInBackground(std::function<void()> work) {
+    run(normal_, std::move(work));
+}
+
+void ThreadPoolExecutor::runInBackgroundAtUtility(std::function<void()> work) {
+    run(utility_, std::move(work));
+}
+
+void ThreadPoolExecutor::run(Lane& lane, std::function<void()> work) {
     {
         std::lock_guard lock(mutex_);
-        background_.push_back(std::move(work));
+        lane.queue.push_back(std::move(work));
         ++busy_;
     }
-    workAvailable_.notify_one();
+    lane.workAvailable.notify_one();
 }
 
 void ThreadPoolExecutor::postToOwner(std::function<void()> task) {
@@ -42,14 +69,15 @@ void ThreadPoolExecutor::postToOwner(std::function<void()> task) {
     if (wakeup_) wakeup_();
 }
 
-void ThreadPoolExecutor::workerLoop(std::stop_token stop) {
+void ThreadPoolExecutor::workerLoop(Lane& lane, std::stop_token stop) {
     for (;;) {
         std::function<void()> job;
         {
             std::unique_lock lock(mutex_);
-            if (!workAvailable_.wait(lock, stop, [this] { return !background_.empty(); })) return;
-            job = std::move(background_.front());
-            background_.pop_front();
+            if (!lane.workAvailable.wait(lock, stop, [&lane] { return !lane.queue.empty(); }))
+                return;
+            job = std::move(lane.queue.front());
+            lane.queue.pop_front();
         }
         // An exception must not cross threads; background work reports failure by value,
         // so one arriving here is a bug worth a log line rather than a crash of the pool.

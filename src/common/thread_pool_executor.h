@@ -12,7 +12,9 @@
 
 namespace common {
 
-// A fixed pool of worker threads plus a queue of tasks for the owning thread.
+// A fixed pool of worker threads plus a queue of tasks for the owning thread. Utility work
+// has workers of its own, as many as the rest, which the system schedules at a lower
+// priority: they take what the others and the owner leave of the cores.
 // The owner runs its queue either by calling drain() (tests, the command line) or from
 // its event loop after the wakeup callback fires (the window).
 // Thread use: runInBackground/postToOwner from any thread; drain, runOwnerTasks and
@@ -26,6 +28,7 @@ class ThreadPoolExecutor final : public Executor {
     ThreadPoolExecutor& operator=(const ThreadPoolExecutor&) = delete;
 
     void runInBackground(std::function<void()> work) override;
+    void runInBackgroundAtUtility(std::function<void()> work) override;
     void postToOwner(std::function<void()> task) override;
 
     // Runs the owner tasks queued so far; answers how many ran.
@@ -42,12 +45,18 @@ class ThreadPoolExecutor final : public Executor {
     static std::size_t defaultThreadCount();
 
   private:
-    void workerLoop(std::stop_token stop);
+    struct Lane {
+        std::condition_variable_any workAvailable;
+        std::deque<std::function<void()>> queue;
+    };
+
+    void run(Lane& lane, std::function<void()> work);
+    void workerLoop(Lane& lane, std::stop_token stop);
 
     std::mutex mutex_;  // guards everything below up to workers_
-    std::condition_variable_any workAvailable_;
     std::condition_variable ownerAvailable_;
-    std::deque<std::function<void()>> background_;
+    Lane normal_;
+    Lane utility_;
     std::deque<std::function<void()>> owner_;
     std::size_t busy_ = 0;  // background jobs queued or running
     std::function<void()> wakeup_;

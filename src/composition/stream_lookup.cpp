@@ -18,7 +18,9 @@ struct FileStreams {
 };
 
 FileStreams readStreams(const std::filesystem::path& file) {
-    auto input = media::openInput(file);
+    // A build opens every file of a project; decoding each one's first frames would cost
+    // far more than the list of streams it needs.
+    auto input = media::openInput(file, media::StreamDetail::listed);
     if (!input) return {};
     FileStreams streams;
     if (const AVStream* video = media::firstStream(*input.value(), AVMEDIA_TYPE_VIDEO))

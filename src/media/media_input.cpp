@@ -64,7 +64,7 @@ int openRegularOnly(AVFormatContext* context, AVIOContext** pb, const char* url,
 
 }  // namespace
 
-common::Result<InputFormatPtr> openInput(const std::filesystem::path& path) {
+common::Result<InputFormatPtr> openInput(const std::filesystem::path& path, StreamDetail detail) {
     silenceLibraryLogs();
     // Checked here first so that the refusal says what the path is.
     if (auto file = RegularFile::open(path); !file)
@@ -82,6 +82,7 @@ common::Result<InputFormatPtr> openInput(const std::filesystem::path& path) {
     av_dict_free(&options);
     if (rc < 0) return avError(rc, "Cannot open " + path.string() + " as media");
     InputFormatPtr input{raw};
+    if (detail == StreamDetail::listed && !(input->ctx_flags & AVFMTCTX_NOHEADER)) return input;
     if (int rc = avformat_find_stream_info(input.get(), nullptr); rc < 0)
         return avError(rc, "Cannot read the streams of " + path.string());
     // Players show a picture in the pixel shape its container states where that differs

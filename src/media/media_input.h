@@ -9,9 +9,17 @@
 
 namespace media {
 
+// How far openInput reads into a file. `decoded`: the first packets of every stream are
+// decoded, so that each stream's parameters are complete (picture format, profile, the
+// codec's own pixel shape). `listed`: only what the container's header says, which names
+// every stream and its kind; a format that finds its streams only by reading packets (an
+// MPEG transport stream) is read as for `decoded`.
+enum class StreamDetail { decoded = 1, listed };
+
 // Opens a media file for reading and reads enough of it to know its streams. FFmpeg's
 // own logging is silenced for the process on first use: failures come back as Errors.
-common::Result<InputFormatPtr> openInput(const std::filesystem::path& path);
+common::Result<InputFormatPtr> openInput(const std::filesystem::path& path,
+                                         StreamDetail detail = StreamDetail::decoded);
 
 // The first stream of `type` in file order, or null. Cover art (an attached picture)
 // is not a video stream.

@@ -37,7 +37,7 @@ common::Result<model::Clip> probeClip(const std::filesystem::path& url,
     clip.fingerprint = fingerprint(input);
     if (auto claims = checkMediaClaims(clip); !claims) return claims.error();
     if (clip.hasVideo && thumbnail == ThumbnailPolicy::make)
-        clip.thumbnail = thumbnailAt(input, kThumbnailSeconds);
+        clip.thumbnail = thumbnailAt(input, kThumbnailSeconds, FramePrecision::keyframe);
     // A poster proves that the video decodes; without one the file must show it holds media.
     if (!clip.thumbnail)
         if (auto decodes = decodesFirstFrame(input); !decodes) return decodes.error();

@@ -346,37 +346,49 @@ void Project::applySnapshotEagerly(const VantrellSnapshot& s) {
 void Project::hydrateClips(std::vector<VantrellSnapshotClip> records) {
     assert(!hydrating_ && "one hydration at a time: both would walk the same records");
     hydrating_ = std::move(records);
-    hydrateNext(std::make_shared<std::vector<Clip>>(), 0);
+    // One job probes the files one after the other and hands back all of them: waking the
+    // owning thread between two probes would only wait for it, as nothing shows before the
+    // last one.
+    runMediaTask(
+        [media = context_.media, records = *hydrating_, folder = fileFolder_,
+         alive = std::weak_ptr<int>(alive_)] {
+            std::vector<std::pair<std::filesystem::path, common::Result<Clip>>> probed;
+            probed.reserve(records.size());
+            for (const auto& record : records) {
+                // The window closed: nobody is left to take the rest.
+                if (alive.expired()) break;
+                auto url = currentLocation(*media, record, folder);
+                probed.emplace_back(url,
+                                    probeRecordLocation(*media, url, record.bookmark, record.id));
+            }
+            return probed;
+        },
+        [this](std::vector<std::pair<std::filesystem::path, common::Result<Clip>>> probed) {
+            finishHydration(std::move(probed));
+        });
 }
 
-void Project::hydrateNext(std::shared_ptr<std::vector<Clip>> done, std::size_t index) {
-    if (index < hydrating_->size()) {
-        auto record = (*hydrating_)[index];
-        runMediaTask(
-            [media = context_.media, record, folder = fileFolder_] {
-                auto url = currentLocation(*media, record, folder);
-                return std::pair(url, probeRecordLocation(*media, url, record.bookmark, record.id));
-            },
-            [this, done, index, record](std::pair<std::filesystem::path, common::Result<Clip>> r) {
-                auto& [url, probed] = r;
-                if (probed) {
-                    Clip c = std::move(probed).value();
-                    applyEditDecisions(record, c);
-                    done->push_back(std::move(c));
-                } else {
-                    std::string name = url.filename().string();
-                    // A NUL from a damaged URL would end the log line early.
-                    std::replace(name.begin(), name.end(), '\0', '?');
-                    common::logLine("Vantrell: missing media for " + name +
-                                    " — preserving as placeholder");
-                    done->push_back(Clip::missingPlaceholder(record));
-                }
-                hydrateNext(done, index + 1);
-            });
-        return;
+void Project::finishHydration(
+    std::vector<std::pair<std::filesystem::path, common::Result<Clip>>> probed) {
+    std::vector<Clip> done;
+    done.reserve(probed.size());
+    for (std::size_t i = 0; i < probed.size(); ++i) {
+        const auto& record = (*hydrating_)[i];
+        auto& [url, clip] = probed[i];
+        if (clip) {
+            Clip c = std::move(clip).value();
+            applyEditDecisions(record, c);
+            done.push_back(std::move(c));
+        } else {
+            std::string name = url.filename().string();
+            // A NUL from a damaged URL would end the log line early.
+            std::replace(name.begin(), name.end(), '\0', '?');
+            common::logLine("Vantrell: missing media for " + name + " — preserving as placeholder");
+            done.push_back(Clip::missingPlaceholder(record));
+        }
     }
     hydrating_.reset();
-    setClips(std::move(*done));
+    setClips(std::move(done));
     // A placeholder has no file to read.
     for (const auto& c : clips_) {
         if (c.isMissing) continue;

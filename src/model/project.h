@@ -306,7 +306,9 @@ class Project {
     void swapInClips(std::vector<Clip> clips, std::vector<Clip>& previous);
     void importNext(std::shared_ptr<const std::vector<std::filesystem::path>> urls,
                     std::size_t index);
-    void hydrateNext(std::shared_ptr<std::vector<Clip>> done, std::size_t index);
+    // Assigns the clips probed for the records being hydrated, in their order.
+    void finishHydration(
+        std::vector<std::pair<std::filesystem::path, common::Result<Clip>>> probed);
     struct PasteRun;
     void pasteNext(std::shared_ptr<PasteRun> run, std::size_t index);
     void writeClipsToPasteboard(const std::vector<Clip>& clips);
@@ -317,16 +319,18 @@ class Project {
     // Runs `work` in the background, then `done` on the owning thread only if this project
     // still exists then. Defined here because every file of the project's edits uses it.
     template <typename Work, typename Done>
-    void runMediaTask(Work work, Done done) {
+    void runMediaTask(Work work, Done done, common::Priority priority = common::Priority::normal) {
         assert(context_.executor && context_.media &&
                "a project that does media work needs a context");
         std::weak_ptr<int> alive = alive_;
-        common::runAsync(*context_.executor, std::move(work),
-                         [alive, done = std::move(done)](auto result) mutable {
-                             // A window closed meanwhile: the project is gone, drop the result.
-                             if (alive.expired()) return;
-                             done(std::move(result));
-                         });
+        common::runAsync(
+            *context_.executor, std::move(work),
+            [alive, done = std::move(done)](auto result) mutable {
+                // A window closed meanwhile: the project is gone, drop the result.
+                if (alive.expired()) return;
+                done(std::move(result));
+            },
+            priority);
     }
 
     ProjectContext context_;

@@ -35,16 +35,22 @@ void Project::enrichAssetsAsync(const common::Uuid& id) {
         return now && now->url == url;
     };
 
-    // The two tasks run side by side, and neither waits for the other.
+    // The two tasks run side by side, and neither waits for the other. Both give way to
+    // the rest of the program: a window opening a project asks for every clip's pictures at
+    // once, and its preview and its own thread come first.
+    constexpr auto kGivingWay = common::Priority::utility;
     if (c->hasVideo) {
         auto makeFilmstrip = [media = context_.media, url, seconds] {
             return media->generateFilmstrip(url, seconds);
         };
-        runMediaTask(makeFilmstrip, [this, id, stillShows](std::vector<Image> frames) {
-            // A failed filmstrip leaves the clip as it stood: without pictures.
-            if (frames.empty() || !stillShows()) return;
-            updateClip(id, [&](Clip& w) { w.filmstrip = std::move(frames); });
-        });
+        runMediaTask(
+            makeFilmstrip,
+            [this, id, stillShows](std::vector<Image> frames) {
+                // A failed filmstrip leaves the clip as it stood: without pictures.
+                if (frames.empty() || !stillShows()) return;
+                updateClip(id, [&](Clip& w) { w.filmstrip = std::move(frames); });
+            },
+            kGivingWay);
     }
     if (c->hasAudio) {
         runMediaTask(
@@ -62,7 +68,8 @@ void Project::enrichAssetsAsync(const common::Uuid& id) {
                     w.waveform = std::move(result->image);
                     w.waveformPeaks = std::move(result->peaks);
                 });
-            });
+            },
+            kGivingWay);
     }
 }
 

@@ -6,6 +6,9 @@
 #include <thread>
 #include <vector>
 
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <gtest/gtest.h>
 
 namespace {
@@ -61,6 +64,17 @@ TEST(ThreadPoolExecutor, OwnerTasksWaitForTheOwnerEachPostWakesItAndAThrowingJob
         single, [] { return 7; }, [&](int v) { after = v; });
     single.drain();
     EXPECT_EQ(after, 7);
+}
+
+TEST(ThreadPoolExecutor, UtilityWorkRunsAtALowerPriorityAndDrainWaitsForIt) {
+    ThreadPoolExecutor executor(1);
+    const auto niceOfThisThread = [] { return getpriority(PRIO_PROCESS, gettid()); };
+    int normal = 0, utility = 0;
+    common::runAsync(executor, niceOfThisThread, [&](int nice) { normal = nice; });
+    common::runAsync(
+        executor, niceOfThisThread, [&](int nice) { utility = nice; }, common::Priority::utility);
+    executor.drain();
+    EXPECT_GT(utility, normal);
 }
 
 }  // namespace

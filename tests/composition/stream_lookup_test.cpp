@@ -22,6 +22,10 @@ TEST(MediaStreamLookup, AnswersTheFirstStreamOfEachKindButNoCoverArt) {
         "render_cover.mp3", render_test::kTone +
                                 "-f lavfi -i color=c=red:size=64x64 -map 0 -map 1 -t 1 "
                                 "-frames:v 1 -c:a libmp3lame -c:v png -disposition:v attached_pic");
+    // A transport stream names its streams only in its packets.
+    const auto transport =
+        makeMedia("render_transport.ts", "-i " + quote(sample_media::h264Mp4().string()) +
+                                             " -map 0:a -map 0:v -c copy -f mpegts");
     const auto lookup = composition::mediaStreamLookup();
     const std::optional<int> none;
     for (const auto& [file, video, audio] :
@@ -29,6 +33,7 @@ TEST(MediaStreamLookup, AnswersTheFirstStreamOfEachKindButNoCoverArt) {
           {render_test::toneWav(), none, 0},
           {twoPictures, 1, 0},
           {cover, none, 0},
+          {transport, 1, 0},
           {testing_support::scratchDir() / "render_no_such_file.mp4", none, none}}) {
         EXPECT_EQ(lookup(file, MediaKind::video), video) << file;
         EXPECT_EQ(lookup(file, MediaKind::audio), audio) << file;

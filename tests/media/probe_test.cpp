@@ -15,6 +15,7 @@
 #include <gtest/gtest.h>
 
 #include "media/filmstrip.h"
+#include "media/media_input.h"
 #include "media/sample_media.h"
 #include "media/thumbnail.h"
 #include "media/waveform.h"
@@ -242,7 +243,7 @@ fs::path turningRed(const std::string& name, int firstRed, const std::string& le
                                ")'\" -c:v libx264 -preset superfast -bf 2 -g 300 -pix_fmt yuv420p");
 }
 
-TEST(Thumbnail, IsUprightAndShowsTheFrameAtATenthOfASecondOrTheLast) {
+TEST(Thumbnail, IsUprightAndShowsTheKeyframeOrTheFrameAtATenthOfASecond) {
     // Turned a quarter clockwise, the red left bar of the picture runs along the top.
     const auto clockwise = thumbnailOf(samples::turned(90));
     ASSERT_TRUE(clockwise);
@@ -253,10 +254,22 @@ TEST(Thumbnail, IsUprightAndShowsTheFrameAtATenthOfASecondOrTheLast) {
     EXPECT_TRUE(samples::isRed(samples::pixel(*counter, counter->width / 2, counter->height - 4)));
 
     // At 30 frames per second frame 3 starts at 0.1 s; a clip shorter than that gives its
-    // last frame.
+    // last frame. Asked for exactly, the frame showing then comes.
     for (const auto& [file, red] : {std::pair{turningRed("red_from_frame3.mp4", 3, "-t 1"), true},
                                     {turningRed("red_from_frame4.mp4", 4, "-t 1"), false},
                                     {turningRed("two_frames.mp4", 1, "-frames:v 2"), true}}) {
+        auto input = media::openInput(file);
+        ASSERT_TRUE(input) << input.error().message;
+        const auto frame = media::thumbnailAt(*input.value(), 0.1);
+        ASSERT_TRUE(frame);
+        const auto centre = samples::pixel(*frame, 80, 60);
+        EXPECT_TRUE(red ? samples::isRed(centre) : samples::isBlue(centre)) << file;
+    }
+    // The poster is the keyframe at or before then: blue before a red frame 3, red where
+    // frame 3 is itself a keyframe.
+    for (const auto& [file, red] :
+         {std::pair{turningRed("red_from_frame3.mp4", 3, "-t 1"), false},
+          {turningRed("red_keyframe.mp4", 3, "-t 1 -force_key_frames 0.1"), true}}) {
         const auto poster = thumbnailOf(file);
         ASSERT_TRUE(poster);
         const auto centre = samples::pixel(*poster, 80, 60);
