@@ -153,21 +153,30 @@ common::Result<std::pair<std::vector<std::uint8_t>, std::uint64_t>> relocated(co
     }
 }
 
+// The movie box at `box`, read and changed by `edit`.
+common::Result<Mp4Box> editedMovieBox(int fd, const TopLevelBox& box,
+                                      const std::function<common::Status(Mp4Box& moov)>& edit,
+                                      const fs::path& path) {
+    std::vector<std::uint8_t> bytes(box.size);
+    if (auto read = readAt(fd, bytes, box.offset, path); !read) return read.error();
+    auto parsed = parseMp4Boxes(bytes);
+    if (!parsed)
+        return common::Error{"The movie box of " + path.string() + " is broken. " +
+                             parsed.error().message};
+    Mp4Box moov = std::move(parsed->front());
+    if (auto edited = edit(moov); !edited) return edited.error();
+    return moov;
+}
+
 // Edits the movie box where the muxer wrote it, in front of the media data with the room
 // kept for it after it as free boxes; the room takes up what the box gains or loses.
 common::Status editInRoom(int fd, const TopLevelBox& moovBox, std::uint64_t room,
                           const std::function<common::Status(Mp4Box& moov)>& edit,
                           const fs::path& path) {
-    std::vector<std::uint8_t> moovBytes(moovBox.size);
-    if (auto read = readAt(fd, moovBytes, moovBox.offset, path); !read) return read;
-    auto parsed = parseMp4Boxes(moovBytes);
-    if (!parsed)
-        return common::Error{"The movie box of " + path.string() + " is broken. " +
-                             parsed.error().message};
-    Mp4Box moov = std::move(parsed->front());
-    if (auto edited = edit(moov); !edited) return edited;
+    auto moov = editedMovieBox(fd, moovBox, edit, path);
+    if (!moov) return moov.error();
     std::vector<std::uint8_t> bytes;
-    appendMp4Box(bytes, moov);
+    appendMp4Box(bytes, *moov);
     if (bytes.size() != room) {
         if (bytes.size() + kFreeHeader > room)
             return common::Error{"The movie box of " + path.string() +
@@ -251,14 +260,9 @@ common::Status moveMovieBoxToFront(const fs::path& path,
     const TopLevelBox ftyp = boxes->front();
     const TopLevelBox moovAtEnd = boxes->back();
 
-    std::vector<std::uint8_t> moovBytes(moovAtEnd.size);
-    if (auto read = readAt(file.get(), moovBytes, moovAtEnd.offset, path); !read) return read;
-    auto parsed = parseMp4Boxes(moovBytes);
-    if (!parsed)
-        return common::Error{"The movie box of " + path.string() + " is broken. " +
-                             parsed.error().message};
-    Mp4Box moov = std::move(parsed->front());
-    if (auto edited = edit(moov); !edited) return edited;
+    auto edited = editedMovieBox(file.get(), moovAtEnd, edit, path);
+    if (!edited) return edited.error();
+    const Mp4Box moov = std::move(edited).value();
 
     // Preferred layout: a hole of whole file-system blocks opens at the start; it takes the
     // file type box, the movie box and a free box that runs up to the old media data,
