@@ -83,8 +83,13 @@ common::Result<InputFormatPtr> openInput(const std::filesystem::path& path, Stre
     if (rc < 0) return avError(rc, "Cannot open " + path.string() + " as media");
     InputFormatPtr input{raw};
     if (detail == StreamDetail::listed && !(input->ctx_flags & AVFMTCTX_NOHEADER)) return input;
-    if (int rc = avformat_find_stream_info(input.get(), nullptr); rc < 0)
-        return avError(rc, "Cannot read the streams of " + path.string());
+    // One decoder thread a stream is plenty for the few frames read here; a thread a core
+    // would each set up its own pictures first.
+    std::vector<AVDictionary*> perStream(input->nb_streams, nullptr);
+    for (auto& streamOptions : perStream) av_dict_set(&streamOptions, "threads", "1", 0);
+    const int found = avformat_find_stream_info(input.get(), perStream.data());
+    for (auto& streamOptions : perStream) av_dict_free(&streamOptions);
+    if (found < 0) return avError(found, "Cannot read the streams of " + path.string());
     // Players show a picture in the pixel shape its container states where that differs
     // from its bitstream's (a phone's slow-motion file says 27:64 inside and 1:1 outside),
     // so whatever reads the codec parameters sees that shape.
