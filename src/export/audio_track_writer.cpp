@@ -90,6 +90,20 @@ common::Result<media::CodecContextPtr> openAlacEncoder(const AVCodecParameters& 
     return context;
 }
 
+// An empty frame of `samples` samples in the sound form `encoder` takes.
+common::Result<media::FramePtr> frameFor(const AVCodecContext& encoder, std::int64_t samples) {
+    media::FramePtr frame{av_frame_alloc()};
+    if (!frame) return media::avError(AVERROR(ENOMEM), "Cannot make a frame of sound");
+    frame->format = encoder.sample_fmt;
+    frame->sample_rate = encoder.sample_rate;
+    frame->nb_samples = static_cast<int>(samples);
+    if (int rc = av_channel_layout_copy(&frame->ch_layout, &encoder.ch_layout); rc < 0)
+        return media::avError(rc, "Cannot make a frame of sound");
+    if (int rc = av_frame_get_buffer(frame.get(), 0); rc < 0)
+        return media::avError(rc, "Cannot make a frame of sound");
+    return frame;
+}
+
 // `frame` coded as one packet by an encoder that takes nothing more.
 common::Result<media::PacketPtr> encodeOnce(AVCodecContext& encoder, const AVFrame& frame) {
     media::PacketPtr packet{av_packet_alloc()};
@@ -423,35 +437,24 @@ common::Result<media::PacketPtr> AudioTrackWriter::recode(const AVPacket& packet
     if (!encoder) return encoder.error();
     if (decoded->format != (*encoder)->sample_fmt || skip + count > decoded->nb_samples)
         return common::Error{what + ": a frame decodes to other samples than it says."};
-    media::FramePtr part{av_frame_alloc()};
-    if (!part) return media::avError(AVERROR(ENOMEM), what);
-    part->format = decoded->format;
-    part->sample_rate = decoded->sample_rate;
-    part->nb_samples = static_cast<int>(count);
-    if (int rc = av_channel_layout_copy(&part->ch_layout, &(*encoder)->ch_layout); rc < 0)
-        return media::avError(rc, what);
-    if (int rc = av_frame_get_buffer(part.get(), 0); rc < 0) return media::avError(rc, what);
-    av_samples_copy(part->extended_data, decoded->extended_data, 0, static_cast<int>(skip),
-                    static_cast<int>(count), part->ch_layout.nb_channels,
-                    static_cast<AVSampleFormat>(part->format));
-    return encodeOnce(**encoder, *part);
+    auto part = frameFor(**encoder, count);
+    if (!part) return part.error();
+    AVFrame& kept = *part.value();
+    av_samples_copy(kept.extended_data, decoded->extended_data, 0, static_cast<int>(skip),
+                    static_cast<int>(count), kept.ch_layout.nb_channels,
+                    static_cast<AVSampleFormat>(kept.format));
+    return encodeOnce(**encoder, kept);
 }
 
 common::Result<media::PacketPtr> AudioTrackWriter::recodedSilence(std::int64_t samples) {
     auto encoder = openAlacEncoder(parameters_);
     if (!encoder) return encoder.error();
-    media::FramePtr frame{av_frame_alloc()};
-    if (!frame) return media::avError(AVERROR(ENOMEM), "Cannot make silence");
-    frame->format = (*encoder)->sample_fmt;
-    frame->sample_rate = parameters_.sample_rate;
-    frame->nb_samples = static_cast<int>(samples);
-    if (int rc = av_channel_layout_copy(&frame->ch_layout, &(*encoder)->ch_layout); rc < 0)
-        return media::avError(rc, "Cannot make silence");
-    if (int rc = av_frame_get_buffer(frame.get(), 0); rc < 0)
-        return media::avError(rc, "Cannot make silence");
-    av_samples_set_silence(frame->extended_data, 0, frame->nb_samples, frame->ch_layout.nb_channels,
+    auto frame = frameFor(**encoder, samples);
+    if (!frame) return frame.error();
+    AVFrame& quiet = *frame.value();
+    av_samples_set_silence(quiet.extended_data, 0, quiet.nb_samples, quiet.ch_layout.nb_channels,
                            (*encoder)->sample_fmt);
-    return encodeOnce(**encoder, *frame);
+    return encodeOnce(**encoder, quiet);
 }
 
 }  // namespace exporting

@@ -243,8 +243,8 @@ common::Status moveMovieBoxToFront(const fs::path& path,
 
     auto boxes = scanTopLevel(file.get(), fileSize, path);
     if (!boxes) return boxes.error();
-    if (boxes->size() >= 3 && (*boxes)[1].type == fourCC("moov") &&
-        (*boxes)[2].type == fourCC("free")) {
+    if (boxes->size() >= 3 && boxes->front().type == fourCC("ftyp") &&
+        (*boxes)[1].type == fourCC("moov") && (*boxes)[2].type == fourCC("free")) {
         std::uint64_t room = 0;
         for (auto box = boxes->begin() + 1;
              box != boxes->end() && (box->type == fourCC("moov") || box->type == fourCC("free"));
