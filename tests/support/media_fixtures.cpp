@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iterator>
 #include <memory>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -94,10 +95,37 @@ std::string ffprobe(const std::filesystem::path& file, const std::string& args) 
                     quote(file.string()) + " 2>/dev/null");
 }
 
+namespace {
+
+// Removes the run's work folders once every test has passed; a failed run keeps them to
+// look at. Without this each run (a process per test under ctest) leaves its folders.
+class WorkFolders : public ::testing::Environment {
+  public:
+    void add(std::filesystem::path dir) { dirs_.push_back(std::move(dir)); }
+    void TearDown() override {
+        if (!::testing::UnitTest::GetInstance()->Passed()) return;
+        std::error_code ignored;
+        for (const auto& dir : dirs_) std::filesystem::remove_all(dir, ignored);
+    }
+
+  private:
+    std::vector<std::filesystem::path> dirs_;
+};
+
+WorkFolders& workFolders() {
+    // gtest owns the environment and deletes it after the run.
+    static auto* folders =
+        static_cast<WorkFolders*>(::testing::AddGlobalTestEnvironment(new WorkFolders));
+    return *folders;
+}
+
+}  // namespace
+
 std::filesystem::path freshDir(const std::string& name) {
     auto dir = scratchDir() / "work" / (name + "-" + std::to_string(::getpid()));
     std::filesystem::remove_all(dir);
     std::filesystem::create_directories(dir);
+    workFolders().add(dir);
     return dir;
 }
 
