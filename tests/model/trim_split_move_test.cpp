@@ -111,7 +111,6 @@ TEST(TrimSplitMove, NudgesStepByTheClipsFramesAndPlayingRewindsFromTheEnd) {
     EXPECT_EQ(p.clip(fast.id)->startOnTimeline, 1);
     EXPECT_EQ(lastStep(p), (Step{"Nudge Clip", 1}));
     EXPECT_EQ(r.didChangeCalls, 2) << "once before the write, once with the token";
-    EXPECT_EQ(p.playheadGlobal(), 5) << "a nudge does not clamp the playhead";
     p.nudgeSelectedClipByFrames(-50);
     EXPECT_EQ(p.clip(slow.id)->startOnTimeline, 0);
     p.setSelectedClipID(audio.id);
