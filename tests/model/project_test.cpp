@@ -109,7 +109,7 @@ TEST(Project, ADragIsOneStepThatCommitsInOrderOrCancelsWithoutTrace) {
     EXPECT_FALSE(p.trimReadout() || p.dragLandingX());
 }
 
-TEST(Project, AWriteTellsItsFieldOnlyWhenTheValueChangesAndMarksNothing) {
+TEST(Project, AWriteTellsItsFieldOnlyWhenTheValueChangesAndOnlyInsetsAndFramingMarkTheDocument) {
     using F = ProjectField;
     Project p;
     Clip a = clipAt(0, 4);
@@ -155,10 +155,7 @@ TEST(Project, AWriteTellsItsFieldOnlyWhenTheValueChangesAndMarksNothing) {
     p.setZoomFactor(2);
     p.setZoomFactor(3);
     EXPECT_EQ(heard, 1);
-}
 
-TEST(Project, InsetAndFramingWritesMarkTheDocumentBeforeStoringAndOnlyAModeChangeRaisesTheToken) {
-    Project p;
     std::vector<double> seen;
     p.didChange = [&] { seen.push_back(p.cropInsetLeading()); };
     p.setCropInsetLeading(0.2);
