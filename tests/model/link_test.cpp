@@ -30,7 +30,7 @@ Clip merged(Clip c) {
     return c;
 }
 
-TEST(Links, RelinkMergesIntoTheVideoMemberInItsPlaceAndMovesTheSelectionToIt) {
+TEST(Links, StatesFollowStreamsAndGroupsAndRelinkMergesIntoTheVideoMemberTakingTheSelection) {
     Clip videoFile = clipAt(0, 2, true, false);
     Uuid group = Uuid::random();
     Clip video = half(2, 6, StreamMask::videoOnly, group);
