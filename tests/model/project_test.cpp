@@ -239,13 +239,11 @@ TEST_F(ProjectTest, ImportPlacesEachFileBehindWhateverEndsLastAsItArrivesUnderOn
 }
 
 // All background work comes back through one guard, so one kind of work stands for all.
-TEST(ProjectLifetime, AProjectDestroyedBeforeItsWorkLandsIsLeftAlone) {
-    auto media = std::make_shared<FakeMediaServices>();
+TEST_F(ProjectTest, AProjectDestroyedBeforeItsWorkLandsIsLeftAlone) {
     media->add("/m/a.mov", 4);
-    common::ThreadPoolExecutor executor(2);
-    auto project = std::make_unique<Project>(model::ProjectContext{&executor, media});
-    project->importURLs({"/m/a.mov", "/m/a.mov"});
-    project.reset();
+    auto doomed = std::make_unique<Project>(model::ProjectContext{&executor, media});
+    doomed->importURLs({"/m/a.mov", "/m/a.mov"});
+    doomed.reset();
     executor.drain();
 }
 
