@@ -15,7 +15,7 @@ namespace {
 
 using common::ThreadPoolExecutor;
 
-TEST(ThreadPoolExecutor, WorkRunsInTheBackgroundAndChainedResultsLandInOrderOnTheOwner) {
+TEST(ThreadPoolExecutor, WorkRunsInTheBackgroundUtilityWorkLowerAndResultsInOrderOnTheOwner) {
     ThreadPoolExecutor executor(3);
     const auto owner = std::this_thread::get_id();
     std::vector<int> arrived;
@@ -38,6 +38,14 @@ TEST(ThreadPoolExecutor, WorkRunsInTheBackgroundAndChainedResultsLandInOrderOnTh
     ASSERT_EQ(arrived.size(), 20u);
     for (int i = 0; i < 20; ++i) EXPECT_EQ(arrived[i], i + 1);
     EXPECT_TRUE(workOffOwner && resultsOnOwner);
+
+    const auto niceOfThisThread = [] { return getpriority(PRIO_PROCESS, gettid()); };
+    int normal = 0, utility = 0;
+    common::runAsync(executor, niceOfThisThread, [&](int nice) { normal = nice; });
+    common::runAsync(
+        executor, niceOfThisThread, [&](int nice) { utility = nice; }, common::Priority::utility);
+    executor.drain();
+    EXPECT_GT(utility, normal);
 }
 
 TEST(ThreadPoolExecutor, OwnerTasksWaitForTheOwnerEachPostWakesItAndAThrowingJobIsLogged) {
@@ -64,17 +72,6 @@ TEST(ThreadPoolExecutor, OwnerTasksWaitForTheOwnerEachPostWakesItAndAThrowingJob
         single, [] { return 7; }, [&](int v) { after = v; });
     single.drain();
     EXPECT_EQ(after, 7);
-}
-
-TEST(ThreadPoolExecutor, UtilityWorkRunsAtALowerPriorityAndDrainWaitsForIt) {
-    ThreadPoolExecutor executor(1);
-    const auto niceOfThisThread = [] { return getpriority(PRIO_PROCESS, gettid()); };
-    int normal = 0, utility = 0;
-    common::runAsync(executor, niceOfThisThread, [&](int nice) { normal = nice; });
-    common::runAsync(
-        executor, niceOfThisThread, [&](int nice) { utility = nice; }, common::Priority::utility);
-    executor.drain();
-    EXPECT_GT(utility, normal);
 }
 
 }  // namespace

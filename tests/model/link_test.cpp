@@ -30,19 +30,8 @@ Clip merged(Clip c) {
     return c;
 }
 
-TEST(Links, AClipWithBothStreamsIsLinkedAndAGroupMemberUnlinked) {
-    Project p;
-    Clip both = clipAt(0, 2), videoFile = clipAt(0, 2, true, false);
-    Clip grouped = half(0, 2, StreamMask::audioOnly, Uuid::random());
-    p.setClips({both, videoFile, grouped});
-    EXPECT_EQ(p.linkState(both.id), ClipLinkState::linked);
-    EXPECT_EQ(p.linkState(videoFile.id), ClipLinkState::none) << "both on a one-stream file";
-    EXPECT_EQ(p.linkState(grouped.id), ClipLinkState::unlinked);
-    p.toggleLinkAV(videoFile.id);
-    EXPECT_EQ(lastStep(p), Step{}) << "nothing to link";
-}
-
-TEST(Links, RelinkMergesIntoTheVideoMemberInItsPlaceAndMovesTheSelectionToIt) {
+TEST(Links, StatesFollowStreamsAndGroupsAndRelinkMergesIntoTheVideoMemberTakingTheSelection) {
+    Clip videoFile = clipAt(0, 2, true, false);
     Uuid group = Uuid::random();
     Clip video = half(2, 6, StreamMask::videoOnly, group);
     video.rateMultiplier = 1.5;
@@ -52,6 +41,13 @@ TEST(Links, RelinkMergesIntoTheVideoMemberInItsPlaceAndMovesTheSelectionToIt) {
     Clip first = half(3, 2, StreamMask::audioOnly, group);
     Clip second = half(7, 2, StreamMask::audioOnly, group);
     Project p;
+    p.setClips({x, half(0, 2, StreamMask::audioOnly, Uuid::random()), videoFile});
+    EXPECT_EQ(
+        std::tuple(p.linkState(x.id), p.linkState(p.clips()[1].id), p.linkState(videoFile.id)),
+        std::tuple(ClipLinkState::linked, ClipLinkState::unlinked, ClipLinkState::none))
+        << "a one-stream file is neither";
+    p.toggleLinkAV(videoFile.id);
+    EXPECT_EQ(lastStep(p), Step{}) << "nothing to link";
     for (auto [before, toggled, after] :
          {std::tuple{std::vector{x, audio, video}, audio.id, std::vector{x, merged(video)}},
           {std::vector{first, second}, second.id, std::vector{merged(first)}}}) {

@@ -28,10 +28,6 @@ void edit(Project& p, const std::string& name, std::vector<Clip> clips) {
     p.commitEdit();
 }
 
-VantrellSnapshotClip record(const std::filesystem::path& url, double in, double out, double start) {
-    return {Uuid::random(), url, {}, in, out, start};
-}
-
 TEST(Project, UndoAndRedoSwapClipsRaiseTheTokenAndClampThePlayheadBackwardOnly) {
     Project p;
     p.setPlayheadGlobal(50);
@@ -109,7 +105,7 @@ TEST(Project, ADragIsOneStepThatCommitsInOrderOrCancelsWithoutTrace) {
     EXPECT_FALSE(p.trimReadout() || p.dragLandingX());
 }
 
-TEST(Project, AWriteTellsItsFieldOnlyWhenTheValueChangesAndMarksNothing) {
+TEST(Project, AWriteTellsItsFieldOnlyWhenTheValueChangesAndOnlyInsetsAndFramingMarkTheDocument) {
     using F = ProjectField;
     Project p;
     Clip a = clipAt(0, 4);
@@ -155,10 +151,7 @@ TEST(Project, AWriteTellsItsFieldOnlyWhenTheValueChangesAndMarksNothing) {
     p.setZoomFactor(2);
     p.setZoomFactor(3);
     EXPECT_EQ(heard, 1);
-}
 
-TEST(Project, InsetAndFramingWritesMarkTheDocumentBeforeStoringAndOnlyAModeChangeRaisesTheToken) {
-    Project p;
     std::vector<double> seen;
     p.didChange = [&] { seen.push_back(p.cropInsetLeading()); };
     p.setCropInsetLeading(0.2);
@@ -246,33 +239,32 @@ TEST_F(ProjectTest, ImportPlacesEachFileBehindWhateverEndsLastAsItArrivesUnderOn
 }
 
 // All background work comes back through one guard, so one kind of work stands for all.
-TEST(ProjectLifetime, AProjectDestroyedBeforeItsWorkLandsIsLeftAlone) {
-    auto media = std::make_shared<FakeMediaServices>();
+TEST_F(ProjectTest, AProjectDestroyedBeforeItsWorkLandsIsLeftAlone) {
     media->add("/m/a.mov", 4);
-    common::ThreadPoolExecutor executor(2);
-    auto project = std::make_unique<Project>(model::ProjectContext{&executor, media});
-    project->importURLs({"/m/a.mov", "/m/a.mov"});
-    project.reset();
+    auto doomed = std::make_unique<Project>(model::ProjectContext{&executor, media});
+    doomed->importURLs({"/m/a.mov", "/m/a.mov"});
+    doomed.reset();
     executor.drain();
 }
 
 TEST_F(ProjectTest, HydrationProbesEveryRecordAndAssignsTheClipsInOneStep) {
     media->add("/m/a.mov", 3);
     media->add("/new/b.mov", 5);
-    auto edited = record("/m/a.mov", 1, 8, 5);  // the file got shorter since it was saved
+    // The file got shorter since it was saved.
+    VantrellSnapshotClip edited{Uuid::random(), "/m/a.mov", {}, 1, 8, 5};
     edited.streamMask = model::StreamMask::videoOnly;
     edited.linkGroupID = Uuid::random();
     edited.rateMultiplier = 2;
-    auto lost = record("/m/Lost Take.mov", 1, 2, 3);
+    VantrellSnapshotClip lost{Uuid::random(), "/m/Lost Take.mov", {}, 1, 2, 3};
     lost.isReversed = true;
-    auto moved = record("/old/b.mov", 0, 5, 0);
+    VantrellSnapshotClip moved{Uuid::random(), "/old/b.mov", {}, 0, 5, 0};
     moved.bookmark = model::Bytes{'b'};
     media->moveBookmarkTarget(*moved.bookmark, "/new/b.mov");
-    auto movedAway = record("/old/c.mov", 0, 5, 0);
+    VantrellSnapshotClip movedAway{Uuid::random(), "/old/c.mov", {}, 0, 5, 0};
     movedAway.bookmark = model::Bytes{'c'};
     media->moveBookmarkTarget(*movedAway.bookmark, "/new/renamed.mov");
     // A NUL decoded from a damaged URL must not cut the path short.
-    auto damaged = record(std::string("/m/a\0b.mov", 10), 0, 3, 2);
+    VantrellSnapshotClip damaged{Uuid::random(), std::string("/m/a\0b.mov", 10), {}, 0, 3, 2};
     media->add("/m/a", 9);
     project.setFileLocation("/projects/film/cut.vantrell");
     Recorder r(project);

@@ -57,7 +57,8 @@ TEST(RetimeReverse, ARetimeWritesOnlyTheRateOfTheSelectionHeldBetweenATenthAndTe
     EXPECT_EQ(lastStep(p), (Step{"Retime Clips", 3}));
     EXPECT_EQ(placement(*p.clip(a.id)), (Placement{0, 8, 0}));
     EXPECT_EQ(p.clip(b.id)->startOnTimeline, 8) << "no ripple";
-    EXPECT_EQ(std::pair(p.clip(a.id)->rateMultiplier, untouched.rateMultiplier), std::pair(4., 1.));
+    EXPECT_EQ(std::pair(p.clip(a.id)->rateMultiplier, p.clip(untouched.id)->rateMultiplier),
+              std::pair(4., 1.));
 
     // A common rate within a ten-thousandth; reversed if all are.
     EXPECT_EQ(p.commonRateOfSelection(), 4);
@@ -156,7 +157,6 @@ TEST_F(RetimeReverseTest, TurningAClipBackwardKeepsItsStretchUntilTheRenderLands
               std::tuple(1., 5.));
     EXPECT_EQ(lastStep(project), (Step{"Reverse Clip", 2})) << "the render records no history";
     EXPECT_EQ(renders(*media), (std::vector<std::pair<double, double>>{{1, 5}}));
-    EXPECT_EQ(media->renderCalls()[0].url, "/m/walk.mov");
 
     project.setOut(c.id, 3);  // a trim made while reversed, in the render's time
     project.setPlayheadGlobal(50);

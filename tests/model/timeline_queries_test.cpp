@@ -28,7 +28,7 @@ Clip rated(Clip c, double frameRate, double rateMultiplier = 1) {
     return c;
 }
 
-TEST(TimelineQueries, PlacesRunFromTheStartToBeforeTheEndAtTheClipsRateWithTheTopClipWinning) {
+TEST(TimelineQueries, PlacesRunFromTheStartToBeforeTheEndAtTheClipsRateAndEveryEdgeSnaps) {
     Project p;
     Clip c = rated(clipAt(2, 8), 25, 2);
     c.inSeconds = 2;
@@ -40,7 +40,12 @@ TEST(TimelineQueries, PlacesRunFromTheStartToBeforeTheEndAtTheClipsRateWithTheTo
     EXPECT_EQ(p.clipIDAt(2), c.id);
     EXPECT_EQ(p.clipIDAt(5), std::nullopt);
     p.setClips({c, masked(clipAt(0, 8), StreamMask::audioOnly)});
-    EXPECT_NE(p.clipIDAt(3), c.id) << "on any row";
+    EXPECT_NE(p.clipIDAt(3), c.id) << "the top clip wins on any row";
+    p.setPlayheadGlobal(1.5);
+    EXPECT_EQ(p.snapTargets(std::nullopt), (std::vector<double>{0, 1.5, 2, 5, 0, 8}));
+    EXPECT_EQ(p.snapTargets(c.id), (std::vector<double>{0, 1.5, 0, 8})) << "duplicates kept";
+    p.setCropInsetTrailing(0.05);
+    EXPECT_TRUE(p.hasCrop());
     p.setClips({c, Clip::missingPlaceholder({Uuid::random(), "/gone.mov", {}, 0, 3, 6}), below});
     EXPECT_DOUBLE_EQ(p.totalDurationSeconds(), 9) << "the latest end, placeholders included";
 }
@@ -129,17 +134,6 @@ TEST(TimelineQueries, FrameRateAtPlayheadIsTheTopVideoClipsElseTheFirstVideoClip
         p.setPlayheadGlobal(1);
         EXPECT_EQ(p.frameRateAtPlayhead(), expected);
     }
-}
-
-TEST(TimelineQueries, SnapTargetsListEveryEdgeButTheExcludedClipsKeepingDuplicates) {
-    Project p;
-    Clip b = clipAt(2, 1, false, true);
-    p.setClips({clipAt(0, 2), b, rated(clipAt(5, 4), 25, 2)});
-    p.setPlayheadGlobal(1.5);
-    p.setCropInsetTrailing(0.05);
-    EXPECT_TRUE(p.hasCrop());
-    EXPECT_EQ(p.snapTargets(std::nullopt), (std::vector<double>{0, 1.5, 0, 2, 2, 3, 5, 7}));
-    EXPECT_EQ(p.snapTargets(b.id), (std::vector<double>{0, 1.5, 0, 2, 5, 7}));
 }
 
 }  // namespace
