@@ -8,7 +8,6 @@
 #include <limits>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
