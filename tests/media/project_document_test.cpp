@@ -91,6 +91,7 @@ TEST_F(ProjectDocumentTest, SaveThenOpenBringsBackClipsPlaceholdersAndSettingsUn
     model::Project& q = reopened->project();
     EXPECT_TRUE(q.clips().empty());  // they arrive with hydration
     EXPECT_EQ(q.cropInsetLeading(), 0.125);
+    EXPECT_FALSE(reopened->isModified());
     ASSERT_TRUE(reopened->save(dir / "early.vantrell").ok());
     EXPECT_EQ(contentsOf(dir / "early.vantrell"), contentsOf(dir / "cut.vantrell"));
     drainQuietly();
