@@ -1,9 +1,13 @@
 #include "media/probe.h"
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <chrono>
 #include <filesystem>
+#include <future>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -267,9 +271,6 @@ TEST(Thumbnail, IsUprightAndShowsTheKeyframeOrTheFrameAtATenthOfASecond) {
 TEST(ProbeClip, RefusesWhatIsNotMediaInAFullSentenceNamingTheFile) {
     using testing_support::randomBytes;
     const auto srt = makeFile("line.srt", "1\n00:00:00,000 --> 00:00:01,000\nHello\n");
-    // Opened without waiting for a writer.
-    const fs::path fifo = testing_support::freshDir("fifo") / "x.mp4";
-    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
     for (const auto& [file, reason] : {
              std::pair{makeFile("r.mp3", randomBytes(65536)), "r.mp3"},
              {makeFile("r.mp4", randomBytes(65536)), "r.mp4"},
@@ -299,7 +300,6 @@ TEST(ProbeClip, RefusesWhatIsNotMediaInAFullSentenceNamingTheFile) {
               "claims a length"},
              {testing_support::freshDir("folder.mp4"), "a folder"},
              {fs::path("/dev/zero"), "a character device"},
-             {fifo, "is a FIFO, not a regular file"},
          }) {
         auto probed = probe(file);
         ASSERT_FALSE(probed.ok()) << file << " probed as " << probed->fullDurationSeconds << " s";
@@ -317,6 +317,20 @@ TEST(ProbeClip, RefusesWhatIsNotMediaInAFullSentenceNamingTheFile) {
     const auto nul = probe(samples::h264Mp4().string() + std::string(1, '\0') + "b.mp4");
     ASSERT_FALSE(nul.ok());
     EXPECT_NE(nul.error().message.find("holds a NUL"), std::string::npos) << nul.error().message;
+}
+
+TEST(ProbeClip, RefusesAFifoAtOnce) {
+    const fs::path fifo = testing_support::freshDir("fifo") / "x.mp4";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    auto probing = std::async(std::launch::async, [&] { return probe(fifo); });
+    if (probing.wait_for(std::chrono::seconds(20)) == std::future_status::timeout) {
+        ADD_FAILURE() << "the probe waits for a writer";
+        ::close(::open(fifo.c_str(), O_WRONLY | O_NONBLOCK));  // lets the open return
+    }
+    auto probed = probing.get();
+    ASSERT_FALSE(probed.ok());
+    EXPECT_NE(probed.error().message.find("is a FIFO, not a regular file"), std::string::npos)
+        << probed.error().message;
 }
 
 }  // namespace
