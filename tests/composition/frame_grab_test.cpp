@@ -10,7 +10,6 @@
 
 #include "composition/render_test_support.h"
 #include "media/sample_media.h"
-#include "model/project.h"
 
 namespace {
 
@@ -18,7 +17,7 @@ using composition::grabFrame;
 using render_test::clipOf;
 using sample_media::pixel;
 
-TEST(FrameGrab, GivesTheTopClipsFrameAndNothingWhereNoPictureShows) {
+TEST(FrameGrab, GivesTheTopClipsUprightFrameAndNothingWhereNoPictureShows) {
     const auto red = clipOf(render_test::solid("red"), 0, 0, 2);
     const auto blue = clipOf(render_test::solid("blue"), 0.5, 0, 0.5);
     const auto top = grabFrame({red, blue}, 0.75);
@@ -29,6 +28,10 @@ TEST(FrameGrab, GivesTheTopClipsFrameAndNothingWhereNoPictureShows) {
     const auto below = grabFrame({red, blue}, 1.25);
     ASSERT_TRUE(below);
     EXPECT_TRUE(sample_media::isRed(pixel(*below, 80, 60)));
+    // Upright, at the stored size.
+    const auto turned = grabFrame({clipOf(render_test::turnedClockwise(90), 0, 0, 2)}, 0.5);
+    ASSERT_TRUE(turned);
+    EXPECT_EQ(std::pair(turned->width, turned->height), std::pair(120, 160));
 
     const auto clip = clipOf(render_test::h264(), 1, 0, 1);
     EXPECT_TRUE(grabFrame({clip}, 1.5));
@@ -77,19 +80,6 @@ TEST(FrameGrab, IsTheExactFrameAtTheTime) {
     EXPECT_EQ(at30->rgba, rgbaOf(*plain.frames[30].frame));
     EXPECT_EQ(at31->rgba, rgbaOf(*plain.frames[31].frame));
     EXPECT_NE(at30->rgba, at31->rgba);
-}
-
-TEST(FrameGrab, IsTheWholeUprightFrameAtItsFullStoredSize) {
-    model::Project project;
-    project.setClips({clipOf(render_test::h264(), 0, 0, 2)});
-    project.setCropInsetLeading(0.25);
-    project.setCropInsetTop(0.1);
-    const auto cropped = grabFrame(project.clips(), 1.0);
-    ASSERT_TRUE(cropped);
-    EXPECT_EQ(std::pair(cropped->width, cropped->height), std::pair(160, 120));
-    const auto turned = grabFrame({clipOf(render_test::turnedClockwise(90), 0, 0, 2)}, 0.5);
-    ASSERT_TRUE(turned);
-    EXPECT_EQ(std::pair(turned->width, turned->height), std::pair(120, 160));
 }
 
 TEST(FrameGrab, PngReplacesTheFileAndDecodesToTheSameImageOrIsNotWrittenAtAll) {

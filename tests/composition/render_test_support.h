@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <cstring>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -15,6 +14,7 @@
 #include "media/probe.h"
 #include "model/clip.h"
 #include "support/media_fixtures.h"
+#include "support/player_decode.h"
 
 extern "C" {
 #include <libavutil/imgutils.h>
@@ -25,7 +25,6 @@ extern "C" {
 namespace render_test {
 
 using testing_support::makeMedia;
-using testing_support::quote;
 
 inline const std::string kPicture = "-f lavfi -i testsrc2=size=160x120:rate=30 ";
 
@@ -157,15 +156,9 @@ inline std::size_t expectedFrame(const PlainVideo& video, const composition::Seg
     return shown;
 }
 
-// Every sample of the first audio stream as the ffmpeg tool decodes it, as 32-bit floats at
-// the stream's own rate and channel count, interleaved.
+// Every sample of a 48 kHz mono file's sound as the ffmpeg tool decodes it.
 inline std::vector<float> decodeAllAudio(const std::filesystem::path& file) {
-    const std::string bytes =
-        testing_support::outputOf(std::string(VANTRELL_FFMPEG) + " -nostdin -loglevel error -i " +
-                                  quote(file.string()) + " -map 0:a:0 -f f32le -");
-    std::vector<float> samples(bytes.size() / sizeof(float));
-    std::memcpy(samples.data(), bytes.data(), samples.size() * sizeof(float));
-    return samples;
+    return testing_support::decodeAudio(file, testing_support::Player::ffmpeg, 48000, 1).samples;
 }
 
 }  // namespace render_test

@@ -1,6 +1,5 @@
 #include "media/atomic_file.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -60,13 +59,6 @@ TEST(AtomicFile, AWriteThatFailsMakesNothingAndRemovesItsTemporaryFile) {
     fs::permissions(locked, fs::perms::owner_all);
     EXPECT_EQ(contentsOf(locked / "cut.vantrell"), "old");
     EXPECT_TRUE(holdsOnly(locked, "cut.vantrell"));
-}
-
-TEST(AtomicFile, ReadingAnythingButARegularFileFails) {
-    auto dir = freshDir("atomic-irregular");
-    ASSERT_EQ(::mkfifo((dir / "pipe").c_str(), 0600), 0);
-    for (const fs::path& p : {dir / "absent", dir, dir / "pipe", fs::path("/dev/null")})
-        EXPECT_FALSE(media::readRegularFile(p).ok()) << p;
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 #include "media/filmstrip.h"
 
-#include <cmath>
 #include <filesystem>
 #include <limits>
 #include <string>

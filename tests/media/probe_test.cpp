@@ -1,12 +1,12 @@
 #include "media/probe.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
 #include <future>
 #include <sstream>
 #include <string>
@@ -104,17 +104,6 @@ std::string facts(const model::Clip& clip) {
     return text.str();
 }
 
-// Matroska written to a pipe has no Duration element.
-fs::path pipedMkv() {
-    const auto piped = testing_support::scratchDir() / "piped.mkv";
-    EXPECT_EQ(
-        testing_support::run(std::string(VANTRELL_FFMPEG) + " -nostdin -y -v error " +
-                             picture(320, 240) + kTone + "-t 2 " + kH264 +
-                             "-c:a aac -f matroska - > " + testing_support::quote(piped.string())),
-        0);
-    return piped;
-}
-
 // A fragmented movie whose track headers say "unknown" (all ones) for their lengths.
 fs::path unknownLengths() {
     std::string bytes = testing_support::contentsOf(makeMedia(
@@ -176,14 +165,16 @@ TEST(ProbeClip, FindsStreamsAndFingerprintAndFeedsEveryEnrichmentInEachFormat) {
              // Where the container states no length, or only a guess from the bit rate of
              // the first frames, the length is measured from the packets' times.
              Format{samples::tone("ts", "aac"), "a:1633772320 sound", 0.96},
-             Format{pipedMkv(), avc1 + " sound", 2},
+             // Matroska written to a pipe has no Duration element.
+             Format{makeMedia("piped.mkv", picture(320, 240) + kTone + "-t 2 " + kH264 +
+                                               "-c:a aac -f matroska pipe:1 >"),
+                    avc1 + " sound", 2},
              Format{unknownLengths(), avc1, 2},
              // Silence then noise: the guess from the first frames is eight times too long.
              Format{makeMedia("silence_then_noise.aac",
                               "-f lavfi -i \"aevalsrc=if(lt(t\\,1)\\,0\\,random(0)-0.5):s=48000:"
                               "d=4\" -c:a aac -q:a 2 -f adts"),
                     "a:1633772320 sound", 4},
-             Format{samples::tone("mp3", "libmp3lame"), "a:778924083 sound"},
              Format{samples::tone("wav", "pcm_s16le"), "a:1819304813 sound"},
              Format{samples::tone("flac", "flac"), "a:1718378851 sound"},
              Format{samples::tone("ogg", "libopus"), "a:1869641075 sound"},
@@ -323,9 +314,12 @@ TEST(ProbeClip, RefusesWhatIsNotMediaInAFullSentenceNamingTheFile) {
             makeFile("noise" + std::to_string(seed) + ".mp3", randomBytes(200000, seed));
         EXPECT_FALSE(probe(noise).ok()) << noise;
     }
+    const auto nul = probe(samples::h264Mp4().string() + std::string(1, '\0') + "b.mp4");
+    ASSERT_FALSE(nul.ok());
+    EXPECT_NE(nul.error().message.find("holds a NUL"), std::string::npos) << nul.error().message;
 }
 
-TEST(ProbeClip, RefusesAFifoAtOnceAndAPathWithANul) {
+TEST(ProbeClip, RefusesAFifoAtOnce) {
     const fs::path fifo = testing_support::freshDir("fifo") / "x.mp4";
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
     auto probing = std::async(std::launch::async, [&] { return probe(fifo); });
@@ -337,9 +331,6 @@ TEST(ProbeClip, RefusesAFifoAtOnceAndAPathWithANul) {
     ASSERT_FALSE(probed.ok());
     EXPECT_NE(probed.error().message.find("is a FIFO, not a regular file"), std::string::npos)
         << probed.error().message;
-    const auto cut = probe(samples::h264Mp4().string() + std::string(1, '\0') + "b.mp4");
-    ASSERT_FALSE(cut.ok());
-    EXPECT_NE(cut.error().message.find("holds a NUL"), std::string::npos) << cut.error().message;
 }
 
 }  // namespace

@@ -8,7 +8,6 @@
 #include <limits>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -72,58 +71,43 @@ TEST_F(ProjectDocumentTest, EditsMarkTheDocumentAndSavingClearsTheMarkAndMovesIt
     executor.drain();
 }
 
-TEST_F(ProjectDocumentTest, SaveThenOpenBringsBackClipsAndSettingsWithoutMarkingIt) {
-    media->add("/media/a.mov", 6);
+TEST_F(ProjectDocumentTest, SaveThenOpenBringsBackClipsPlaceholdersAndSettingsUnmarked) {
+    const fs::path lost = "/media/lost take.mov";
+    media->add(lost, 8);
     media->add("/media/b c.mov", 4);
     ProjectDocument doc(context());
     model::Project& p = doc.project();
-    p.importURLs({"/media/a.mov", "/media/b c.mov"});
-    executor.drain();
+    p.importURLs({lost, "/media/b c.mov", "/media/never.mov"});
+    drainQuietly();
     ASSERT_EQ(p.clips().size(), 2u);
+    p.updateClip(p.clips()[0].id, [&](Clip& c) { c.inSeconds = 2; });
     p.updateClip(p.clips()[1].id, [&](Clip& c) { c.rateMultiplier = 2; });
     p.setZoomFactor(3);
     p.setCropInsetLeading(0.125);
     ASSERT_TRUE(doc.save(dir / "cut.vantrell").ok());
 
+    media->remove(lost);
     auto reopened = open(dir / "cut.vantrell");
     model::Project& q = reopened->project();
     EXPECT_TRUE(q.clips().empty());  // they arrive with hydration
     EXPECT_EQ(q.cropInsetLeading(), 0.125);
-    executor.drain();
     EXPECT_FALSE(reopened->isModified());
-    EXPECT_EQ(q.makeSnapshot(), p.makeSnapshot());
-    ASSERT_EQ(q.clips().size(), 2u);
-    EXPECT_FALSE(q.clips()[1].isMissing);
-    EXPECT_EQ(q.clips()[1].filmstrip.size(), FakeMediaServices::kFilmstripFrames);
-    EXPECT_FALSE(q.canUndo());
-}
-
-TEST_F(ProjectDocumentTest, APlaceholderSurvivesSavesAlsoDuringHydrationAndComesBackLive) {
-    const fs::path lost = "/media/lost take.mov";
-    media->add(lost, 8);
-    media->add("/media/partner.wav", 8);
-    ProjectDocument doc(context());
-    doc.project().importURLs({lost, "/media/partner.wav", "/media/never.mov"});
-    drainQuietly();
-    for (const Clip& c : std::vector<Clip>(doc.project().clips()))
-        doc.project().updateClip(c.id, [&](Clip& w) { w.inSeconds = 2; });
-    ASSERT_TRUE(doc.save(dir / "cut.vantrell").ok());
-    const auto saved = doc.project().makeSnapshot();
-
-    media->remove(lost);
-    auto withoutFile = open(dir / "cut.vantrell");
-    ASSERT_TRUE(withoutFile->save(dir / "early.vantrell").ok());  // before hydration ends
+    ASSERT_TRUE(reopened->save(dir / "early.vantrell").ok());
     EXPECT_EQ(contentsOf(dir / "early.vantrell"), contentsOf(dir / "cut.vantrell"));
     drainQuietly();
+    EXPECT_FALSE(reopened->isModified());
     EXPECT_EQ(media->lastProjectFolder(), dir);
-    EXPECT_TRUE(withoutFile->project().clips().at(0).isMissing);
-    ASSERT_TRUE(withoutFile->save().ok());
+    ASSERT_EQ(q.clips().size(), 2u);
+    EXPECT_TRUE(q.clips()[0].isMissing);
+    EXPECT_EQ(q.clips()[1].filmstrip.size(), FakeMediaServices::kFilmstripFrames);
+    EXPECT_FALSE(q.canUndo());
+    ASSERT_TRUE(reopened->save().ok());
 
     media->add(lost, 8);
     auto restored = open(dir / "cut.vantrell");
     executor.drain();
     EXPECT_FALSE(restored->project().clips().at(0).isMissing);
-    EXPECT_EQ(restored->project().makeSnapshot(), saved);
+    EXPECT_EQ(restored->project().makeSnapshot(), p.makeSnapshot());
 }
 
 TEST_F(ProjectDocumentTest, AFailedSaveLeavesTheOldFileItsPlaceAndTheMarkAsTheyWere) {

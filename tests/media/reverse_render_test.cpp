@@ -14,6 +14,7 @@
 
 #include "media/sample_media.h"
 #include "support/media_fixtures.h"
+#include "support/player_decode.h"
 
 namespace {
 
@@ -25,7 +26,7 @@ using media::reverseFrameSpacingTicks;
 using testing_support::ffprobe;
 using testing_support::makeMedia;
 
-constexpr std::size_t kFrameBytes = 160 * 120;
+constexpr std::size_t kLumaBytes = 160 * 120;
 
 // testsrc2 moves every frame, so neighbouring frames differ clearly; B-frames make
 // presentation and decoding order differ.
@@ -51,47 +52,41 @@ std::vector<double> frameTimes(const fs::path& file) {
     return times;
 }
 
-// The luma planes of every frame, decoded by the ffmpeg tool without dropping or repeating.
-std::vector<std::vector<std::uint8_t>> lumaFrames(const fs::path& file) {
-    const std::string bytes =
-        testing_support::outputOf(std::string(VANTRELL_FFMPEG) + " -nostdin -loglevel error -i " +
-                                  testing_support::quote(file.string()) +
-                                  " -map 0:v:0 -fps_mode passthrough -f rawvideo -pix_fmt gray -");
-    std::vector<std::vector<std::uint8_t>> frames;
-    for (std::size_t at = 0; at + kFrameBytes <= bytes.size(); at += kFrameBytes)
-        frames.emplace_back(bytes.begin() + at, bytes.begin() + at + kFrameBytes);
-    return frames;
+// Every frame as the ffmpeg tool decodes it, none dropped or repeated.
+testing_support::DecodedVideo decoded(const fs::path& file) {
+    static const fs::path dir = testing_support::freshDir("reverse-decoded");
+    return testing_support::decodeVideo(file, testing_support::Player::ffmpeg, dir);
 }
 
-// The share of pixels, in percent, that differ by more than re-encoding noise.
+// The share of luma samples, in percent, that differ by more than re-encoding noise.
 double percentChanged(const std::vector<std::uint8_t>& a, const std::vector<std::uint8_t>& b) {
     std::size_t changed = 0;
-    for (std::size_t i = 0; i < a.size(); ++i) changed += std::abs(a[i] - b[i]) > 32;
-    return 100.0 * static_cast<double>(changed) / static_cast<double>(a.size());
+    for (std::size_t i = 0; i < kLumaBytes; ++i) changed += std::abs(a[i] - b[i]) > 32;
+    return 100.0 * static_cast<double>(changed) / kLumaBytes;
 }
 
 // The output holds the source frames whose times lie in [from, to), last first: as many,
 // and each closer to its own source frame than to that frame's neighbours.
 void expectReversedFrames(const fs::path& source, const fs::path& output, double from, double to,
                           std::size_t expectedCount) {
-    const auto times = frameTimes(source);
-    const auto sourceFrames = lumaFrames(source);
-    ASSERT_EQ(times.size(), sourceFrames.size());
+    const auto sourceFrames = decoded(source);
+    const auto& times = sourceFrames.seconds;
     std::vector<std::size_t> range;
     for (std::size_t i = 0; i < times.size(); ++i) {
         const double time = times[i] - times.front();  // six decimals of whole frames
         if (time >= from - 1e-4 && time < to - 1e-4) range.push_back(i);
     }
     ASSERT_EQ(range.size(), expectedCount);
-    const auto written = lumaFrames(output);
-    ASSERT_EQ(written.size(), range.size());
-    for (std::size_t i = 0; i < written.size(); ++i) {
+    const auto written = decoded(output);
+    ASSERT_EQ(written.frameCount(), range.size());
+    for (std::size_t i = 0; i < written.frameCount(); ++i) {
         const std::size_t expected = range[range.size() - 1 - i];
-        const double own = percentChanged(written[i], sourceFrames[expected]);
+        const auto frame = written.frame(i);
+        const double own = percentChanged(frame, sourceFrames.frame(expected));
         EXPECT_LT(own, 1.0) << "output frame " << i << " against source frame " << expected;
         for (std::size_t j = expected >= 3 ? expected - 3 : 0;
-             j <= expected + 3 && j < sourceFrames.size(); ++j)
-            EXPECT_TRUE(j == expected || own * 2 < percentChanged(written[i], sourceFrames[j]))
+             j <= expected + 3 && j < sourceFrames.frameCount(); ++j)
+            EXPECT_TRUE(j == expected || own * 2 < percentChanged(frame, sourceFrames.frame(j)))
                 << "output frame " << i << " is near source frame " << j << " too";
     }
 }
