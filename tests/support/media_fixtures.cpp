@@ -2,6 +2,7 @@
 
 #include <sys/wait.h>
 #include <unistd.h>
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
@@ -121,7 +122,8 @@ WorkFolders& workFolders() {
 
 }  // namespace
 
-std::filesystem::path freshDir(const std::string& name) {
+std::filesystem::path freshDir(std::string name) {
+    std::replace(name.begin(), name.end(), '/', '_');  // parameterised tests' names hold slashes
     auto dir = scratchDir() / "work" / (name + "-" + std::to_string(::getpid()));
     std::filesystem::remove_all(dir);
     std::filesystem::create_directories(dir);

@@ -39,7 +39,7 @@ std::string outputOf(const std::string& command);
 std::string ffprobe(const std::filesystem::path& file, const std::string& args);
 
 // A fresh empty folder under the scratch folder, for one test's outputs.
-std::filesystem::path freshDir(const std::string& name);
+std::filesystem::path freshDir(std::string name);
 
 // Shell-quotes a path or word.
 std::string quote(const std::string& text);
