@@ -18,10 +18,8 @@ inline constexpr Player kPlayers[] = {Player::ffmpeg, Player::gstreamer};
 
 const char* playerName(Player player);
 
-enum class PixelLayout {
-    i420 = 1,   // 8-bit 4:2:0 planes, as most sources are coded
-    rgb24 = 2,  // packed R, G, B: for checks on colour conversion
-};
+// 8-bit 4:2:0 planes, as most sources are coded, or packed R, G, B for checks on colour.
+enum class PixelLayout { i420, rgb24 };
 
 struct VideoDecodeOptions {
     PixelLayout layout = PixelLayout::i420;
@@ -39,7 +37,7 @@ struct DecodedVideo {
     PixelLayout layout = PixelLayout::i420;
     std::vector<double> seconds;      // each frame's presentation time on the player's clock
     std::vector<std::string> hashes;  // of each frame's bytes
-    std::vector<double> meanLuma;     // 0-255, per frame
+    std::vector<double> meanLuma;     // 0-255, per frame of an i420 decode
     std::filesystem::path rawFile;
 
     std::size_t frameCount() const { return hashes.size(); }

@@ -177,17 +177,19 @@ std::optional<double> audioOffset(const DecodedAudio& source, double expectedAt,
     return double(bestAt) / source.sampleRateHz - kSearch;
 }
 
-// The player's pictures of the source with the reference's times, frame for frame. A player
-// may show frames of the source that the reference hides (at the start, under the source's
-// own edit list): the run of its frames that looks most like the reference's is taken then.
-// None when the player shows fewer frames.
-std::optional<DecodedVideo> alignedTo(const DecodedVideo& reference, DecodedVideo own) {
+// A player's pictures of the source, and how many of its first frames to pass over for the
+// rest to be the reference's frame for frame: a player may show frames that the reference hides
+// (at the start, under the source's own edit list), and the run of its frames that looks most
+// like the reference's is taken then. None when the player shows fewer frames.
+using Aligned = std::pair<DecodedVideo, std::size_t>;
+
+std::optional<Aligned> alignedTo(const DecodedVideo& reference, DecodedVideo own) {
     const std::size_t count = reference.frameCount();
-    if (own.frameCount() < count || count == 0) return std::nullopt;
-    const std::size_t surplus = own.frameCount() - count;
+    if (!own.error.empty() || own.frameCount() < count || count == 0) return std::nullopt;
     std::size_t best = 0;
     double bestMatch = -1;
-    for (std::size_t skip = 0; skip <= surplus && surplus > 0; ++skip) {
+    for (std::size_t skip = 0; skip + count <= own.frameCount() && own.frameCount() > count;
+         ++skip) {
         double match = 0;
         for (std::size_t i = 0; i < std::min<std::size_t>(count, 8); ++i)
             match += std::min(100.0, ts::psnr(own.frame(skip + i), reference.frame(i)));
@@ -196,20 +198,7 @@ std::optional<DecodedVideo> alignedTo(const DecodedVideo& reference, DecodedVide
             best = skip;
         }
     }
-    if (best > 0) {
-        const fs::path kept = own.rawFile.string() + ".aligned";
-        std::ofstream out(kept, std::ios::binary);
-        for (std::size_t i = best; i < best + count; ++i) {
-            const auto bytes = own.frame(i);
-            out.write(reinterpret_cast<const char*>(bytes.data()),
-                      static_cast<std::streamsize>(bytes.size()));
-        }
-        own.rawFile = kept;
-    }
-    own.hashes.assign(own.hashes.begin() + best, own.hashes.begin() + best + count);
-    own.meanLuma.assign(own.meanLuma.begin() + best, own.meanLuma.begin() + best + count);
-    own.seconds = reference.seconds;
-    return own;
+    return Aligned{std::move(own), best};
 }
 
 struct Export {
@@ -320,7 +309,7 @@ class Checker {
             // picture's codes on as they are, where the ffmpeg tool makes them limited-range, as
             // the re-encoding road does (its output is tagged so, and both players read that
             // alike): a re-encoded export is compared with limited-range pictures then.
-            std::optional<DecodedVideo> scaledAlike, limitedAlike;
+            std::optional<Aligned> scaledAlike, limitedAlike;
             if (sourceVideo && player != reference) {
                 const auto dir = work / "source-own";
                 auto own = ts::decodeVideo(source, player, dir, kDecode);
@@ -328,24 +317,22 @@ class Checker {
                 if (!own.error.empty())
                     own = ts::decodeVideo(pictures(source, work / "source-video.mp4", "-c copy"),
                                           player, dir, kDecode);
-                if (own.error.empty()) scaledAlike = alignedTo(*sourceVideo, std::move(own));
-                if (fullRange(source)) {
-                    own = ts::decodeVideo(pictures(source, work / "source-limited.mp4",
-                                                   "-fps_mode passthrough -pix_fmt yuv420p "
-                                                   "-color_range tv -c:v libx264 -preset "
-                                                   "ultrafast -qp 0"),
-                                          player, dir, kDecode);
-                    if (own.error.empty()) limitedAlike = alignedTo(*sourceVideo, std::move(own));
-                }
+                scaledAlike = alignedTo(*sourceVideo, std::move(own));
+                if (fullRange(source))
+                    limitedAlike = alignedTo(
+                        *sourceVideo, ts::decodeVideo(pictures(source, work / "source-limited.mp4",
+                                                               "-fps_mode passthrough -pix_fmt "
+                                                               "yuv420p -color_range tv -c:v "
+                                                               "libx264 -preset ultrafast -qp 0"),
+                                                      player, dir, kDecode));
             }
             for (const auto& e : exports) {
                 const std::string what = e.name + " " + who;
                 const bool reencoded = !e.copied && !e.smartCut;
+                const auto& alike = reencoded && limitedAlike ? limitedAlike : scaledAlike;
                 if (sourceVideo)
-                    checkVideo(name, what, e, player,
-                               reencoded && limitedAlike ? *limitedAlike
-                               : scaledAlike             ? *scaledAlike
-                                                         : *sourceVideo,
+                    checkVideo(name, what, e, player, *sourceVideo,
+                               alike ? alike->first : *sourceVideo, alike ? alike->second : 0,
                                work);
                 if (sourceAudio) checkAudio(name, what, e, player, *sourceAudio);
             }
@@ -360,8 +347,10 @@ class Checker {
         return parsed.is_object() ? parsed : nlohmann::json::object();
     }
 
+    // `source` times the frames; `shown` holds them as this player shows them, `skip` frames on.
     void checkVideo(const std::string& name, const std::string& what, const Export& e,
-                    Player player, const DecodedVideo& source, const fs::path& work) {
+                    Player player, const DecodedVideo& source, const DecodedVideo& shown,
+                    std::size_t skip, const fs::path& work) {
         const DecodedVideo out = ts::decodeVideo(e.file, player, work / "out", kDecode);
         if (!out.error.empty()) {
             report(name, what, "decode", false, out.error);
@@ -409,9 +398,9 @@ class Checker {
                 if (!ts::looksBlack(out.meanLuma[k])) ++notBlack;
                 continue;
             }
-            const auto shown = frameAt(source, clip->in + (t - clip->start));
-            if (!shown) continue;
-            const double match = ts::psnr(out.frame(k), source.frame(*shown));
+            const auto at = frameAt(source, clip->in + (t - clip->start));
+            if (!at) continue;
+            const double match = ts::psnr(out.frame(k), shown.frame(*at + skip));
             ++compared;
             if (match < worst) {
                 worst = match;
