@@ -54,10 +54,8 @@ class FakePasteboard final : public model::Pasteboard {
     int writes_ = 0;
 };
 
-// A media layer serving clips from a table keyed by path; any other path fails to probe. A
-// bookmark is the path's text and can be pointed elsewhere, as for a moved file. Probes,
-// filmstrips and peaks can be held in the background until released. Called from the
-// executor's workers, so every member takes the lock.
+// Media served from a table of paths, whose bookmark is the path's text; work can be held in
+// the background until released. The executor's workers call it, so every member locks.
 class FakeMediaServices final : public model::MediaServices {
     template <typename F>
     auto locked(F&& f) {

@@ -1,7 +1,6 @@
 #include "support/player_decode.h"
 
 #include <algorithm>
-#include <cinttypes>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -9,6 +8,7 @@
 #include <limits>
 #include <regex>
 #include <sstream>
+#include <string_view>
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -30,18 +30,6 @@ std::string gstreamerSource(const fs::path& file, const std::string& kind) {
     if (std::regex_match(file.extension().string(), kQuickTime))
         return front + " ! qtdemux name=d d." + kind + "_0 ! queue ! decodebin";
     return front + " ! decodebin name=d d. ! " + kind + "/x-raw";
-}
-
-// Times in GStreamer's debug text, such as "0:00:01.066666666", in seconds.
-std::optional<double> gstTime(const std::string& line, const std::string& field) {
-    const auto at = line.find(field + ": ");
-    if (at == std::string::npos) return std::nullopt;
-    unsigned hours = 0, minutes = 0;
-    double seconds = 0;
-    if (std::sscanf(line.c_str() + at + field.size() + 2, "%u:%u:%lf", &hours, &minutes,
-                    &seconds) != 3)
-        return std::nullopt;
-    return hours * 3600.0 + minutes * 60.0 + seconds;
 }
 
 // A number GStreamer prints as `field=(type)123`.
@@ -96,8 +84,14 @@ class GstTrace {
             segmentBase_ = gstField(line, "base").value_or(0) / 1e9;
             segmentStart_ = gstField(line, "start").value_or(0) / 1e9;
         } else if (line.find("chain ") != std::string::npos) {
-            if (auto pts = gstTime(line, "pts"))
-                times.push_back(segmentBase_ + *pts - segmentStart_);
+            // Times such as "pts: 0:00:01.066666666".
+            unsigned hours = 0, minutes = 0;
+            double seconds = 0;
+            const auto at = line.find("pts: ");
+            if (at != std::string::npos &&
+                std::sscanf(line.c_str() + at + 5, "%u:%u:%lf", &hours, &minutes, &seconds) == 3)
+                times.push_back(segmentBase_ + hours * 3600.0 + minutes * 60.0 + seconds -
+                                segmentStart_);
         }
     }
 
@@ -126,11 +120,8 @@ std::vector<double> framemd5Times(const std::string& text, int* width = nullptr,
 }
 
 std::string hashOf(const std::vector<std::uint8_t>& bytes) {
-    std::uint64_t hash = 1469598103934665603ull;
-    for (auto b : bytes) hash = (hash ^ b) * 1099511628211ull;
-    char text[17];
-    std::snprintf(text, sizeof text, "%016" PRIx64, hash);
-    return text;
+    const std::string_view view(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    return std::to_string(std::hash<std::string_view>{}(view));
 }
 
 double lumaOf(const std::vector<std::uint8_t>& bytes, int width, int height) {

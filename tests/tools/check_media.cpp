@@ -1,10 +1,7 @@
-// Runs every file of a folder through the command line as a user would (import twice, cut
-// off keyframes, join with and without a gap, export through both roads) and checks each
-// export as the ffmpeg tool and GStreamer play it against the source as the ffmpeg tool
-// plays it. One line per file, export and check, then a summary; exit status 0 when nothing
-// failed.
-//
-//   check_media --cli PATH/vantrell-cli DIR
+// check_media --cli PATH/vantrell-cli DIR: every file of DIR imported twice, cut off keyframes,
+// joined with and without a gap and exported through both roads, each export played by the
+// ffmpeg tool and GStreamer against the source as the ffmpeg tool plays it. One line per file,
+// export and check, then a summary; exit status 0 when nothing failed.
 
 #include <algorithm>
 #include <cmath>
@@ -177,10 +174,8 @@ std::optional<double> audioOffset(const DecodedAudio& source, double expectedAt,
     return double(bestAt) / source.sampleRateHz - kSearch;
 }
 
-// A player's pictures of the source, and how many of its first frames to pass over for the
-// rest to be the reference's frame for frame: a player may show frames that the reference hides
-// (at the start, under the source's own edit list), and the run of its frames that looks most
-// like the reference's is taken then. None when the player shows fewer frames.
+// A player's pictures of the source and how many of its first frames the reference hides (under
+// the source's own edit list): those that best match the reference follow. None when fewer.
 using Aligned = std::pair<DecodedVideo, std::size_t>;
 
 std::optional<Aligned> alignedTo(const DecodedVideo& reference, DecodedVideo own) {
@@ -283,10 +278,8 @@ class Checker {
                 exports.push_back(e);
             }
         }
-        // The reference is the source as the ffmpeg tool plays it, which is how the export's
-        // own libraries read it: GStreamer times some sources differently from their samples
-        // (AAC without a priming edit, MP3's encoder delay, sources' own edit lists), and each
-        // player must play the export as the composition says, not repeat its own misreading.
+        // The reference is the source as the export's own libraries read it: GStreamer misreads
+        // some sources' timing (AAC priming, MP3 delay, edit lists) but must play exports right.
         const Player reference = Player::ffmpeg;
         std::optional<DecodedVideo> sourceVideo;
         std::optional<DecodedAudio> sourceAudio;
@@ -304,11 +297,9 @@ class Checker {
         }
         for (Player player : ts::kPlayers) {
             const std::string who = ts::playerName(player);
-            // Pictures compare as this player scales them, so that copied frames stay
-            // identical; their times stay the reference's. GStreamer hands a full-range
-            // picture's codes on as they are, where the ffmpeg tool makes them limited-range, as
-            // the re-encoding road does (its output is tagged so, and both players read that
-            // alike): a re-encoded export is compared with limited-range pictures then.
+            // Pictures compare as this player scales them, so that copied frames stay identical.
+            // GStreamer keeps full-range codes that the ffmpeg tool and the re-encoding road make
+            // limited-range: a re-encode is compared with limited-range pictures then.
             std::optional<Aligned> scaledAlike, limitedAlike;
             if (sourceVideo && player != reference) {
                 const auto dir = work / "source-own";
