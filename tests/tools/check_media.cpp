@@ -51,13 +51,10 @@ double copiedAudioTolerance(const fs::path& source) {
         ts::ffprobe(source,
                     "-select_streams a:0 -read_intervals %+#2 -show_entries "
                     "stream=codec_name:packet=duration_time -of default=nw=1");
-    double frame = 0;
-    std::size_t at = 0;
-    while ((at = probed.find("duration_time=", at)) != std::string::npos) {
-        frame = std::max(frame, std::atof(probed.c_str() + at + 14));
-        ++at;
-    }
     if (probed.find("codec_name=pcm_") != std::string::npos) return kAudioToleranceSeconds;
+    double frame = 0;
+    for (std::size_t at = 0; (at = probed.find("duration_time=", at)) != std::string::npos; ++at)
+        frame = std::max(frame, std::atof(probed.c_str() + at + 14));
     return std::max(kAudioToleranceSeconds, frame / 2 + 0.0005);
 }
 
