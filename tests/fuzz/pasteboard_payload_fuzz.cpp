@@ -1,6 +1,5 @@
-// The pasteboard payload reader, through paste: whatever another program left under the
-// clip type must paste cleanly or not at all. The probe knows no file, so a payload that
-// decodes records one history entry and pastes nothing.
+// The pasteboard payload reader, through paste: whatever another program left under the clip
+// type pastes cleanly or not at all; the probe knows no file, so nothing is pasted.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

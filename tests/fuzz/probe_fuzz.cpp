@@ -14,24 +14,13 @@
 #include "media/media_check.h"
 #include "media/probe.h"
 
-namespace {
-
-// One file per process, rewritten for each input, so that parallel jobs don't collide.
-const std::filesystem::path& scratchFile() {
-    static const std::filesystem::path file =
-        std::filesystem::temp_directory_path() /
-        ("vantrell-probe-fuzz-" + std::to_string(::getpid()) + ".media");
-    return file;
-}
-
-}  // namespace
-
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-    {
-        std::ofstream out(scratchFile(), std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
-    }
-    auto clip = media::probeClip(scratchFile(), std::nullopt, common::Uuid::random());
+    // One file per process, rewritten for each input, so that parallel jobs don't collide.
+    static const auto file = std::filesystem::temp_directory_path() /
+                             ("vantrell-probe-fuzz-" + std::to_string(::getpid()) + ".media");
+    std::ofstream(file, std::ios::binary)
+        .write(reinterpret_cast<const char*>(data), static_cast<std::streamsize>(size));
+    auto clip = media::probeClip(file, std::nullopt, common::Uuid::random());
     if (!clip) {
         if (clip.error().message.empty()) std::abort();
         return 0;

@@ -15,22 +15,14 @@
 namespace testing_support {
 
 std::filesystem::path scratchDir() {
-    static const std::filesystem::path dir = [] {
-        std::filesystem::path d = VANTRELL_TEST_SCRATCH;
-        std::filesystem::create_directories(d);
-        return d;
-    }();
+    const std::filesystem::path dir = VANTRELL_TEST_SCRATCH;
+    std::filesystem::create_directories(dir);
     return dir;
 }
 
 std::string quote(const std::string& text) {
     std::string q = "'";
-    for (char c : text) {
-        if (c == '\'')
-            q += "'\\''";
-        else
-            q += c;
-    }
+    for (char c : text) q += c == '\'' ? std::string("'\\''") : std::string(1, c);
     return q + "'";
 }
 

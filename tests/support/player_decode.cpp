@@ -1,13 +1,14 @@
 #include "support/player_decode.h"
 
 #include <algorithm>
-#include <cinttypes>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <limits>
+#include <regex>
 #include <sstream>
+#include <string_view>
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -20,33 +21,15 @@ namespace fs = std::filesystem;
 
 namespace {
 
-bool usesQuickTimeDemuxer(const fs::path& file) {
-    std::string ext = file.extension().string();
-    std::transform(ext.begin(), ext.end(), ext.begin(),
-                   [](unsigned char c) { return std::tolower(c); });
-    return ext == ".mp4" || ext == ".mov" || ext == ".m4a" || ext == ".m4v" || ext == ".3gp";
-}
-
 // The front of a GStreamer pipeline that ends in the decoded stream of one kind: through
 // qtdemux for the QuickTime family, as the issue at hand is how that demuxer reads them.
 std::string gstreamerSource(const fs::path& file, const std::string& kind) {
+    static const std::regex kQuickTime(R"(\.(mp4|mov|m4a|m4v|3gp))", std::regex::icase);
     std::string front =
         std::string(VANTRELL_GST_LAUNCH) + " -v filesrc location=" + quote(file.string());
-    if (usesQuickTimeDemuxer(file))
+    if (std::regex_match(file.extension().string(), kQuickTime))
         return front + " ! qtdemux name=d d." + kind + "_0 ! queue ! decodebin";
     return front + " ! decodebin name=d d. ! " + kind + "/x-raw";
-}
-
-// Times in GStreamer's debug text, such as "0:00:01.066666666", in seconds.
-std::optional<double> gstTime(const std::string& line, const std::string& field) {
-    const auto at = line.find(field + ": ");
-    if (at == std::string::npos) return std::nullopt;
-    unsigned hours = 0, minutes = 0;
-    double seconds = 0;
-    if (std::sscanf(line.c_str() + at + field.size() + 2, "%u:%u:%lf", &hours, &minutes,
-                    &seconds) != 3)
-        return std::nullopt;
-    return hours * 3600.0 + minutes * 60.0 + seconds;
 }
 
 // A number GStreamer prints as `field=(type)123`.
@@ -101,8 +84,14 @@ class GstTrace {
             segmentBase_ = gstField(line, "base").value_or(0) / 1e9;
             segmentStart_ = gstField(line, "start").value_or(0) / 1e9;
         } else if (line.find("chain ") != std::string::npos) {
-            if (auto pts = gstTime(line, "pts"))
-                times.push_back(segmentBase_ + *pts - segmentStart_);
+            // Times such as "pts: 0:00:01.066666666".
+            unsigned hours = 0, minutes = 0;
+            double seconds = 0;
+            const auto at = line.find("pts: ");
+            if (at != std::string::npos &&
+                std::sscanf(line.c_str() + at + 5, "%u:%u:%lf", &hours, &minutes, &seconds) == 3)
+                times.push_back(segmentBase_ + hours * 3600.0 + minutes * 60.0 + seconds -
+                                segmentStart_);
         }
     }
 
@@ -131,24 +120,15 @@ std::vector<double> framemd5Times(const std::string& text, int* width = nullptr,
 }
 
 std::string hashOf(const std::vector<std::uint8_t>& bytes) {
-    std::uint64_t hash = 1469598103934665603ull;
-    for (auto b : bytes) hash = (hash ^ b) * 1099511628211ull;
-    char text[17];
-    std::snprintf(text, sizeof text, "%016" PRIx64, hash);
-    return text;
+    const std::string_view view(reinterpret_cast<const char*>(bytes.data()), bytes.size());
+    return std::to_string(std::hash<std::string_view>{}(view));
 }
 
-double lumaOf(const std::vector<std::uint8_t>& bytes, int width, int height, PixelLayout layout) {
+double lumaOf(const std::vector<std::uint8_t>& bytes, int width, int height) {
     const std::size_t pixels = std::size_t(width) * height;
-    if (pixels == 0) return 0;
     double sum = 0;
-    if (layout == PixelLayout::i420) {
-        for (std::size_t i = 0; i < pixels; ++i) sum += bytes[i];
-    } else {
-        for (std::size_t i = 0; i < pixels; ++i)
-            sum += 0.2126 * bytes[3 * i] + 0.7152 * bytes[3 * i + 1] + 0.0722 * bytes[3 * i + 2];
-    }
-    return sum / pixels;
+    for (std::size_t i = 0; i < pixels; ++i) sum += bytes[i];
+    return pixels ? sum / pixels : 0;
 }
 
 std::string fail(const std::string& what, const fs::path& file, const std::string& detail) {
@@ -234,7 +214,7 @@ DecodedVideo decodeVideo(const fs::path& file, Player player, const fs::path& wo
     while (in.read(reinterpret_cast<char*>(bytes.data()),
                    static_cast<std::streamsize>(bytes.size()))) {
         video.hashes.push_back(hashOf(bytes));
-        video.meanLuma.push_back(lumaOf(bytes, video.width, video.height, video.layout));
+        if (!rgb) video.meanLuma.push_back(lumaOf(bytes, video.width, video.height));
     }
     if (video.seconds.size() != video.hashes.size())
         video.error = fail(playerName(player), file,
@@ -247,39 +227,35 @@ DecodedAudio decodeAudio(const fs::path& file, Player player, int sampleRateHz, 
     DecodedAudio audio;
     audio.sampleRateHz = sampleRateHz;
     audio.channels = channels;
-    std::string bytes;
+    const auto raw = fs::temp_directory_path() / ("player-decode-" + std::to_string(::getpid()) +
+                                                  "-" + file.filename().string() + ".f32");
+    std::vector<double> times;
+    std::string errors = "no audio";
     if (player == Player::ffmpeg) {
         // The first sample's time comes from a frame hash list of the same decode.
-        const std::string common =
-            std::string(VANTRELL_FFMPEG) + " -nostdin -v error -i " + quote(file.string()) +
+        const std::string format =
             " -map 0:a:0 -ar " + std::to_string(sampleRateHz) + " -ac " + std::to_string(channels);
-        bytes = outputOf(common + " -f f32le - 2>/dev/null");
-        const auto times =
-            framemd5Times(outputOf(common + " -c:a pcm_f32le -f framemd5 - 2>/dev/null"));
-        if (times.empty()) {
-            audio.error = fail("ffmpeg", file, "no audio");
-            return audio;
-        }
-        audio.startSeconds = times.front();
+        times = framemd5Times(outputOf(std::string(VANTRELL_FFMPEG) + " -nostdin -v error -y -i " +
+                                       quote(file.string()) + format + " -f f32le " +
+                                       quote(raw.string()) + format +
+                                       " -c:a pcm_f32le -f framemd5 - 2>/dev/null"));
     } else {
-        const auto raw =
-            fs::temp_directory_path() / ("player-decode-" + std::to_string(::getpid()) + "-" +
-                                         file.filename().string() + ".f32");
         GstTrace trace;
-        const int status =
-            trace.run(gstreamerSource(file, "audio") +
+        if (trace.run(gstreamerSource(file, "audio") +
                           " ! audioconvert ! audioresample ! "
                           "audio/x-raw,format=F32LE,layout=interleaved,rate=" +
                           std::to_string(sampleRateHz) + ",channels=" + std::to_string(channels),
-                      raw);
-        bytes = contentsOf(raw);
-        fs::remove(raw);
-        if (status != 0 || trace.times.empty()) {
-            audio.error = fail("gstreamer", file, trace.errors);
-            return audio;
-        }
-        audio.startSeconds = trace.times.front();
+                      raw) == 0)
+            times = std::move(trace.times);
+        errors = trace.errors;
     }
+    const std::string bytes = contentsOf(raw);
+    fs::remove(raw);
+    if (times.empty()) {
+        audio.error = fail(playerName(player), file, errors);
+        return audio;
+    }
+    audio.startSeconds = times.front();
     audio.samples.resize(bytes.size() / sizeof(float));
     std::memcpy(audio.samples.data(), bytes.data(), audio.samples.size() * sizeof(float));
     return audio;

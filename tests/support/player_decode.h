@@ -6,10 +6,8 @@
 #include <string>
 #include <vector>
 
-// A file as the two player stacks that matter on Linux decode it: the ffmpeg tool (what
-// mpv and ffplay build on) and GStreamer's `qtdemux ! decodebin` (what GNOME's players
-// build on). Each answers every picture and sample that player would show, with its own
-// handling of edit lists, so tests can require what both stacks agree on.
+// A file as the two player stacks of Linux decode it, the ffmpeg tool's and GStreamer's, each
+// with its own handling of edit lists: every picture and sample that player would show.
 namespace testing_support {
 
 enum class Player { ffmpeg, gstreamer };
@@ -18,10 +16,8 @@ inline constexpr Player kPlayers[] = {Player::ffmpeg, Player::gstreamer};
 
 const char* playerName(Player player);
 
-enum class PixelLayout {
-    i420 = 1,   // 8-bit 4:2:0 planes, as most sources are coded
-    rgb24 = 2,  // packed R, G, B: for checks on colour conversion
-};
+// 8-bit 4:2:0 planes, as most sources are coded, or packed R, G, B for checks on colour.
+enum class PixelLayout { i420, rgb24 };
 
 struct VideoDecodeOptions {
     PixelLayout layout = PixelLayout::i420;
@@ -29,9 +25,8 @@ struct VideoDecodeOptions {
     std::optional<std::pair<int, int>> size;
 };
 
-// Every picture a player shows of a file's first video stream, turned upright as players
-// turn it. The frames themselves stay on disk in `rawFile` (one after another) and are
-// read back one at a time; the decoded file lives as long as this value's folder.
+// Every picture a player shows of a file's first video stream, turned upright. The frames
+// stay on disk in `rawFile`, one after another, as long as the decode's folder does.
 struct DecodedVideo {
     std::string error;  // empty when the player decoded the file
     int width = 0;
@@ -39,7 +34,7 @@ struct DecodedVideo {
     PixelLayout layout = PixelLayout::i420;
     std::vector<double> seconds;      // each frame's presentation time on the player's clock
     std::vector<std::string> hashes;  // of each frame's bytes
-    std::vector<double> meanLuma;     // 0-255, per frame
+    std::vector<double> meanLuma;     // 0-255, per frame of an i420 decode
     std::filesystem::path rawFile;
 
     std::size_t frameCount() const { return hashes.size(); }

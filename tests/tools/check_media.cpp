@@ -1,10 +1,7 @@
-// Runs every file of a folder through the command line as a user would (import twice, cut
-// off keyframes, join with and without a gap, export through both roads) and checks each
-// export as the ffmpeg tool and GStreamer play it against the source as the ffmpeg tool
-// plays it. One line per file, export and check, then a summary; exit status 0 when nothing
-// failed.
-//
-//   check_media --cli PATH/vantrell-cli DIR
+// check_media --cli PATH/vantrell-cli DIR: every file of DIR imported twice, cut off keyframes,
+// joined with and without a gap and exported through both roads, each export played by the
+// ffmpeg tool and GStreamer against the source as the ffmpeg tool plays it. One line per file,
+// export and check, then a summary; exit status 0 when nothing failed.
 
 #include <algorithm>
 #include <cmath>
@@ -14,14 +11,13 @@
 #include <iostream>
 #include <map>
 #include <optional>
+#include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
-#include <fcntl.h>
-#include <signal.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include "support/media_fixtures.h"
@@ -55,13 +51,10 @@ double copiedAudioTolerance(const fs::path& source) {
         ts::ffprobe(source,
                     "-select_streams a:0 -read_intervals %+#2 -show_entries "
                     "stream=codec_name:packet=duration_time -of default=nw=1");
-    double frame = 0;
-    std::size_t at = 0;
-    while ((at = probed.find("duration_time=", at)) != std::string::npos) {
-        frame = std::max(frame, std::atof(probed.c_str() + at + 14));
-        ++at;
-    }
     if (probed.find("codec_name=pcm_") != std::string::npos) return kAudioToleranceSeconds;
+    double frame = 0;
+    for (std::size_t at = 0; (at = probed.find("duration_time=", at)) != std::string::npos; ++at)
+        frame = std::max(frame, std::atof(probed.c_str() + at + 14));
     return std::max(kAudioToleranceSeconds, frame / 2 + 0.0005);
 }
 
@@ -70,6 +63,14 @@ bool fullRange(const fs::path& source) {
     const std::string probed = testing_support::ffprobe(
         source, "-select_streams v:0 -show_entries stream=color_range,pix_fmt -of csv=p=0");
     return probed.find("pc") != std::string::npos || probed.find("yuvj") != std::string::npos;
+}
+
+// The source's first picture stream as the ffmpeg tool writes it to `out` with `args`.
+fs::path pictures(const fs::path& source, const fs::path& out, const std::string& args) {
+    ts::outputOf(std::string(VANTRELL_FFMPEG) + " -nostdin -v error -y -i " +
+                 quote(source.string()) + " -map 0:v:0 " + args + " " + quote(out.string()) +
+                 " 2>/dev/null");
+    return out;
 }
 
 struct Placement {
@@ -85,56 +86,30 @@ std::string fixed(double value, int digits = 3) {
     return text;
 }
 
-// Prints each result as one line. A checker running in a child process writes each result's
-// record to `records` instead of counting it, so that the parent, which outlives a child
-// killed for taking too long, keeps the counts.
-class Reporter {
-  public:
-    void line(const std::string& file, const std::string& what, const std::string& check, bool ok,
-              std::string detail) {
-        // Command output spans lines; one result stays on one line.
-        std::replace(detail.begin(), detail.end(), '\n', ' ');
-        std::cout << (ok ? "PASS " : "FAIL ") << file << "  " << what << "  " << check << "  "
-                  << detail << "\n"
-                  << std::flush;
-        record((ok ? "P " : "F ") + check);
-    }
-    void skip(const std::string& file, const std::string& why) {
-        std::cout << "SKIP " << file << "  " << why << "\n" << std::flush;
-        record("S");
-    }
-    void sendTo(int records) { records_ = records; }
-    // "S" for a skipped file, else "P " or "F " and the check's name.
-    void record(const std::string& record) {
-        if (records_ >= 0) {
-            const std::string text = record + "\n";
-            if (::write(records_, text.data(), text.size()) < 0) records_ = -1;
-        } else if (record == "S") {
-            ++skipped_;
-        } else if (record.size() > 2) {
-            auto& counts = byCheck_[record.substr(2)];
-            (record[0] == 'P' ? counts.first : counts.second)++;
-            failed_ += record[0] != 'P';
-        }
-    }
-    int summary(int files) const {
-        std::cout << "\nsummary: " << files << " files, " << skipped_ << " skipped\n";
-        int passed = 0;
-        for (const auto& [check, counts] : byCheck_) {
-            std::cout << "  " << check << ": " << counts.first << " passed, " << counts.second
-                      << " failed\n";
-            passed += counts.first;
-        }
-        std::cout << "  all: " << passed << " passed, " << failed_ << " failed\n";
-        return failed_ == 0 ? 0 : 1;
-    }
+// One result on one line; command output spans lines, so its line breaks become spaces.
+std::string resultLine(const std::string& file, const std::string& what, const std::string& check,
+                       bool ok, std::string detail) {
+    std::replace(detail.begin(), detail.end(), '\n', ' ');
+    return (ok ? "PASS " : "FAIL ") + file + "  " + what + "  " + check + "  " + detail + "\n";
+}
 
-  private:
-    std::map<std::string, std::pair<int, int>> byCheck_;  // passed, failed
-    int failed_ = 0;
-    int skipped_ = 0;
-    int records_ = -1;
-};
+// Flushed at once, as the time limit may end the process at any moment.
+void report(const std::string& file, const std::string& what, const std::string& check, bool ok,
+            const std::string& detail) {
+    std::cout << resultLine(file, what, check, ok, detail) << std::flush;
+}
+
+void skip(const std::string& file, const std::string& why) {
+    std::cout << "SKIP " << file << "  " << why << "\n" << std::flush;
+}
+
+// A shell command's standard output and error, and its exit status.
+std::pair<std::string, int> run(const std::string& command) {
+    const std::string output = ts::outputOf(command + " 2>&1; echo \"exit=$?\"");
+    const auto at = output.rfind("exit=");
+    return {output.substr(0, at),
+            at == std::string::npos ? -1 : std::atoi(output.c_str() + at + 5)};
+}
 
 // The last frame of `video` that starts at or before `seconds`, or none before the first.
 std::optional<std::size_t> frameAt(const DecodedVideo& video, double seconds) {
@@ -196,17 +171,17 @@ std::optional<double> audioOffset(const DecodedAudio& source, double expectedAt,
     return double(bestAt) / source.sampleRateHz - kSearch;
 }
 
-// The player's pictures of the source with the reference's times, frame for frame. A player
-// may show frames of the source that the reference hides (at the start, under the source's
-// own edit list): the run of its frames that looks most like the reference's is taken then.
-// None when the player shows fewer frames.
-std::optional<DecodedVideo> alignedTo(const DecodedVideo& reference, DecodedVideo own) {
+// A player's pictures of the source and how many of its first frames the reference hides (under
+// the source's own edit list): those that best match the reference follow. None when fewer.
+using Aligned = std::pair<DecodedVideo, std::size_t>;
+
+std::optional<Aligned> alignedTo(const DecodedVideo& reference, DecodedVideo own) {
     const std::size_t count = reference.frameCount();
-    if (own.frameCount() < count || count == 0) return std::nullopt;
-    const std::size_t surplus = own.frameCount() - count;
+    if (!own.error.empty() || own.frameCount() < count || count == 0) return std::nullopt;
     std::size_t best = 0;
     double bestMatch = -1;
-    for (std::size_t skip = 0; skip <= surplus && surplus > 0; ++skip) {
+    for (std::size_t skip = 0; skip + count <= own.frameCount() && own.frameCount() > count;
+         ++skip) {
         double match = 0;
         for (std::size_t i = 0; i < std::min<std::size_t>(count, 8); ++i)
             match += std::min(100.0, ts::psnr(own.frame(skip + i), reference.frame(i)));
@@ -215,20 +190,7 @@ std::optional<DecodedVideo> alignedTo(const DecodedVideo& reference, DecodedVide
             best = skip;
         }
     }
-    if (best > 0) {
-        const fs::path kept = own.rawFile.string() + ".aligned";
-        std::ofstream out(kept, std::ios::binary);
-        for (std::size_t i = best; i < best + count; ++i) {
-            const auto bytes = own.frame(i);
-            out.write(reinterpret_cast<const char*>(bytes.data()),
-                      static_cast<std::streamsize>(bytes.size()));
-        }
-        own.rawFile = kept;
-    }
-    own.hashes.assign(own.hashes.begin() + best, own.hashes.begin() + best + count);
-    own.meanLuma.assign(own.meanLuma.begin() + best, own.meanLuma.begin() + best + count);
-    own.seconds = reference.seconds;
-    return own;
+    return Aligned{std::move(own), best};
 }
 
 struct Export {
@@ -241,82 +203,87 @@ struct Export {
 
 class Checker {
   public:
-    Checker(fs::path cli, Reporter& report) : cli_(std::move(cli)), report_(report) {}
+    explicit Checker(const fs::path& cli) : cli_(quote(cli.string()) + " ") {}
 
     void check(const fs::path& source, const fs::path& work) {
         const std::string name = source.filename().string();
         fs::remove_all(work);
         fs::create_directories(work);
-        const auto probe =
-            nlohmann::json::parse(ts::outputOf(quote(cli_.string()) + " probe " +
-                                               quote(source.string()) + " 2>/dev/null"),
-                                  nullptr, false);
-        if (probe.is_discarded() || !probe.is_object() || !probe.contains("fullDurationSeconds")) {
-            report_.skip(name, "not media to the probe");
+        const auto probe = cliJson("probe " + quote(source.string()));
+        if (!probe.contains("fullDurationSeconds")) {
+            skip(name, "not media to the probe");
             return;
         }
         const double duration = probe["fullDurationSeconds"].get<double>();
         const bool hasVideo = probe.value("hasVideo", false);
         const bool hasAudio = probe.value("hasAudio", false);
         if (duration < 1.0) {
-            report_.skip(name, "shorter than a second");
+            skip(name, "shorter than a second");
             return;
         }
         // Cuts at odd fractions of the length fall off keyframes.
         const Placement a{0, duration * 0.25 + 0.037, duration * 0.55 + 0.021};
         const Placement b{0, duration * 0.10 + 0.013, duration * 0.40 + 0.029};
         std::vector<Export> exports;
+        const auto empty = nlohmann::json::array();
         for (double gap : {0.0, kGapSeconds}) {
             const auto project = work / (gap > 0 ? "gap.vantrell" : "join.vantrell");
-            std::string status;
-            if (!runCli("new " + quote(project.string()) + " " + quote(source.string()) + " " +
-                        quote(source.string())) ||
-                !runCli("edit " + quote(project.string()) + " 'trim-in 0 " + fixed(a.in, 6) +
-                            "' 'trim-out 0 " + fixed(a.out, 6) + "' 'trim-in 1 " + fixed(b.in, 6) +
-                            "' 'trim-out 1 " + fixed(b.out, 6) + "' 'move 0 0' 'move 1 " +
-                            fixed(a.out - a.in + gap, 6) + "'",
-                        &status)) {
-                report_.line(name, project.stem().string(), "edit", false,
-                             "the command line refused");
+            const std::string path = quote(project.string());
+            const bool edited =
+                run(cli_ + "new " + path + " " + quote(source.string()) + " " +
+                    quote(source.string()))
+                        .second == 0 &&
+                run(cli_ + "edit " + path + " 'trim-in 0 " + fixed(a.in, 6) + "' 'trim-out 0 " +
+                    fixed(a.out, 6) + "' 'trim-in 1 " + fixed(b.in, 6) + "' 'trim-out 1 " +
+                    fixed(b.out, 6) + "' 'move 0 0' 'move 1 " + fixed(a.out - a.in + gap, 6) + "'")
+                        .second == 0;
+            // The clips as the composition places them, in 1/600 s: on the video track, else on
+            // the sound's lanes, which a clip may overlap. The status line says the road the
+            // export means to take.
+            const auto info = cliJson("info " + path + " --json");
+            const auto lanes = hasVideo ? nlohmann::json::array({info.value("slices", empty)})
+                                        : info.value("audioLanes", empty);
+            std::vector<Placement> placed;
+            for (const auto& lane : lanes)
+                for (const auto& s : lane)
+                    placed.push_back({s.value("timelineStart", 0.0) / 600,
+                                      s.value("assetStart", 0.0) / 600,
+                                      s.value("assetEnd", 0.0) / 600});
+            std::sort(placed.begin(), placed.end(),
+                      [](const auto& x, const auto& y) { return x.start < y.start; });
+            if (!edited || placed.size() != 2) {
+                report(name, project.stem().string(), "edit", false,
+                       edited ? "not two clips" : "the command line refused");
                 continue;
             }
-            const auto placed = placements(project);
-            if (placed.size() != 2) {
-                report_.line(name, project.stem().string(), "edit", false, "not two clips");
-                continue;
-            }
+            const std::string road = info.value("statusLine", "");
             const std::string ext = hasVideo ? ".mp4" : ".m4a";
             for (bool reencode : {false, true}) {
                 Export e;
                 e.name = project.stem().string() + (reencode ? "-reencode" : "-lossless");
                 e.file = work / (e.name + ext);
                 e.clips = placed;
-                std::string said;
-                const bool ok = runCli("export " + quote(project.string()) + " -o " +
-                                           quote(e.file.string()) + (reencode ? " --reencode" : ""),
-                                       &said);
-                report_.line(name, e.name, "export", ok, ok ? "" : said);
-                if (!ok) continue;
-                // The status line after the edits says which road the export means to take;
-                // the export says when it falls back to re-encoding.
+                const auto [said, code] =
+                    run(cli_ + "export " + path + " -o " + quote(e.file.string()) +
+                        (reencode ? " --reencode" : ""));
+                report(name, e.name, "export", code == 0, code == 0 ? "" : said);
+                if (code != 0) continue;
+                // The export says when it falls back to re-encoding.
                 const bool fellBack = said.find("Re-encoding") != std::string::npos;
-                e.copied = !reencode && !fellBack && status.find("Lossless") != std::string::npos;
-                e.smartCut =
-                    !reencode && !fellBack && status.find("Smart cut") != std::string::npos;
+                e.copied = !reencode && !fellBack && road.find("Lossless") != std::string::npos;
+                e.smartCut = !reencode && !fellBack && road.find("Smart cut") != std::string::npos;
                 exports.push_back(e);
             }
         }
-        // The reference is the source as the ffmpeg tool plays it, which is how the export's
-        // own libraries read it: GStreamer times some sources differently from their samples
-        // (AAC without a priming edit, MP3's encoder delay, sources' own edit lists), and each
-        // player must play the export as the composition says, not repeat its own misreading.
+        // The reference is the source as the export's own libraries read it: GStreamer misreads
+        // some sources' timing (AAC priming, MP3 delay, edit lists) but must play exports right.
         const Player reference = Player::ffmpeg;
         std::optional<DecodedVideo> sourceVideo;
         std::optional<DecodedAudio> sourceAudio;
         if (hasVideo) {
             sourceVideo = ts::decodeVideo(source, reference, work / "source", kDecode);
             if (!sourceVideo->error.empty()) {
-                report_.skip(name, "the ffmpeg tool cannot play the source: " + sourceVideo->error);
+                skip(name, "the ffmpeg tool cannot play the source: " + sourceVideo->error);
                 return;
             }
         }
@@ -327,45 +294,33 @@ class Checker {
         }
         for (Player player : ts::kPlayers) {
             const std::string who = ts::playerName(player);
-            // Pictures compare as this player scales them, so that copied frames stay
-            // identical; their times stay the reference's.
-            std::optional<DecodedVideo> scaledAlike;
+            // Pictures compare as this player scales them, so that copied frames stay identical.
+            // GStreamer keeps full-range codes that the ffmpeg tool and the re-encoding road make
+            // limited-range: a re-encode is compared with limited-range pictures then.
+            std::optional<Aligned> scaledAlike, limitedAlike;
             if (sourceVideo && player != reference) {
-                auto own = ts::decodeVideo(source, player, work / "source-own", kDecode);
-                if (!own.error.empty()) {
-                    // Its pictures of the same coded frames, from a container it reads.
-                    const auto copy = work / "source-video.mp4";
-                    ts::outputOf(std::string(VANTRELL_FFMPEG) + " -nostdin -v error -y -i " +
-                                 quote(source.string()) + " -map 0:v:0 -c copy " +
-                                 quote(copy.string()) + " 2>/dev/null");
-                    own = ts::decodeVideo(copy, player, work / "source-own", kDecode);
-                }
-                if (own.error.empty()) scaledAlike = alignedTo(*sourceVideo, std::move(own));
-            }
-            // GStreamer hands a full-range picture's codes on as they are, where the ffmpeg
-            // tool makes them limited-range, as the re-encoding road does (its output is
-            // tagged so, and both players read that alike). A re-encoded export is compared
-            // with the reference's pictures then, scaled as this player scales.
-            std::optional<DecodedVideo> limitedAlike;
-            if (sourceVideo && player != reference && fullRange(source)) {
-                const auto limited = work / "source-limited.mp4";
-                ts::outputOf(
-                    std::string(VANTRELL_FFMPEG) + " -nostdin -v error -y -i " +
-                    quote(source.string()) +
-                    " -map 0:v:0 -fps_mode passthrough -pix_fmt yuv420p -color_range tv -c:v "
-                    "libx264 -preset ultrafast -qp 0 " +
-                    quote(limited.string()) + " 2>/dev/null");
-                auto own = ts::decodeVideo(limited, player, work / "source-limited", kDecode);
-                if (own.error.empty()) limitedAlike = alignedTo(*sourceVideo, std::move(own));
+                const auto dir = work / "source-own";
+                auto own = ts::decodeVideo(source, player, dir, kDecode);
+                // Else its pictures of the same coded frames, from a container it reads.
+                if (!own.error.empty())
+                    own = ts::decodeVideo(pictures(source, work / "source-video.mp4", "-c copy"),
+                                          player, dir, kDecode);
+                scaledAlike = alignedTo(*sourceVideo, std::move(own));
+                if (fullRange(source))
+                    limitedAlike = alignedTo(
+                        *sourceVideo, ts::decodeVideo(pictures(source, work / "source-limited.mp4",
+                                                               "-fps_mode passthrough -pix_fmt "
+                                                               "yuv420p -color_range tv -c:v "
+                                                               "libx264 -preset ultrafast -qp 0"),
+                                                      player, dir, kDecode));
             }
             for (const auto& e : exports) {
                 const std::string what = e.name + " " + who;
                 const bool reencoded = !e.copied && !e.smartCut;
+                const auto& alike = reencoded && limitedAlike ? limitedAlike : scaledAlike;
                 if (sourceVideo)
-                    checkVideo(name, what, e, player,
-                               reencoded && limitedAlike ? *limitedAlike
-                               : scaledAlike             ? *scaledAlike
-                                                         : *sourceVideo,
+                    checkVideo(name, what, e, player, *sourceVideo,
+                               alike ? alike->first : *sourceVideo, alike ? alike->second : 0,
                                work);
                 if (sourceAudio) checkAudio(name, what, e, player, *sourceAudio);
             }
@@ -373,37 +328,20 @@ class Checker {
     }
 
   private:
-    bool runCli(const std::string& args, std::string* said = nullptr) {
-        const std::string output =
-            ts::outputOf(quote(cli_.string()) + " " + args + " 2>&1; echo \"exit=$?\"");
-        const auto at = output.rfind("exit=");
-        if (said) *said = output.substr(0, at);
-        return at != std::string::npos && std::atoi(output.c_str() + at + 5) == 0;
+    // What a command prints as JSON; an empty object when it prints none.
+    nlohmann::json cliJson(const std::string& args) const {
+        auto parsed =
+            nlohmann::json::parse(ts::outputOf(cli_ + args + " 2>/dev/null"), nullptr, false);
+        return parsed.is_object() ? parsed : nlohmann::json::object();
     }
 
-    static std::vector<Placement> placements(const fs::path& project) {
-        std::ifstream in(project);
-        const auto json = nlohmann::json::parse(in, nullptr, false);
-        std::vector<Placement> clips;
-        if (json.is_discarded()) return clips;
-        // As the composition times a clip, in 1/600 s: its start, end and in-point each
-        // rounded. Unrounded, a frame right after a rounded-up in-point would be matched with
-        // the one before it.
-        const auto ticks = [](double seconds) { return std::round(seconds * 600) / 600; };
-        for (const auto& clip : json["clips"]) {
-            const double start = clip.value("startOnTimeline", 0.0);
-            const double in = clip.value("inSeconds", 0.0);
-            const double end = start + clip.value("outSeconds", 0.0) - in;
-            clips.push_back({ticks(start), ticks(in), ticks(in) + ticks(end) - ticks(start)});
-        }
-        return clips;
-    }
-
+    // `source` times the frames; `shown` holds them as this player shows them, `skip` frames on.
     void checkVideo(const std::string& name, const std::string& what, const Export& e,
-                    Player player, const DecodedVideo& source, const fs::path& work) {
+                    Player player, const DecodedVideo& source, const DecodedVideo& shown,
+                    std::size_t skip, const fs::path& work) {
         const DecodedVideo out = ts::decodeVideo(e.file, player, work / "out", kDecode);
         if (!out.error.empty()) {
-            report_.line(name, what, "decode", false, out.error);
+            report(name, what, "decode", false, out.error);
             return;
         }
         // The count: every frame on screen during each range for a copy, the one already
@@ -426,10 +364,9 @@ class Checker {
             expected += static_cast<std::size_t>(std::ceil((gap - 0.0005) * sourceRate));
         const bool countOk = exact ? out.frameCount() == expected
                                    : std::abs(double(out.frameCount()) - total * sourceRate) <= 2;
-        report_.line(name, what, "frames", countOk,
-                     std::to_string(out.frameCount()) + " frames, " +
-                         (exact ? std::to_string(expected) : fixed(total * sourceRate, 1)) +
-                         " expected");
+        report(name, what, "frames", countOk,
+               std::to_string(out.frameCount()) + " frames, " +
+                   (exact ? std::to_string(expected) : fixed(total * sourceRate, 1)) + " expected");
 
         // Each output frame against the source frame its time maps to.
         int compared = 0, mismatched = 0, notBlack = 0;
@@ -449,9 +386,9 @@ class Checker {
                 if (!ts::looksBlack(out.meanLuma[k])) ++notBlack;
                 continue;
             }
-            const auto shown = frameAt(source, clip->in + (t - clip->start));
-            if (!shown) continue;
-            const double match = ts::psnr(out.frame(k), source.frame(*shown));
+            const auto at = frameAt(source, clip->in + (t - clip->start));
+            if (!at) continue;
+            const double match = ts::psnr(out.frame(k), shown.frame(*at + skip));
             ++compared;
             if (match < worst) {
                 worst = match;
@@ -462,26 +399,25 @@ class Checker {
                                               : kReencodedPsnr;
             if (match < least) ++mismatched;
         }
-        report_.line(name, what, "pictures", compared > 0 && mismatched == 0,
-                     std::to_string(mismatched) + " of " + std::to_string(compared) +
-                         " differ; worst " +
-                         (std::isinf(worst) ? std::string("identical") : fixed(worst, 1) + " dB") +
-                         " at " + fixed(worstAt) + " s");
+        report(name, what, "pictures", compared > 0 && mismatched == 0,
+               std::to_string(mismatched) + " of " + std::to_string(compared) + " differ; worst " +
+                   (std::isinf(worst) ? std::string("identical") : fixed(worst, 1) + " dB") +
+                   " at " + fixed(worstAt) + " s");
         if (gap > 0)
-            report_.line(name, what, "gap-black", notBlack == 0,
-                         std::to_string(notBlack) + " frames in the gap not black");
+            report(name, what, "gap-black", notBlack == 0,
+                   std::to_string(notBlack) + " frames in the gap not black");
     }
 
     void checkAudio(const std::string& name, const std::string& what, const Export& e,
                     Player player, const DecodedAudio& source) {
         const DecodedAudio out = ts::decodeAudio(e.file, player);
         if (!out.error.empty()) {
-            report_.line(name, what, "decode-audio", false, out.error);
+            report(name, what, "decode-audio", false, out.error);
             return;
         }
         const double total = e.clips.back().end();
-        report_.line(name, what, "audio-length", std::abs(out.seconds() - total) <= 0.05,
-                     fixed(out.seconds()) + " s of " + fixed(total) + " s");
+        report(name, what, "audio-length", std::abs(out.seconds() - total) <= 0.05,
+               fixed(out.seconds()) + " s of " + fixed(total) + " s");
         std::string offsets;
         bool ok = true;
         for (const auto& clip : e.clips) {
@@ -495,74 +431,93 @@ class Checker {
             ok = ok && std::abs(*offset) <=
                            (e.copied || e.smartCut ? copiedTolerance_ : kAudioToleranceSeconds);
         }
-        report_.line(name, what, "audio-sync", ok, "offsets" + offsets);
+        report(name, what, "audio-sync", ok, "offsets" + offsets);
         const double gap = e.clips.back().start - e.clips.front().end();
         if (gap > 0) {
             const float peak =
                 out.peakBetween(e.clips.front().end() + 0.03, e.clips.back().start - 0.03);
-            report_.line(name, what, "gap-silent", peak < 0.001, "peak " + fixed(peak, 4));
+            report(name, what, "gap-silent", peak < 0.001, "peak " + fixed(peak, 4));
         }
     }
 
-    fs::path cli_;
-    Reporter& report_;
+    std::string cli_;  // quoted, and a space
     double copiedTolerance_ = kAudioToleranceSeconds;
 };
 
-// Runs one file's checks in a child process of its own group, so that an export or a player
-// that hangs on it can be stopped with everything it started. False when time ran out.
-bool checkWithin(const fs::path& file, const fs::path& work, const fs::path& cli,
-                 Reporter& report) {
-    // The child's end arrives as a signal held for sigtimedwait; its children get it unheld.
-    sigset_t ended;
-    sigemptyset(&ended);
-    sigaddset(&ended, SIGCHLD);
-    ::sigprocmask(SIG_BLOCK, &ended, nullptr);
-    const fs::path records = work.string() + ".records";
-    const pid_t child = ::fork();
-    if (child == 0) {
-        ::setpgid(0, 0);
-        ::sigprocmask(SIG_UNBLOCK, &ended, nullptr);
-        Reporter own;
-        own.sendTo(::open(records.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-        Checker(cli, own).check(file, work);
+// The result lines of every file, counted by check.
+class Tally {
+  public:
+    // Prints and counts the result lines of `file` among `output`'s lines.
+    void add(const std::string& file, const std::string& output) {
+        std::istringstream lines(output);
+        for (std::string line; std::getline(lines, line);) {
+            const bool passed = line.starts_with("PASS ");
+            if (line.starts_with("SKIP "))
+                ++skipped_;
+            else if (!passed && !line.starts_with("FAIL "))
+                continue;
+            std::cout << line << "\n";
+            if (line[0] == 'S') continue;
+            // "PASS file  what  check  detail": only the file's name may hold two spaces.
+            const auto check = line.find("  ", 5 + file.size() + 2) + 2;
+            auto& counts = byCheck_[line.substr(check, line.find("  ", check) - check)];
+            ++(passed ? counts.first : counts.second);
+            failed_ += !passed;
+        }
         std::cout << std::flush;
-        ::_exit(0);
     }
-    if (child < 0) return false;
-    ::setpgid(child, child);
-    const timespec limit{kFileSeconds, 0}, none{};
-    const bool finished = ::sigtimedwait(&ended, nullptr, &limit) == SIGCHLD;
-    if (!finished) ::kill(-child, SIGKILL);
-    ::waitpid(child, nullptr, 0);
-    ::sigtimedwait(&ended, nullptr, &none);  // the killed child's, not to be taken for the next
-    std::ifstream in(records);
-    for (std::string record; std::getline(in, record);) report.record(record);
-    fs::remove(records);
-    return finished;
-}
+    int summary(std::size_t files) const {
+        std::cout << "\nsummary: " << files << " files, " << skipped_ << " skipped\n";
+        int passed = 0;
+        for (const auto& [check, counts] : byCheck_) {
+            std::cout << "  " << check << ": " << counts.first << " passed, " << counts.second
+                      << " failed\n";
+            passed += counts.first;
+        }
+        std::cout << "  all: " << passed << " passed, " << failed_ << " failed\n";
+        return failed_ == 0 ? 0 : 1;
+    }
+
+  private:
+    std::map<std::string, std::pair<int, int>> byCheck_;  // passed, failed
+    int failed_ = 0;
+    int skipped_ = 0;
+};
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 4 || std::string(argv[1]) != "--cli") {
+    const std::vector<std::string> args(argv + 1, argv + argc);
+    if (args.size() == 4 && args[0] == "--cli" && args[2] == "--one") {
+        // One file's checks, in a process of its own that the time limit stops with all it
+        // started.
+        const fs::path work =
+            fs::temp_directory_path() / ("check-media-" + std::to_string(::getpid()));
+        Checker(fs::path(args[1])).check(args[3], work);
+        fs::remove_all(work);
+        return 0;
+    }
+    if (args.size() != 3 || args[0] != "--cli") {
         std::cerr << "usage: check_media --cli PATH/vantrell-cli DIR\n";
         return 2;
     }
-    const fs::path cli = fs::absolute(argv[2]);
-    const fs::path dir = argv[3];
     std::vector<fs::path> files;
-    for (const auto& entry : fs::recursive_directory_iterator(dir))
+    for (const auto& entry : fs::recursive_directory_iterator(args[2]))
         if (entry.is_regular_file()) files.push_back(entry.path());
     std::sort(files.begin(), files.end());
-    Reporter report;
-    const fs::path work = fs::temp_directory_path() / ("check-media-" + std::to_string(::getpid()));
+    Tally tally;
     for (const auto& file : files) {
-        std::cout << std::flush;
-        if (!checkWithin(file, work, cli, report))
-            report.line(file.filename().string(), "all", "time-limit", false,
-                        "no result within " + std::to_string(kFileSeconds) + " s; stopped");
-        fs::remove_all(work);
+        const std::string name = file.filename().string();
+        const auto [output, status] =
+            run("timeout -k 5 " + std::to_string(kFileSeconds) + " " +
+                quote(fs::canonical("/proc/self/exe").string()) + " --cli " +
+                quote(fs::absolute(args[1]).string()) + " --one " + quote(file.string()));
+        tally.add(name, output);
+        // 124 when the limit ended it, 137 when it had to be killed.
+        if (status == 124 || status == 137)
+            tally.add(name, resultLine(name, "all", "time-limit", false,
+                                       "no result within " + std::to_string(kFileSeconds) +
+                                           " s; stopped"));
     }
-    return report.summary(static_cast<int>(files.size()));
+    return tally.summary(files.size());
 }
