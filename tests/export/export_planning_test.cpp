@@ -44,14 +44,6 @@ Clip probed(double start, double in, double out, double gop = 1, std::string aud
     return c;
 }
 
-TEST(ExportPlanning, AnEmptyProjectOffersNothing) {
-    model::Project p;
-    EXPECT_EQ(exporting::statusLine(p), "Drop clips here");
-    EXPECT_EQ(exporting::suggestedFilename(p), "Untitled - trimmed");
-    exporting::beginExport(p);
-    EXPECT_FALSE(p.exportSheet().has_value());
-}
-
 // The status line's mode says whether the samples can be copied, how many frames a smart
 // cut re-encodes, or why the whole must be re-encoded.
 TEST(ExportPlanning, StatusLineSaysWhichRoadTheExportTakesAndWhy) {
@@ -131,8 +123,12 @@ TEST(ExportPlanning, StatusLineSaysWhichRoadTheExportTakesAndWhy) {
     }
 }
 
-TEST(ExportPlanning, BeginExportPreparesTheSheetWithTheFormatsOfTheClips) {
+TEST(ExportPlanning, BeginExportPreparesTheSheetWithTheFormatsOfTheClipsOrNoneForNoClips) {
     model::Project p;
+    EXPECT_EQ(exporting::statusLine(p), "Drop clips here");
+    EXPECT_EQ(exporting::suggestedFilename(p), "Untitled - trimmed");
+    exporting::beginExport(p);
+    EXPECT_FALSE(p.exportSheet().has_value());
     auto c = clip(0, 65);
     c.displayName = "trip.2024.mov";
     p.setClips({c});

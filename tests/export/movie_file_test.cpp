@@ -17,11 +17,6 @@ using exporting::MovieBoxMove;
 using exporting::MovieTrackEdits;
 using exporting::Mp4Edit;
 
-// As libavformat writes it by default: the movie box after the media data.
-fs::path movieBoxLast() {
-    return makeMedia("movie_box_at_end.mp4", kPicture + kSweep + "-t 2 " + kH264 + kAac);
-}
-
 // The edits libavformat wrote, at 600 ticks a second: presenting by them shows the same.
 std::vector<MovieTrackEdits> sameEditsAt600(const fs::path& file) {
     std::vector<MovieTrackEdits> same;
@@ -43,7 +38,7 @@ class MovieFileTest : public ::testing::TestWithParam<MovieBoxMove> {};
 // With the edits libavformat wrote, at 600 ticks a second, the file shows the same; with
 // others, each track gets its own and the movie the longest sum.
 TEST_P(MovieFileTest, MovesTheMovieBoxFirstGivingEachTrackItsEdits) {
-    const auto original = movieBoxLast();
+    const auto original = movieA();  // the movie box last, as libavformat writes it by default
     ASSERT_EQ(topLevelTypes(original).back(), "moov");
     const auto same = sameEditsAt600(original);
     const auto dir = testing_support::freshDir("movie_file");
@@ -82,7 +77,7 @@ INSTANTIATE_TEST_SUITE_P(MovieFile, MovieFileTest,
 // kept but left unused (zeros after the file type box) becomes a free box and the movie box
 // moves in front as usual.
 TEST(MovieFile, FinishesInTheRoomKeptOrFreesItWhenUnused) {
-    const auto original = movieBoxLast();
+    const auto original = movieA();
     const auto edits = sameEditsAt600(original);
     const auto dir = testing_support::freshDir("movie_file_room");
 
@@ -130,7 +125,7 @@ TEST(MovieFile, RefusesWhatItCannotFinishLeavingTheFileAlone) {
              Case{makeMedia("movie_box_first.mp4",
                             kPicture + "-t 1 " + kH264 + "-movflags faststart"),
                   manyEdits},
-             Case{movieBoxLast(), videoOnly},
+             Case{movieA(), videoOnly},
              Case{makeMedia("movie_box_last_video.mp4", kPicture + "-t 1 " + kH264),
                   {videoOnly[0], {fourCC("soun"), {{0, 600}}}}},
          }) {
