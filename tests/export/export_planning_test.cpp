@@ -44,8 +44,6 @@ Clip probed(double start, double in, double out, double gop = 1, std::string aud
     return c;
 }
 
-// The status line's mode says whether the samples can be copied, how many frames a smart
-// cut re-encodes, or why the whole must be re-encoded.
 TEST(ExportPlanning, StatusLineSaysWhichRoadTheExportTakesAndWhy) {
     Clip open = probed(0, 0.5, 3.2);
     open.copyFacts.leadingPictures = 2;  // open groups showing two pictures before their key

@@ -35,8 +35,7 @@ std::vector<std::string> shown(const fs::path& file, const fs::path& dir) {
 
 class MovieFileTest : public ::testing::TestWithParam<MovieBoxMove> {};
 
-// With the edits libavformat wrote, at 600 ticks a second, the file shows the same; with
-// others, each track gets its own and the movie the longest sum.
+// With other edits, each track gets its own and the movie the longest sum.
 TEST_P(MovieFileTest, MovesTheMovieBoxFirstGivingEachTrackItsEdits) {
     const auto original = movieA();  // the movie box last, as libavformat writes it by default
     ASSERT_EQ(topLevelTypes(original).back(), "moov");
@@ -73,9 +72,7 @@ TEST_P(MovieFileTest, MovesTheMovieBoxFirstGivingEachTrackItsEdits) {
 INSTANTIATE_TEST_SUITE_P(MovieFile, MovieFileTest,
                          ::testing::Values(MovieBoxMove::insertRangeOrCopy, MovieBoxMove::copy));
 
-// A movie box the muxer wrote in front, in room kept for it, is edited where it stands; room
-// kept but left unused (zeros after the file type box) becomes a free box and the movie box
-// moves in front as usual.
+// Unused room (zeros after the file type box) becomes a free box.
 TEST(MovieFile, FinishesInTheRoomKeptOrFreesItWhenUnused) {
     const auto original = movieA();
     const auto edits = sameEditsAt600(original);
@@ -110,9 +107,7 @@ TEST(MovieFile, FinishesInTheRoomKeptOrFreesItWhenUnused) {
     EXPECT_EQ(soundOf(unused).samples, soundOf(original).samples);
 }
 
-// A movie box in front that its edits would grow past the room after it, a track left
-// without edits, and edits for a track the movie lacks: refused, naming the file, which
-// stays as it was.
+// Edits that outgrow the room, miss a track or name one the movie lacks leave the file alone.
 TEST(MovieFile, RefusesWhatItCannotFinishLeavingTheFileAlone) {
     const std::vector<MovieTrackEdits> videoOnly{{fourCC("vide"), {{0, 600}}}};
     const std::vector<MovieTrackEdits> manyEdits{

@@ -15,8 +15,7 @@
 #include "export/passthrough_export.h"
 #include "support/player_decode.h"
 
-// The re-encoding road's files, and what both Linux player stacks show of them against what
-// the same stack shows of the source.
+// The re-encoding road's files, and what both player stacks show of them and of the source.
 namespace {
 
 namespace fs = std::filesystem;
@@ -86,9 +85,7 @@ class Reencode : public testing::Test {
         testing_support::freshDir(std::string(test_.test_suite_name()) + "." + test_.name());
 };
 
-// Each format's own container and streams, exactly as long as the composition: a movie clip
-// into each format, and a sound alone into mp4 (which then has no video stream) and into a
-// name with a colon, which is part of the name.
+// A sound alone makes an mp4 without video; a colon is part of a file's name.
 TEST_F(Reencode, WritesTheFormatsOwnContainerStreamsAndLength) {
     const auto movie = CompositionBuilder().clip(movieA(), 10 * kFrameTicks, 70 * kFrameTicks);
     const auto sound = CompositionBuilder().audio(aacOnly(), 0, 0, 2 * kSecond);
@@ -171,8 +168,7 @@ TEST_F(Reencode, JoinsClipsOfDifferentSizesAndGapsOnBlackInSilence) {
     EXPECT_GT(sound.peakBetween(3.2, 3.8), 0.09);
 }
 
-// Four coloured quarters of 160x120 cropped: an odd size is coded a pixel wider and taller,
-// as 4:2:0 is cut in steps of two pixels only, and the movie says which pixels to show.
+// 4:2:0 codes an odd size a pixel larger; the movie says which pixels to show.
 TEST_F(Reencode, CropKeepsItsExactSizeAndShowsTheCroppedPart) {
     const auto source = makeMedia(
         "reencode_quadrants.mp4",
@@ -183,8 +179,7 @@ TEST_F(Reencode, CropKeepsItsExactSizeAndShowsTheCroppedPart) {
     struct Case {
         double leading, trailing, top, bottom;
         int width, height;  // as coded
-        // The track header's width and height, then the clean aperture's width, height and
-        // offsets as numerators and denominators.
+        // The track header's width and height, then the clean aperture's fractions.
         std::vector<std::int32_t> shown;
     };
     for (const auto& c :
@@ -209,8 +204,7 @@ TEST_F(Reencode, CropKeepsItsExactSizeAndShowsTheCroppedPart) {
             shown.push_back(big32(bytes, at));
         EXPECT_EQ(shown, c.shown);
 
-        // Each pixel away from where the quarters meet shows its quarter's colour; the coded
-        // pixels beyond the last shown column and row repeat their neighbours.
+        // Coded pixels beyond the last shown column and row repeat their neighbours.
         const auto picture = decode(file, Player::ffmpeg, kRgb).frame(15);
         int wrong = 0;
         for (int y = 0; y < c.height; ++y)
@@ -233,8 +227,7 @@ TEST_F(Reencode, RotatedClipComesOutUprightWithNoRotationLeft) {
     auto c = CompositionBuilder().clip(turned, 0, kSecond).build();
     c.video->segments.front().source->rotationDegrees = 270;
     const auto out = reencoded(c, "out.mp4", plain(120, 160));
-    // Coded upright, with no display matrix left to turn it again; the renderer's tests show
-    // the pictures come upright.
+    // No display matrix left to turn it again.
     EXPECT_EQ(probe(out, "stream=width,height:stream_side_data_list", "v:0"), "120,160\n");
 }
 
@@ -299,8 +292,7 @@ TEST_P(BothPlayers, ALateSoundKeepsItsPlaceAndFivePointOneStaysWithinFullScale) 
     EXPECT_NEAR(sound.seconds(), 3.0, 0.03);
 }
 
-// Pixels a third wider than tall, stored 240 wide and shown 320 wide: the output, made at the
-// shown size, is filled by the picture as players show it.
+// Pixels stored 240 wide and shown 320 wide fill an output made at the shown size.
 TEST_P(BothPlayers, NonSquarePixelsAreLaidOutAtTheirShownSize) {
     const auto source =
         makeMedia("fidelity_anamorphic.mp4",
@@ -318,8 +310,7 @@ TEST_P(BothPlayers, NonSquarePixelsAreLaidOutAtTheirShownSize) {
 INSTANTIATE_TEST_SUITE_P(Reencode, BothPlayers, testing::ValuesIn(testing_support::kPlayers),
                          [](const auto& info) { return std::string(playerName(info.param)); });
 
-// A container that says square pixels over a bitstream that says otherwise, as a phone's
-// slow-motion recording has it: players show the container's shape, and so do both roads.
+// As in a phone's slow-motion clips: players show the container's shape, so do both roads.
 TEST_F(Reencode, PixelShapeIsTheContainersWhereTheBitstreamSaysOtherwise) {
     const auto square = makeMedia(
         "fidelity_square.mp4", "-f lavfi -i testsrc2=size=320x180:rate=30 -t 1 " + kH264 + "-an");
@@ -367,8 +358,7 @@ const BarsCase kBars[] = {
 class ColourBars : public Reencode,
                    public testing::WithParamInterface<std::tuple<BarsCase, Player>> {};
 
-// Each source joined with HD BT.709 bars, so the output is HD: every clip must come back in
-// its own colours, whatever its matrix and range.
+// Joined with HD BT.709 bars, each clip comes back in its own colours whatever its matrix.
 TEST_P(ColourBars, ComeBackWithinTwoCodeValuesAndTheOutputIsTaggedBt709Limited) {
     const auto& [c, player] = GetParam();
     const auto source = bars(c);
@@ -379,9 +369,7 @@ TEST_P(ColourBars, ComeBackWithinTwoCodeValuesAndTheOutputIsTaggedBt709Limited) 
     EXPECT_EQ(probe(out, "stream=color_range,color_space,color_transfer,color_primaries", "v:0"),
               "tv,bt709,bt709,bt709\n");
 
-    // Each player against its own reading of the bars, whose conversion to RGB rounds its
-    // own way; a full-range source against the same bars in limited range, as GStreamer 1.22
-    // reads full-range H.264 as limited.
+    // Each player rounds its own way; GStreamer 1.22 reads full-range H.264 as limited.
     const DecodedVideo before = decode(c.fullRange ? partner : source, player, kRgb);
     const DecodedVideo after = decode(out, player, kRgb);
     ASSERT_GT(after.frameCount(), 10u);
@@ -406,8 +394,7 @@ INSTANTIATE_TEST_SUITE_P(Reencode, ColourBars,
                                     playerName(std::get<1>(info.param));
                          });
 
-// HLG from a camera that films in HDR: tone-mapped into SDR BT.709, neither black nor
-// washed into one colour.
+// Tone-mapped into SDR BT.709, neither black nor washed into one colour.
 TEST_F(Reencode, HlgSourceIsToneMappedIntoTaggedSdr) {
     const auto source = makeMedia(
         "fidelity_hlg.mp4",
@@ -430,9 +417,8 @@ TEST_F(Reencode, HlgSourceIsToneMappedIntoTaggedSdr) {
     EXPECT_GT(yellow.r, yellow.b + 60);
 }
 
-// An AVI whose sound header states a rate a hundred times the real one, as some phones write
-// it: FFmpeg stamps its packets a hundredth of their length apart, while players play the
-// samples one after another from the start. A range from the middle sounds in its place.
+// Some phones state a sound rate a hundred times the real one; players play the samples
+// one after another, and so a range from the middle must sound in its place.
 TEST_F(Reencode, AviSoundStampedAtAWrongRateStaysInPlace) {
     const auto made = makeMedia("fidelity_avi.avi",
                                 kPicture + kSweep + "-t 3 " + kH264 + "-c:a libmp3lame -ac 1");
