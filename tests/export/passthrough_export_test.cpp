@@ -227,7 +227,8 @@ INSTANTIATE_TEST_SUITE_P(
         SmartCutCase{"pcm_in_mov", "pcm", {{f(4), f(65)}, {kGap, f(10)}, {f(25), f(90)}}, 46}),
     [](const auto& info) { return std::string(info.param.name); });
 
-TEST(PassthroughExport, RefusesWhatCannotBeCopiedSayingWhyAndWritingNothing) {
+TEST(PassthroughExport, RefusesWhatCannotBeCopiedAndFailsLeavingNoFile) {
+    expectFailuresLeaveNothing("smart_failures", passthroughAs(ExportFormat::mp4), 0.3);
     const auto dir = testing_support::freshDir("smart_refuse");
     struct Case {
         composition::Composition composition;
@@ -296,10 +297,6 @@ TEST(PassthroughExport, BothPlayersPlayALastSoundFrameThatEndsAfterTheCompositio
         EXPECT_NEAR(double(sound.frameCount()), 12000.0, 512.0)
             << testing_support::playerName(player);
     }
-}
-
-TEST(PassthroughExport, CancellingOrAVanishedSourceLeavesNoFile) {
-    expectFailuresLeaveNothing("smart_failures", passthroughAs(ExportFormat::mp4), 0.3);
 }
 
 }  // namespace
