@@ -222,22 +222,19 @@ TEST_F(Reencode, CropKeepsItsExactSizeAndShowsTheCroppedPart) {
     }
 }
 
-TEST_F(Reencode, RotatedClipComesOutUprightWithNoRotationLeft) {
+TEST_F(Reencode, RotatedClipAtDoubleSpeedComesOutUprightInHalfTheTimeAtAnExactNtscRate) {
     const auto turned = testing_support::turnedCopy("reencode_cw270.mp4", movieA(), 270);
-    auto c = CompositionBuilder().clip(turned, 0, kSecond).build();
+    auto c = CompositionBuilder()
+                 .video(turned, 0, 2 * kSecond, 2.0)
+                 .audio(turned, 1, 0, 2 * kSecond, 2.0)
+                 .build();
     c.video->segments.front().source->rotationDegrees = 270;
-    const auto out = reencoded(c, "out.mp4", plain(120, 160));
-    // No display matrix left to turn it again.
-    EXPECT_EQ(probe(out, "stream=width,height:stream_side_data_list", "v:0"), "120,160\n");
-}
-
-TEST_F(Reencode, ClipAtDoubleSpeedTakesHalfTheTimeAtAnExactNtscRate) {
-    const auto a = movieA();
-    const auto c =
-        CompositionBuilder().video(a, 0, 2 * kSecond, 2.0).audio(a, 1, 0, 2 * kSecond, 2.0).build();
-    const auto file = reencoded(c, "out.mp4", plain(160, 120, 30000.0 / 1001));
-    // Frames start at k * 1001/30000 s; the 30th starts at 0.967 s, before the end.
-    EXPECT_EQ(probe(file, "stream=r_frame_rate,nb_read_frames", "v:0"), "30000/1001,30\n");
+    const auto file = reencoded(c, "out.mp4", plain(120, 160, 30000.0 / 1001));
+    // No display matrix is left to turn it again. Frames start at k * 1001/30000 s; the 30th
+    // starts at 0.967 s, before the end.
+    EXPECT_EQ(
+        probe(file, "stream=width,height,r_frame_rate,nb_read_frames:stream_side_data_list", "v:0"),
+        "120,160,30000/1001,30\n");
     EXPECT_NEAR(seconds(file, "format=duration"), 1.0, 1.0 / 30);
     EXPECT_NEAR(soundOf(file).seconds(), 1.0, 1024.0 / 48000);
 }
