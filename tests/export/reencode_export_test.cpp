@@ -262,17 +262,13 @@ TEST_F(Reencode, CancellationAVanishedSourceOrNothingToExportLeaveNoFile) {
 
 class BothPlayers : public Reencode, public testing::WithParamInterface<Player> {};
 
-// A tone muxed to start half a second after the picture (an empty edit first on the sound
+// Sound muxed to start half a second after the picture (an empty edit first on the sound
 // track) stays silent until its place; then loud sound on all six channels, which a plain
 // downmix would sum three at a time into each side.
 TEST_P(BothPlayers, ALateSoundKeepsItsPlaceAndFivePointOneStaysWithinFullScale) {
-    const auto picture = makeMedia("fidelity_picture.mp4", kPicture + "-t 3 " + kH264 + "-an");
-    const auto tone =
-        makeMedia("fidelity_tone.m4a",
-                  "-f lavfi -i sine=frequency=500:sample_rate=48000 -t 3 -c:a aac -b:a 128k");
-    const auto late = makeMedia("fidelity_late_sound.mp4",
-                                "-i " + quote(picture.string()) + " -itsoffset 0.5 -i " +
-                                    quote(tone.string()) + " -map 0 -map 1 -c copy");
+    const auto late = testing_support::makeMediaFrom(
+        "fidelity_sweep_late.mp4", movieA(),
+        "-itsoffset 0.5 -i " + quote(movieA().string()) + " -map 0:v -map 1:a -c copy");
     const std::string loud = "0.9*sin(600*PI*t)";
     const auto surround =
         makeMedia("fidelity_51_loud.mp4", "-f lavfi -i \"aevalsrc=" + loud + "|" + loud + "|" +
