@@ -11,8 +11,7 @@
 
 #include "support/media_fixtures.h"
 
-// One smoke test per command, then files that are not what a command expects and disks that
-// fill up. The rules behind each command are checked by the model and media suites.
+// One smoke test per command, then hostile files and full disks; the rules are the model's.
 
 namespace {
 
@@ -225,12 +224,10 @@ TEST_F(CliTest, PeaksFilmstripAndWaveformDrawTheirFileAndRefuseAMissingStream) {
     r = cli("filmstrip " + quoted(movie) + " -o " + quoted(dir / "strip"));
     ASSERT_EQ(r.status, 0) << r.err;
     auto frames = jsonLines(r.out);
-    // Two seconds give the fewest frames, at the middles of three equal stretches.
     ASSERT_EQ(frames.size(), 3u);
     for (std::size_t i = 0; i < frames.size(); ++i) {
         fs::path file = frames[i]["file"].get<std::string>();
         EXPECT_EQ(file, dir / "strip" / ("frame-0" + std::to_string(i + 1) + ".png"));
-        EXPECT_NEAR(frames[i]["seconds"].get<double>(), (2.0 * i + 1) / 3, 1.0 / 600);
         EXPECT_EQ(probeStreams(file), "png,120,90\n") << "fitted inside 160 x 90";
     }
     ASSERT_EQ(cli("waveform " + quoted(tone) + " -o " + quoted(dir / "wave.png")).status, 0);
@@ -331,8 +328,8 @@ TEST_F(HostileFileTest, AFailedExportOrSaveLeavesEveryFileAsItWas) {
     const auto destination = dir / "out" / "cut.mp4";
     std::ofstream(destination) << "an older export";
     auto r = cliLimited(64, "export " + quoted(project) + " -o " + quoted(destination));
-    EXPECT_NE(r.status, 0);
-    EXPECT_TRUE(has(r.err, "File too large")) << r.err;
+    EXPECT_EQ(r.status, 1);
+    EXPECT_TRUE(has(r.out, "Failed: ") && has(r.err, "File too large")) << r.out << r.err;
     EXPECT_EQ(contentsOf(destination), "an older export");
     EXPECT_TRUE(fs::is_empty(temporary)) << "the partial export is removed";
     EXPECT_EQ(std::distance(fs::directory_iterator(dir / "out"), fs::directory_iterator()), 1);
@@ -345,13 +342,6 @@ TEST_F(HostileFileTest, AFailedExportOrSaveLeavesEveryFileAsItWas) {
     for (const auto& entry : fs::directory_iterator(dir))
         EXPECT_FALSE(has(entry.path().filename().string(), ".both.vantrell.tmp"))
             << "a partial save is left: " << entry.path();
-
-    // A source gone since the project was saved: the export fails and says so.
-    fs::remove(media);
-    r = cli("export " + quoted(dir / "p.vantrell") + " -o " + quoted(destination));
-    EXPECT_EQ(r.status, 1);
-    EXPECT_TRUE(has(r.out, "Failed: ")) << r.out;
-    EXPECT_EQ(contentsOf(destination), "an older export");
 }
 
 }  // namespace

@@ -123,14 +123,11 @@ inline std::vector<exporting::Mp4Box> boxesOf(const fs::path& file) {
     return boxes ? std::move(boxes).value() : std::vector<exporting::Mp4Box>{};
 }
 
-// The types of the top-level boxes, in order.
-inline std::vector<std::string> topLevelTypes(const fs::path& file) {
-    std::vector<std::string> types;
-    for (const auto& box : boxesOf(file)) {
-        std::string name(4, ' ');
-        for (int i = 0; i < 4; ++i) name[i] = static_cast<char>(box.type >> (24 - 8 * i));
-        types.push_back(name);
-    }
+// The types of the top-level boxes, in order, as one string.
+inline std::string topLevelTypes(const fs::path& file) {
+    std::string types;
+    for (const auto& box : boxesOf(file))
+        for (int shift = 24; shift >= 0; shift -= 8) types += static_cast<char>(box.type >> shift);
     return types;
 }
 

@@ -70,15 +70,7 @@ Mp4Box& stblOf(Mp4Box& trak) {
 }
 
 TEST(Mp4Boxes, ParsesContainersAndWritesThemBackByteForByte) {
-    const Bytes bytes = movie();
-    Mp4Box moov = parseOne(bytes);
-    EXPECT_TRUE(moov.container);
-    ASSERT_EQ(moov.children.size(), 4u);
-    EXPECT_EQ(moov.children[3].type, fourCC("udta"));
-    EXPECT_FALSE(moov.children[3].container);
-    EXPECT_EQ(moov.children[3].payload, Bytes(20, 0x55));
-    EXPECT_EQ(mp4BoxSize(moov), bytes.size());
-    EXPECT_EQ(written(moov), bytes);
+    EXPECT_EQ(written(parseOne(movie())), movie());
 }
 
 TEST(Mp4Boxes, ReadsSixtyFourBitAndToTheEndSizes) {

@@ -127,10 +127,8 @@ TEST_F(Reencode, WritesTheFormatsOwnContainerStreamsAndLength) {
         // The sound decodes to exactly its length, priming and padding removed.
         EXPECT_NEAR(soundOf(file).seconds(), 2.0, 1024.0 / 48000);
         // The movie box comes first, so a player can start before the whole file is there.
-        const auto types = row.format == ExportFormat::wav ? std::vector<std::string>{"moov"}
-                                                           : topLevelTypes(file);
-        EXPECT_LT(std::find(types.begin(), types.end(), "moov"),
-                  std::find(types.begin(), types.end(), "mdat"));
+        const auto types = row.format == ExportFormat::wav ? "moov" : topLevelTypes(file);
+        EXPECT_LT(types.find("moov"), types.find("mdat"));
         ASSERT_FALSE(reports.empty());
         EXPECT_TRUE(std::is_sorted(reports.begin(), reports.end()));
         EXPECT_EQ(reports.back(), 1.0);
