@@ -5,6 +5,7 @@
 
 #include "export/export_planning.h"
 #include "model/project.h"
+#include "support/model_test_support.h"
 
 namespace {
 
@@ -13,23 +14,14 @@ using model::ExportFormat;
 
 Clip clip(double start, double length, std::string fingerprint = "v:1635148593:1920x1080",
           bool video = true) {
-    Clip c;
-    c.id = common::Uuid::random();
-    c.displayName = "holiday.mov";
-    c.hasVideo = video;
-    c.hasAudio = true;
-    c.naturalSize = video ? model::Size{1920, 1080} : model::Size{};
+    Clip c = model_test::clipAt(start, length, video);
     c.frameRate = video ? 30 : 0;
-    c.startOnTimeline = start;
-    c.outSeconds = length;
-    c.fullDurationSeconds = length;
     c.fingerprint = std::move(fingerprint);
     return c;
 }
 
 Clip silent(Clip c) {
-    c.streamMask = model::StreamMask::videoOnly;
-    return c;
+    return model_test::masked(c, model::StreamMask::videoOnly);
 }
 
 // A probed H.264 clip with AAC sound and keyframes every `gop` seconds.
@@ -97,10 +89,10 @@ TEST(ExportPlanning, StatusLineSaysWhichRoadTheExportTakesAndWhy) {
         {{prores}, "Re-encode (MP4 can't hold prores video; MOV can)"},
         {{audioOnly}, "Re-encode (M4A can't hold pcm_s16le audio; MOV or WAV can)"},
         {{vorbis}, "Re-encode (M4A can't hold vorbis audio)"},
-        {{untimed}, "Re-encode (holiday.mov has packets without timestamps)"},
+        {{untimed}, "Re-encode (clip.mov has packets without timestamps)"},
         {{he, at(he, 5)}, "Lossless ✓"},
         {{he, at(he, 6)},
-         "Re-encode (holiday.mov has HE-AAC sound, and silence for a gap can't be encoded as "
+         "Re-encode (clip.mov has HE-AAC sound, and silence for a gap can't be encoded as "
          "HE-AAC)"},
         {{lc, at(lc, 6)}, "Smart cut ✓ · 30 of 330 frames re-encoded"},
         {{clip(0, 5), clip(5, 5, "v:1752589105:1280x720"), clip(10, 5, "missing")},
