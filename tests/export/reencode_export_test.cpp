@@ -80,9 +80,8 @@ class Reencode : public testing::Test {
         return video;
     }
 
-    const testing::TestInfo& test_ = *testing::UnitTest::GetInstance()->current_test_info();
     fs::path dir =
-        testing_support::freshDir(std::string(test_.test_suite_name()) + "." + test_.name());
+        testing_support::freshDir(testing::UnitTest::GetInstance()->current_test_info()->name());
 };
 
 // A sound alone makes an mp4 without video; a colon is part of a file's name.
