@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <stop_token>
 #include <string>
@@ -415,17 +416,13 @@ TEST_F(Reencode, AviSoundStampedAtAWrongRateStaysInPlace) {
     std::string bytes = testing_support::contentsOf(made);
     const std::size_t header = bytes.find("auds");  // the sound's stream header
     ASSERT_NE(header, std::string::npos);
-    const auto field = [&](std::size_t at) -> std::uint32_t {
-        std::uint32_t value = 0;
-        for (int i = 3; i >= 0; --i) value = value << 8 | std::uint8_t(bytes[header + at + i]);
-        return value;
-    };
-    const auto set = [&](std::size_t at, std::uint32_t value) {
-        for (int i = 0; i < 4; ++i) bytes[header + at + i] = char(value >> (8 * i));
-    };
-    set(24, field(24) * 100);  // rate
-    set(32, field(32) * 100);  // length
-    set(44, 1);                // sample size
+    // Little-endian rate, start, length, buffer size, quality and sample size, from byte 24.
+    std::uint32_t fields[6];
+    std::memcpy(fields, bytes.data() + header + 24, sizeof fields);
+    fields[0] *= 100;
+    fields[2] *= 100;
+    fields[5] = 1;
+    std::memcpy(bytes.data() + header + 24, fields, sizeof fields);
     const auto source = testing_support::makeFile("fidelity_avi_fast.avi", bytes);
 
     const auto out = reencoded(CompositionBuilder().clip(source, 600, 1500).build(), "avi-rate.mp4",
