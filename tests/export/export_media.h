@@ -19,8 +19,7 @@
 #include "support/media_fixtures.h"
 #include "support/player_decode.h"
 
-// Tiny media for the export tests, made by the ffmpeg tool on first use in a run, and
-// ways to look at what an export wrote: its sound as a player plays it, and its boxes.
+// Tiny media for the export tests, and ways to look at what an export wrote.
 namespace export_media {
 
 namespace fs = std::filesystem;
@@ -31,16 +30,13 @@ using testing_support::quote;
 inline constexpr int kFrameTicks = 20;  // one frame at 30 fps, in 1/600 s
 inline constexpr int kSampleRate = 48000;
 
-// H.264 with two B-frames between references and a keyframe every second, so that most
-// cut points fall inside a group of pictures and decode order differs from display order.
+// B-frames and a keyframe a second: most cuts fall inside a group, decode order differs.
 inline const std::string kH264 =
     "-c:v libx264 -preset ultrafast -bf 2 -g 30 -keyint_min 30 -sc_threshold 0 -pix_fmt yuv420p ";
 inline const std::string kPicture = "-f lavfi -i testsrc2=size=160x120:rate=30 ";
 
-// A rising tone with a little noise: no stretch of samples repeats, so a window of it is
-// found in one place only. AAC is made without noise substitution, whose decoder draws
-// random numbers, so that decoding the same packets from another start gives the same
-// samples.
+// A rising tone with noise, so a window of it is found in one place only; AAC without noise
+// substitution, whose decoder draws random numbers, decodes the same from any start.
 inline const std::string kSweep =
     "-f lavfi -i \"aevalsrc=0.3*sin(2*PI*(200+300*t)*t)+0.02*(random(1)-0.5):s=48000\" ";
 inline const std::string kAac = "-c:a aac -aac_pns 0 -b:a 128k -ac 1";
@@ -66,8 +62,7 @@ inline exporting::ReencodeSettings plain(double width, double height, double fra
     return {composition::outputFrame(video), exporting::Framing::whole, framesPerSecond};
 }
 
-// A composition built by hand: ranges of files (in ticks) and gaps are appended back to
-// back on the video track (lane -1) or an audio lane.
+// Ranges of files (in ticks) and gaps back to back on the video track (lane -1) or a lane.
 class CompositionBuilder {
   public:
     CompositionBuilder& video(const fs::path& file, std::int64_t in, std::int64_t out,
@@ -128,14 +123,11 @@ inline std::vector<exporting::Mp4Box> boxesOf(const fs::path& file) {
     return boxes ? std::move(boxes).value() : std::vector<exporting::Mp4Box>{};
 }
 
-// The types of the top-level boxes, in order.
-inline std::vector<std::string> topLevelTypes(const fs::path& file) {
-    std::vector<std::string> types;
-    for (const auto& box : boxesOf(file)) {
-        std::string name(4, ' ');
-        for (int i = 0; i < 4; ++i) name[i] = static_cast<char>(box.type >> (24 - 8 * i));
-        types.push_back(name);
-    }
+// The types of the top-level boxes, in order, as one string.
+inline std::string topLevelTypes(const fs::path& file) {
+    std::string types;
+    for (const auto& box : boxesOf(file))
+        for (int shift = 24; shift >= 0; shift -= 8) types += static_cast<char>(box.type >> shift);
     return types;
 }
 
@@ -168,8 +160,7 @@ inline TrackInfo trackOf(const fs::path& file, const char* handler) {
 using Road = std::function<common::Status(const composition::Composition&, const fs::path&,
                                           const exporting::ProgressCallback&, std::stop_token)>;
 
-// A road stopped at its first report of progress past `stopPast`, or given a composition
-// whose second source is gone, must say so and leave nothing behind.
+// A road stopped past `stopPast`, or missing its second source, says so and leaves nothing.
 inline void expectFailuresLeaveNothing(const std::string& name, const Road& road, double stopPast) {
     const auto dir = testing_support::freshDir(name);
     std::stop_source stop;

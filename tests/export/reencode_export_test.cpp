@@ -2,29 +2,33 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <stop_token>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "composition/crop_frame.h"
 #include "export/export_media.h"
+#include "export/passthrough_export.h"
+#include "support/player_decode.h"
 
+// The re-encoding road's files, and what both player stacks show of them and of the source.
 namespace {
 
 namespace fs = std::filesystem;
 using namespace export_media;
 using exporting::Framing;
 using model::ExportFormat;
+using testing_support::DecodedVideo;
+using testing_support::Player;
+using testing_support::playerName;
 
 constexpr int kSecond = common::MediaTime::kTicksPerSecond;
-
-common::Status reencode(const composition::Composition& c, const fs::path& out, ExportFormat format,
-                        const exporting::ReencodeSettings& settings) {
-    return exporting::exportReencoded(c, out, format, settings, {}, {});
-}
+const testing_support::VideoDecodeOptions kRgb{testing_support::PixelLayout::rgb24, {}};
 
 double seconds(const fs::path& file, const std::string& entry, const std::string& streams = "") {
     const std::string text = probe(file, entry, streams);
@@ -32,23 +36,22 @@ double seconds(const fs::path& file, const std::string& entry, const std::string
 }
 
 struct Rgb {
-    int r = 0, g = 0, b = 0;
+    double r = 0, g = 0, b = 0;
 };
 constexpr Rgb kRed{255, 0, 0}, kGreen{0, 128, 0}, kBlue{0, 0, 255}, kWhite{255, 255, 255};
 
-// The pictures the ffmpeg tool shows of `file` as RGB, turned upright as it does, decoded
-// into `dir`.
-testing_support::DecodedVideo pictures(const fs::path& file, const fs::path& dir) {
-    auto video = testing_support::decodeVideo(file, testing_support::Player::ffmpeg,
-                                              dir / (file.stem().string() + "-frames"),
-                                              {testing_support::PixelLayout::rgb24, {}});
-    EXPECT_EQ(video.error, "");
-    return video;
-}
-
-Rgb pixel(const std::vector<std::uint8_t>& frame, int width, int x, int y) {
-    const auto* p = &frame.at((std::size_t(y) * width + x) * 3);
-    return {p[0], p[1], p[2]};
+// The mean colour of the square of `radius` around (x, y) of an RGB frame.
+Rgb patch(const std::vector<std::uint8_t>& frame, int width, int x, int y, int radius = 4) {
+    Rgb sum;
+    const double n = (2 * radius + 1) * (2 * radius + 1);
+    for (int dy = -radius; dy <= radius; ++dy)
+        for (int dx = -radius; dx <= radius; ++dx) {
+            const std::size_t i = (std::size_t(y + dy) * width + x + dx) * 3;
+            sum.r += frame.at(i) / n;
+            sum.g += frame.at(i + 1) / n;
+            sum.b += frame.at(i + 2) / n;
+        }
+    return sum;
 }
 
 // The big-endian 32-bit number at `at` of `bytes`.
@@ -59,11 +62,31 @@ std::int32_t big32(const std::string& bytes, std::size_t at) {
     return static_cast<std::int32_t>(value);
 }
 
-// Each format's own container and streams, exactly as long as the composition: a movie clip
-// into each format, and a sound alone into mp4 (which then has no video stream) and into a
-// name with a colon, which is part of the name.
-TEST(ReencodeExport, WritesTheFormatsOwnContainerStreamsAndLength) {
-    const auto dir = testing_support::freshDir("reencode_format");
+// A fresh folder per test for its output and the frames the players decode.
+class Reencode : public testing::Test {
+  protected:
+    fs::path reencoded(const composition::Composition& c, const std::string& name,
+                       const exporting::ReencodeSettings& settings,
+                       ExportFormat format = ExportFormat::mp4) {
+        const auto out = dir / name;
+        const auto result = exporting::exportReencoded(c, out, format, settings, {}, {});
+        EXPECT_TRUE(result) << result.error().message;
+        return out;
+    }
+    DecodedVideo decode(const fs::path& file, Player player = Player::ffmpeg,
+                        const testing_support::VideoDecodeOptions& options = {}) {
+        const auto work = dir / (file.stem().string() + "-" + playerName(player));
+        auto video = testing_support::decodeVideo(file, player, work, options);
+        EXPECT_EQ(video.error, "") << file;
+        return video;
+    }
+
+    fs::path dir =
+        testing_support::freshDir(testing::UnitTest::GetInstance()->current_test_info()->name());
+};
+
+// A sound alone makes an mp4 without video; a colon is part of a file's name.
+TEST_F(Reencode, WritesTheFormatsOwnContainerStreamsAndLength) {
     const auto movie = CompositionBuilder().clip(movieA(), 10 * kFrameTicks, 70 * kFrameTicks);
     const auto sound = CompositionBuilder().audio(aacOnly(), 0, 0, 2 * kSecond);
     const std::string video = "h264,High,video,160,120,yuv420p\n", aac = "aac,LC,audio,48000,2\n",
@@ -104,21 +127,18 @@ TEST(ReencodeExport, WritesTheFormatsOwnContainerStreamsAndLength) {
         // The sound decodes to exactly its length, priming and padding removed.
         EXPECT_NEAR(soundOf(file).seconds(), 2.0, 1024.0 / 48000);
         // The movie box comes first, so a player can start before the whole file is there.
-        const auto types = row.format == ExportFormat::wav ? std::vector<std::string>{"moov"}
-                                                           : topLevelTypes(file);
-        EXPECT_LT(std::find(types.begin(), types.end(), "moov"),
-                  std::find(types.begin(), types.end(), "mdat"));
+        const auto types = row.format == ExportFormat::wav ? "moov" : topLevelTypes(file);
+        EXPECT_LT(types.find("moov"), types.find("mdat"));
         ASSERT_FALSE(reports.empty());
         EXPECT_TRUE(std::is_sorted(reports.begin(), reports.end()));
         EXPECT_EQ(reports.back(), 1.0);
     }
 }
 
-TEST(ReencodeExport, JoinsClipsOfDifferentSizesAndGapsOnBlackInSilence) {
+TEST_F(Reencode, JoinsClipsOfDifferentSizesAndGapsOnBlackInSilence) {
     const auto a = movieA();
     const auto wide = makeMedia("reencode_wide.mp4",
                                 "-f lavfi -i testsrc2=size=96x54:rate=30 -t 2 " + kH264 + "-an");
-    const auto dir = testing_support::freshDir("reencode_join");
     const auto c = CompositionBuilder()
                        .clip(a, 0, kSecond)
                        .video(wide, 0, kSecond)
@@ -126,9 +146,9 @@ TEST(ReencodeExport, JoinsClipsOfDifferentSizesAndGapsOnBlackInSilence) {
                        .gap(2 * kSecond, 0)
                        .clip(a, kSecond, 2 * kSecond)
                        .build();
-    ASSERT_TRUE(reencode(c, dir / "out.mov", ExportFormat::mov, plain(160, 120)));
-    EXPECT_EQ(probe(dir / "out.mov", "stream=width,height,nb_read_frames", "v:0"), "160,120,120\n");
-    const auto video = pictures(dir / "out.mov", dir);
+    const auto out = reencoded(c, "out.mov", plain(160, 120), ExportFormat::mov);
+    EXPECT_EQ(probe(out, "stream=width,height,nb_read_frames", "v:0"), "160,120,120\n");
+    const auto video = decode(out, Player::ffmpeg, kRgb);
     ASSERT_EQ(video.frameCount(), 120u);
     const auto brightest = [&](double seconds) {
         const auto frame = video.frame(std::size_t(seconds * 30));
@@ -139,16 +159,15 @@ TEST(ReencodeExport, JoinsClipsOfDifferentSizesAndGapsOnBlackInSilence) {
     EXPECT_LT(brightest(2.5), 24);
     EXPECT_GT(brightest(3.5), 100);
 
-    const auto sound = soundOf(dir / "out.mov");
+    const auto sound = soundOf(out);
     ASSERT_GE(sound.seconds(), 4 - 1024.0 / kSampleRate);
     EXPECT_GT(sound.peakBetween(0.2, 0.8), 0.09);
     EXPECT_LT(sound.peakBetween(1.1, 2.9), 0.001);
     EXPECT_GT(sound.peakBetween(3.2, 3.8), 0.09);
 }
 
-// Four coloured quarters of 160x120 cropped: an odd size is coded a pixel wider and taller,
-// as 4:2:0 is cut in steps of two pixels only, and the movie says which pixels to show.
-TEST(ReencodeExport, CropKeepsItsExactSizeAndShowsTheCroppedPart) {
+// 4:2:0 codes an odd size a pixel larger; the movie says which pixels to show.
+TEST_F(Reencode, CropKeepsItsExactSizeAndShowsTheCroppedPart) {
     const auto source = makeMedia(
         "reencode_quadrants.mp4",
         "-filter_complex \"color=c=red:s=80x60:r=30:d=2[a];color=c=green:s=80x60:r=30:d=2[b];"
@@ -158,8 +177,7 @@ TEST(ReencodeExport, CropKeepsItsExactSizeAndShowsTheCroppedPart) {
     struct Case {
         double leading, trailing, top, bottom;
         int width, height;  // as coded
-        // The track header's width and height, then the clean aperture's width, height and
-        // offsets as numerators and denominators.
+        // The track header's width and height, then the clean aperture's fractions.
         std::vector<std::int32_t> shown;
     };
     for (const auto& c :
@@ -168,10 +186,9 @@ TEST(ReencodeExport, CropKeepsItsExactSizeAndShowsTheCroppedPart) {
         SCOPED_TRACE(c.width);
         const composition::VideoSettings crop{
             model::SmallClipMode::proportional, c.top, c.leading, c.trailing, c.bottom, {160, 120}};
-        const auto file = testing_support::freshDir("reencode_crop") / "out.mp4";
-        ASSERT_TRUE(reencode(CompositionBuilder().video(source, 0, kSecond).build(), file,
-                             ExportFormat::mp4,
-                             {composition::outputFrame(crop), Framing::crop, 30}));
+        const auto file = reencoded(CompositionBuilder().video(source, 0, kSecond).build(),
+                                    "crop" + std::to_string(c.width) + ".mp4",
+                                    {composition::outputFrame(crop), Framing::crop, 30});
         EXPECT_EQ(probe(file, "stream=profile,width,height,pix_fmt,r_frame_rate,nb_read_frames"),
                   "High," + std::to_string(c.width) + "," + std::to_string(c.height) +
                       ",yuv420p,30/1,30\n");
@@ -185,16 +202,15 @@ TEST(ReencodeExport, CropKeepsItsExactSizeAndShowsTheCroppedPart) {
             shown.push_back(big32(bytes, at));
         EXPECT_EQ(shown, c.shown);
 
-        // Each pixel away from where the quarters meet shows its quarter's colour; the coded
-        // pixels beyond the last shown column and row repeat their neighbours.
-        const auto picture = pictures(file, file.parent_path()).frame(15);
+        // Coded pixels beyond the last shown column and row repeat their neighbours.
+        const auto picture = decode(file, Player::ffmpeg, kRgb).frame(15);
         int wrong = 0;
         for (int y = 0; y < c.height; ++y)
             for (int x = 0; x < c.width; ++x) {
                 const int sx = std::min(x, c.shown[0] - 1) + int(c.leading * 160);
                 const int sy = std::min(y, c.shown[1] - 1) + int(c.top * 120);
                 const Rgb want = sy < 60 ? (sx < 80 ? kRed : kGreen) : (sx < 80 ? kBlue : kWhite);
-                const Rgb got = pixel(picture, c.width, x, y);
+                const Rgb got = patch(picture, c.width, x, y, 0);
                 if (std::abs(sx - 80) > 4 && std::abs(sy - 60) > 4 &&
                     std::max({std::abs(got.r - want.r), std::abs(got.g - want.g),
                               std::abs(got.b - want.b)}) > 40)
@@ -204,37 +220,30 @@ TEST(ReencodeExport, CropKeepsItsExactSizeAndShowsTheCroppedPart) {
     }
 }
 
-TEST(ReencodeExport, RotatedClipComesOutUprightWithNoRotationLeft) {
+TEST_F(Reencode, RotatedClipAtDoubleSpeedComesOutUprightInHalfTheTimeAtAnExactNtscRate) {
     const auto turned = testing_support::turnedCopy("reencode_cw270.mp4", movieA(), 270);
-    auto c = CompositionBuilder().clip(turned, 0, kSecond).build();
+    auto c = CompositionBuilder()
+                 .video(turned, 0, 2 * kSecond, 2.0)
+                 .audio(turned, 1, 0, 2 * kSecond, 2.0)
+                 .build();
     c.video->segments.front().source->rotationDegrees = 270;
-    const auto out = testing_support::freshDir("reencode_rotated") / "out.mp4";
-    ASSERT_TRUE(reencode(c, out, ExportFormat::mp4, plain(120, 160)));
-    // Coded upright, with no display matrix left to turn it again; the renderer's tests show
-    // the pictures come upright.
-    EXPECT_EQ(probe(out, "stream=width,height:stream_side_data_list", "v:0"), "120,160\n");
-}
-
-TEST(ReencodeExport, ClipAtDoubleSpeedTakesHalfTheTimeAtAnExactNtscRate) {
-    const auto a = movieA();
-    const auto file = testing_support::freshDir("reencode_rate2") / "out.mp4";
-    const auto c =
-        CompositionBuilder().video(a, 0, 2 * kSecond, 2.0).audio(a, 1, 0, 2 * kSecond, 2.0).build();
-    ASSERT_TRUE(reencode(c, file, ExportFormat::mp4, plain(160, 120, 30000.0 / 1001)));
-    // Frames start at k * 1001/30000 s; the 30th starts at 0.967 s, before the end.
-    EXPECT_EQ(probe(file, "stream=r_frame_rate,nb_read_frames", "v:0"), "30000/1001,30\n");
+    const auto file = reencoded(c, "out.mp4", plain(120, 160, 30000.0 / 1001));
+    // No display matrix is left to turn it again. Frames start at k * 1001/30000 s; the 30th
+    // starts at 0.967 s, before the end.
+    EXPECT_EQ(
+        probe(file, "stream=width,height,r_frame_rate,nb_read_frames:stream_side_data_list", "v:0"),
+        "120,160,30000/1001,30\n");
     EXPECT_NEAR(seconds(file, "format=duration"), 1.0, 1.0 / 30);
     EXPECT_NEAR(soundOf(file).seconds(), 1.0, 1024.0 / 48000);
 }
 
-TEST(ReencodeExport, CancellationAVanishedSourceOrNothingToExportLeaveNoFile) {
+TEST_F(Reencode, CancellationAVanishedSourceOrNothingToExportLeaveNoFile) {
     const auto road = [](const composition::Composition& c, const fs::path& out,
                          const exporting::ProgressCallback& progress, std::stop_token stop) {
         return exporting::exportReencoded(c, out, ExportFormat::mp4, plain(160, 120), progress,
                                           std::move(stop));
     };
     expectFailuresLeaveNothing("reencode_failures", road, 0.2);
-    const auto dir = testing_support::freshDir("reencode_refused");
     std::stop_source already;
     already.request_stop();
     const auto c = CompositionBuilder().clip(movieA(), 0, kSecond).build();
@@ -242,10 +251,206 @@ TEST(ReencodeExport, CancellationAVanishedSourceOrNothingToExportLeaveNoFile) {
                                             {}, already.get_token()));
     EXPECT_FALSE(fs::exists(dir / "out.wav"));
 
-    const auto result = reencode({}, dir / "empty.mp4", ExportFormat::mp4, plain(160, 120));
+    const auto result = exporting::exportReencoded({}, dir / "empty.mp4", ExportFormat::mp4,
+                                                   plain(160, 120), {}, {});
     ASSERT_FALSE(result);
     EXPECT_NE(result.error().message.find((dir / "empty.mp4").string()), std::string::npos);
     EXPECT_FALSE(fs::exists(dir / "empty.mp4"));
+}
+
+class BothPlayers : public Reencode, public testing::WithParamInterface<Player> {};
+
+// Sound muxed to start half a second after the picture (an empty edit first on the sound
+// track) stays silent until its place; then loud sound on all six channels, which a plain
+// downmix would sum three at a time into each side.
+TEST_P(BothPlayers, ALateSoundKeepsItsPlaceAndFivePointOneStaysWithinFullScale) {
+    const auto late = testing_support::makeMediaFrom(
+        "fidelity_sweep_late.mp4", movieA(),
+        "-itsoffset 0.5 -i " + quote(movieA().string()) + " -map 0:v -map 1:a -c copy");
+    const std::string loud = "0.9*sin(600*PI*t)";
+    const auto surround =
+        makeMedia("fidelity_51_loud.mp4", "-f lavfi -i \"aevalsrc=" + loud + "|" + loud + "|" +
+                                              loud + "|" + loud + "|" + loud + "|" + loud +
+                                              ":c=5.1:s=48000\" -t 1 -c:a aac -b:a 384k");
+    const auto c = CompositionBuilder().clip(late, 0, 1200).audio(surround, 0, 0, 600).build();
+    const auto sound =
+        testing_support::decodeAudio(reencoded(c, "sound.mp4", plain(160, 120)), GetParam());
+    ASSERT_EQ(sound.error, "");
+    EXPECT_LT(sound.peakBetween(0, 0.45), 0.01);
+    EXPECT_GT(sound.peakBetween(0.55, 1.9), 0.05);
+    EXPECT_LT(sound.peakBetween(2, 3), 0.99f);
+    EXPECT_GT(sound.peakBetween(2.1, 2.9), 0.5f);
+    EXPECT_NEAR(sound.seconds(), 3.0, 0.03);
+}
+
+// Pixels stored 240 wide and shown 320 wide fill an output made at the shown size.
+TEST_P(BothPlayers, NonSquarePixelsAreLaidOutAtTheirShownSize) {
+    const auto source =
+        makeMedia("fidelity_anamorphic.mp4",
+                  "-f lavfi -i testsrc2=size=240x180:rate=30 -t 1 -vf setsar=4/3 " + kH264 + "-an");
+    const auto out = reencoded(CompositionBuilder().video(source, 0, 600).build(), "anamorphic.mp4",
+                               plain(320, 180));
+    const testing_support::VideoDecodeOptions shown{testing_support::PixelLayout::i420,
+                                                    std::pair{320, 180}};
+    const DecodedVideo before = decode(source, GetParam(), shown);
+    const DecodedVideo after = decode(out, GetParam(), shown);
+    ASSERT_EQ(after.frameCount(), before.frameCount());
+    EXPECT_GT(testing_support::psnr(after.frame(10), before.frame(10)), 30);
+}
+
+INSTANTIATE_TEST_SUITE_P(Reencode, BothPlayers, testing::ValuesIn(testing_support::kPlayers),
+                         [](const auto& info) { return std::string(playerName(info.param)); });
+
+// As in a phone's slow-motion clips: players show the container's shape, so do both roads.
+TEST_F(Reencode, PixelShapeIsTheContainersWhereTheBitstreamSaysOtherwise) {
+    const auto square = makeMedia(
+        "fidelity_square.mp4", "-f lavfi -i testsrc2=size=320x180:rate=30 -t 1 " + kH264 + "-an");
+    const auto source =
+        testing_support::makeMediaFrom("fidelity_square_inside_narrow.mp4", square,
+                                       "-c copy -bsf:v h264_metadata=sample_aspect_ratio=27/64");
+    const auto clip = CompositionBuilder().video(source, 45, 555).build();
+    const auto after = decode(reencoded(clip, "shape_inside.mp4", plain(320, 180)), Player::ffmpeg);
+    ASSERT_GT(after.frameCount(), 10u);
+    EXPECT_GT(testing_support::psnr(after.frame(10), decode(source, Player::ffmpeg).frame(12)), 30);
+
+    const auto copied = dir / "smart.mp4";
+    const auto written =
+        exporting::exportPassthrough(clip, copied, model::ExportFormat::mp4, {}, {});
+    ASSERT_TRUE(written) << written.error().message;
+    EXPECT_EQ(probe(copied, "stream=sample_aspect_ratio", "v:0"), "1:1\n");
+}
+
+// Colour bars made in one colour description each, tagged with it.
+struct BarsCase {
+    std::string name;
+    std::string args;  // ffmpeg arguments making a one-second clip
+    int width = 0;
+    int height = 0;
+    bool fullRange = false;
+};
+
+fs::path bars(const BarsCase& c) {
+    return makeMedia("fidelity_bars_" + c.name + ".mp4", c.args + " -t 1 " + kH264 + "-an");
+}
+
+const std::string kBt709 = "-colorspace bt709 -color_primaries bt709 -color_trc bt709 ";
+const std::string kHdBars = "-f lavfi -i smptehdbars=size=1280x720:rate=30 ";
+const BarsCase kBars[] = {
+    {"sd601",
+     "-f lavfi -i smptebars=size=640x480:rate=30 -colorspace smpte170m -color_primaries "
+     "smpte170m -color_trc smpte170m -color_range tv",
+     640, 480},
+    {"hd709", kHdBars + kBt709 + "-color_range tv", 1280, 720},
+    {"hd709full",
+     kHdBars + "-vf scale=out_range=full -pix_fmt yuvj420p " + kBt709 + "-color_range pc", 1280,
+     720, true},
+};
+
+class ColourBars : public Reencode,
+                   public testing::WithParamInterface<std::tuple<BarsCase, Player>> {};
+
+// Joined with HD BT.709 bars, each clip comes back in its own colours whatever its matrix.
+TEST_P(ColourBars, ComeBackWithinTwoCodeValuesAndTheOutputIsTaggedBt709Limited) {
+    const auto& [c, player] = GetParam();
+    const auto source = bars(c);
+    const auto partner = bars(kBars[1]);
+    const auto out =
+        reencoded(CompositionBuilder().video(source, 0, 300).video(partner, 0, 300).build(),
+                  "bars.mp4", plain(1280, 720));
+    EXPECT_EQ(probe(out, "stream=color_range,color_space,color_transfer,color_primaries", "v:0"),
+              "tv,bt709,bt709,bt709\n");
+
+    // Each player rounds its own way; GStreamer 1.22 reads full-range H.264 as limited.
+    const DecodedVideo before = decode(c.fullRange ? partner : source, player, kRgb);
+    const DecodedVideo after = decode(out, player, kRgb);
+    ASSERT_GT(after.frameCount(), 10u);
+    // The source fitted whole into the output, centred.
+    const double scale = std::min(1280.0 / c.width, 720.0 / c.height);
+    const double left = (1280 - c.width * scale) / 2;
+    for (int bar = 0; bar < 7; ++bar) {
+        const double x = (bar + 0.5) / 7;
+        const Rgb want = patch(before.frame(5), c.width, int(x * c.width), int(0.3 * c.height));
+        const Rgb got = patch(after.frame(5), 1280, int(left + x * c.width * scale), 216);
+        EXPECT_NEAR(got.r, want.r, 2) << "bar " << bar;
+        EXPECT_NEAR(got.g, want.g, 2) << "bar " << bar;
+        EXPECT_NEAR(got.b, want.b, 2) << "bar " << bar;
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(Reencode, ColourBars,
+                         testing::Combine(testing::ValuesIn(kBars),
+                                          testing::ValuesIn(testing_support::kPlayers)),
+                         [](const auto& info) {
+                             return std::get<0>(info.param).name + "_" +
+                                    playerName(std::get<1>(info.param));
+                         });
+
+// Tone-mapped into SDR BT.709, neither black nor washed into one colour.
+TEST_F(Reencode, HlgSourceIsToneMappedIntoTaggedSdr) {
+    const auto source = makeMedia(
+        "fidelity_hlg.mp4",
+        kHdBars +
+            "-t 1 -vf "
+            "zscale=tin=709:min=709:pin=709:t=arib-std-b67:m=2020_ncl:p=2020,format=yuv420p10le "
+            "-c:v libx264 -preset ultrafast -colorspace bt2020nc -color_primaries bt2020 "
+            "-color_trc arib-std-b67 -an");
+    const auto out =
+        reencoded(CompositionBuilder().video(source, 0, 300).build(), "hlg.mp4", plain(1280, 720));
+    EXPECT_EQ(probe(out, "stream=pix_fmt,color_space,color_transfer", "v:0"),
+              "yuv420p,bt709,bt709\n");
+    const auto frame = decode(out, Player::ffmpeg, kRgb).frame(0);
+    // The grey bar on the left stays grey; yellow and blue bars stay apart.
+    const Rgb grey = patch(frame, 1280, 90, 200);
+    EXPECT_NEAR(grey.r, grey.g, 12);
+    EXPECT_NEAR(grey.g, grey.b, 12);
+    EXPECT_GT(grey.g, 60);
+    const Rgb yellow = patch(frame, 1280, 365, 200);
+    EXPECT_GT(yellow.r, yellow.b + 60);
+}
+
+// Some phones state a sound rate a hundred times the real one; players play the samples
+// one after another, and so a range from the middle must sound in its place.
+TEST_F(Reencode, AviSoundStampedAtAWrongRateStaysInPlace) {
+    const auto made = makeMedia("fidelity_avi.avi",
+                                kPicture + kSweep + "-t 3 " + kH264 + "-c:a libmp3lame -ac 1");
+    std::string bytes = testing_support::contentsOf(made);
+    const std::size_t header = bytes.find("auds");  // the sound's stream header
+    ASSERT_NE(header, std::string::npos);
+    // Little-endian rate, start, length, buffer size, quality and sample size, from byte 24.
+    std::uint32_t fields[6];
+    std::memcpy(fields, bytes.data() + header + 24, sizeof fields);
+    fields[0] *= 100;
+    fields[2] *= 100;
+    fields[5] = 1;
+    std::memcpy(bytes.data() + header + 24, fields, sizeof fields);
+    const auto source = testing_support::makeFile("fidelity_avi_fast.avi", bytes);
+
+    const auto out = reencoded(CompositionBuilder().clip(source, 600, 1500).build(), "avi-rate.mp4",
+                               plain(160, 120));
+    const auto before = testing_support::decodeAudio(source, Player::ffmpeg, 48000, 1).samples;
+    const auto after = testing_support::decodeAudio(out, Player::ffmpeg, 48000, 1).samples;
+    // The output's sound at 0.5 s is the source's at 1.5 s, found within a millisecond.
+    constexpr std::int64_t kWindow = 4800, kAt = 24000, kExpected = 72000, kSearch = 2400;
+    ASSERT_GE(std::ssize(after), kAt + kWindow);
+    ASSERT_GE(std::ssize(before), kExpected + kSearch + kWindow);
+    double energy = 0;
+    for (std::int64_t i = 0; i < kWindow; ++i) energy += double(after[kAt + i]) * after[kAt + i];
+    double least = 1e300;
+    std::int64_t lag = 0;
+    for (std::int64_t d = -kSearch; d <= kSearch; ++d) {
+        double error = 0;
+        for (std::int64_t i = 0; i < kWindow && error < least; ++i) {
+            const double e = double(after[kAt + i]) - before[kExpected + d + i];
+            error += e * e;
+        }
+        if (error < least) {
+            least = error;
+            lag = d;
+        }
+    }
+    EXPECT_GT(energy, 1.0);
+    EXPECT_LT(least, energy * 0.05);
+    EXPECT_LE(std::abs(lag), 48);
 }
 
 }  // namespace
