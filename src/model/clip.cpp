@@ -86,6 +86,13 @@ std::size_t hashValue(const Clip& c) {
         for (float p : *c.waveformPeaks) h.add(p);
     h.add(c.fingerprint);
     h.add(c.rotationDegrees);
+    h.add(c.copyFacts.videoCodec);
+    h.add(c.copyFacts.audioCodec);
+    h.add(c.copyFacts.audioProfile);
+    h.add(c.copyFacts.keyframeSeconds.size());
+    for (double k : c.copyFacts.keyframeSeconds) h.add(k);
+    h.add(c.copyFacts.leadingPictures);
+    h.add(c.copyFacts.untimedPackets);
     return h.value();
 }
 

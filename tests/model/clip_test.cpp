@@ -92,6 +92,7 @@ TEST(Clip, EveryFieldTakesPartInEqualityAndHashButPeaksCompareByValue) {
         {"waveformPeaks empty", [&](Clip& c) { c.waveformPeaks = peaks({}); }},
         {"fingerprint", [](Clip& c) { c.fingerprint = "missing"; }},
         {"rotationDegrees", [](Clip& c) { c.rotationDegrees = 180; }},
+        {"copyFacts", [](Clip& c) { c.copyFacts.keyframeSeconds.push_back(2); }},
     };
     for (const auto& [name, change] : changes) {
         Clip other = base;
