@@ -60,8 +60,7 @@ model::Clip clip(const std::string& file, double start, double in, double out, d
     return c;
 }
 
-// Segments in ticks: "file@start+duration:sourceStart+sourceDuration", or "-@start+duration"
-// for an empty range.
+// Segments in ticks: "file@start+length:sourceStart+sourceLength", or "-@start+length" if empty.
 std::string pieces(const std::vector<Segment>& segments) {
     std::string text;
     for (const Segment& s : segments) {
@@ -74,8 +73,7 @@ std::string pieces(const std::vector<Segment>& segments) {
     return text;
 }
 
-// A slow clip whose start and scaled length are `startTicks` and `lengthTicks` unrounded,
-// and a clip where it ends.
+// A slow clip of unrounded start and scaled length in ticks, and a clip where it ends.
 std::vector<model::Clip> afterASlowClip(double startTicks, double lengthTicks) {
     const auto slow = clip("a.mov", startTicks / 600, 0, 1, 600.0 / lengthTicks);
     return {slow, clip("b.mov", slow.timelineEnd(), 0, 1)};
@@ -117,13 +115,11 @@ TEST(Composition, EachLaneIsATrackFromTimeZeroWithEmptyRangesBetweenItsClips) {
              {{clip("silent.mp4", 0, 0, 1), clip("a.mov", 1, 0, 1)},
               "silent.mp4@0+600:0+600 a.mov@600+600:0+600",
               "-@0+600 a.mov@600+600:0+600"},
-             // Scaled length 857.4 ticks rounds down, the next start 857.8 up: the run ends
-             // at the clip's rounded end, 858.
+             // Length 857.4 rounds down, the next start 857.8 up: the run ends at 858.
              alike(afterASlowClip(0.4, 857.4), "a.mov@0+858:0+600 b.mov@858+600:0+600"),
              // Start and scaled length round up (0.6, 857.6), their sum down (858.2).
              alike(afterASlowClip(0.6, 857.6), "-@0+1 a.mov@1+857:0+600 b.mov@858+600:0+600"),
-             // In 0.54 and out 600.48 ticks round to a 599-tick range; the next clip starts
-             // at 599.94 ticks, which rounds to 600.
+             // In 0.54 and out 600.48 round to a 599-tick range; the next start 599.94 to 600.
              alike({unscaled, clip("b.mov", unscaled.timelineEnd(), 0, 1)},
                    "a.mov@0+600:1+600 b.mov@600+600:0+600"),
          }) {
@@ -161,8 +157,7 @@ TEST(Composition, SegmentsCarryTheClipsStreamRotationRateAndLength) {
     EXPECT_EQ(sound[1].source->streamIndex, 0);
 }
 
-// What slices play, in seconds: "file@start:sourceStart-sourceEnd" and "x<rate>" unless the
-// rate is 1, in timeline order; lanes are separated by " | ".
+// Slices in seconds: "file@start:sourceStart-sourceEnd", "x<rate>" unless 1; lanes by " | ".
 std::string spans(const std::vector<Slice>& slices) {
     std::ostringstream text;
     for (const Slice& s : slices) {
@@ -301,28 +296,24 @@ std::string ticks(const std::vector<Slice>& slices) {
 }
 
 TEST(Slicing, TimesAreRoundedToTheNearestTickOnlyAtTheEnd) {
-    // In 0.48 ticks rounds to 0; the run spans 37.5 to 637.98 ticks, 38 to 638, and an
-    // unscaled source range is as long as that span, so that it meets the next.
+    // In 0.48 ticks rounds to 0; 37.5 to 637.98 ticks is 38 to 638, and the source as long.
     const auto a = clip("a", 0.0625, 0.0008, 1.0016);
     EXPECT_EQ(ticks(sliceVideoTopWins({a})), "38:0-600");
     EXPECT_EQ(ticks(assignAudioLanes({a}).at(0)), "38:0-600");
     // Shorter than a tick, still a slice.
     EXPECT_EQ(ticks(sliceVideoTopWins({clip("blink", 1.0001, 2, 2.0002)})), "600:1200-1200");
 
-    // b starts 0.54 ticks in: rounded first, a's cut would be 3 ticks into its source, but
-    // 0.0009 s at rate 3 is 1.62 ticks.
+    // b starts 0.54 ticks in: rounded first, a's cut would be at 3 ticks, not 1.62.
     EXPECT_EQ(ticks(sliceVideoTopWins({clip("a", 0, 0, 30, 3), clip("b", 0.0009, 0, 1)})),
               "0:0-2 1:0-600 601:1802-18000");
-    // 0.0525 s is 31.5 ticks; a cut recomputed at the end, 0.0175 s at rate 3, would land a
-    // hair below and round to 31.
+    // 31.5 ticks; recomputed from 0.0175 s at rate 3 it would land a hair below, at 31.
     const auto fast = clip("a", 0, 0, 0.0525, 3);
     EXPECT_EQ(ticks(sliceVideoTopWins({fast, clip("b", fast.timelineEnd(), 0, 1)})),
               "0:0-32 10:0-601");
 }
 
 TEST(Slicing, OverlapShorterThanATickStillCutsOrNeedsAnotherLane) {
-    // a ends at 1.0003 s, b starts at 1.0001 s: both round to tick 600 yet overlap, so a is
-    // cut at 3.0003 s of its source (1800.18 ticks), not its out point (1800.54).
+    // Both round to tick 600 yet overlap: a is cut at 1800.18 source ticks, not 1800.54.
     EXPECT_EQ(ticks(sliceVideoTopWins({clip("a", 0, 0, 3.0009, 3), clip("b", 1.0001, 5, 6)})),
               "0:0-1800 600:3000-3600");
     EXPECT_EQ(spans(assignAudioLanes(
@@ -356,8 +347,7 @@ TEST(CropFrame, InsetsGiveTheOutputFrameRoundingHalvesUpAndNeverForcingItEven) {
     }
 }
 
-// A frame of the largest size, to within a pixel, moves left and up by the crop offsets;
-// any other is fitted and centred, not cropped.
+// Within a pixel of the largest size counts as it.
 TEST(CropFrame, PlacesTheLargestSizeByTheCropAndFitsAnyOther) {
     const auto cropped = settings(1920, 1080, 0.25, 0.1, 0, 0);
     struct Case {
