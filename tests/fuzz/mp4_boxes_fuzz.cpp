@@ -1,5 +1,4 @@
-// The MP4 box reader and rewriter: boxes that parse survive every rewrite the export makes,
-// and what is written parses back to the same boxes.
+// The MP4 box reader and rewriter: what parses, rewritten or not, writes back to the same boxes.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>

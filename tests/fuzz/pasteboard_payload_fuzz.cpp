@@ -1,5 +1,4 @@
-// The pasteboard payload reader, through paste: whatever another program left under the clip
-// type pastes cleanly or not at all; the probe knows no file, so nothing is pasted.
+// The pasteboard payload reader: the probe knows no file, so any payload pastes nothing.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>

@@ -1,5 +1,4 @@
-// The probe with its poster thumbnail, on mutated media: any bytes either make a clip that
-// is media by the probe's own rule or fail with a message.
+// The probe with its thumbnail: any bytes make media by the probe's own rule or a message.
 #include <unistd.h>
 
 #include <algorithm>

@@ -1,5 +1,4 @@
-// The project file reader: any bytes either decode to a snapshot that encodes and decodes
-// back to itself, or fail with a message.
+// The project file reader: any bytes decode to a snapshot that round-trips, or to a message.
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
