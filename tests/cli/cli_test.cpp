@@ -46,13 +46,10 @@ class CliTest : public ::testing::Test {
   protected:
     // `prefix`: shell words that set up how it runs ("timeout 60", a ulimit).
     CliRun cli(const std::string& args, const std::string& prefix = "") {
-        CliRun r;
-        r.status =
+        const int status =
             testing_support::run("(" + prefix + " " + VANTRELL_CLI + " " + args + ") >" +
                                  quoted(dir / "stdout.txt") + " 2>" + quoted(dir / "stderr.txt"));
-        r.out = contentsOf(dir / "stdout.txt");
-        r.err = contentsOf(dir / "stderr.txt");
-        return r;
+        return {status, contentsOf(dir / "stdout.txt"), contentsOf(dir / "stderr.txt")};
     }
     // A new project of `files`, which must succeed.
     fs::path newProject(const std::string& name, const std::vector<fs::path>& files) {

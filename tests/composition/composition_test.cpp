@@ -97,7 +97,6 @@ TEST(Composition, EachLaneIsATrackFromTimeZeroWithEmptyRangesBetweenItsClips) {
              {{clip("tone.wav", 0, 0, 2), clip("tone.wav", 1, 0, 2)},
               "none",
               "tone.wav@0+1200:0+1200 | -@0+600 tone.wav@600+1200:0+1200"},
-             alike({clip("a.mov", 5, 0, 2)}, "-@0+3000 a.mov@3000+1200:0+1200"),
              alike({clip("a.mov", 0, 0, 10, 2), clip("b.mov", 5, 0, 1)},
                    "a.mov@0+3000:0+6000 b.mov@3000+600:0+600"),
              {{clip("a.mov", 0, 0, 10), clip("b.mov", 5, 0, 10), clip("a.mov", 12, 0, 1)},

@@ -30,8 +30,7 @@ extern "C" {
 #include <libavutil/imgutils.h>
 }
 
-// The renderers on tiny media made by the ffmpeg tool, held against plain decodes of it (every
-// frame from the start, no seeking).
+// The renderers on tiny media made by the ffmpeg tool, held against plain decodes from the start.
 namespace {
 
 using common::MediaTime;
@@ -318,8 +317,7 @@ TEST(VideoRenderer, TurnedSourcesComeOutUprightAtTheirStoredSize) {
 }
 
 TEST(VideoRenderer, TimesInAnyTimeBaseMapExactly) {
-    // A 90 kHz tick before frame k is still frame k - 1, though it rounds to frame k's
-    // time on the 1/600 s grid.
+    // A 90 kHz tick before frame k is frame k - 1, though on the 600-tick grid it rounds to k.
     const auto file = h264();
     const PlainVideo plain = decodeAllVideo(file);
     const Composition composition = composition::buildComposition({clipOf(file, 0, 0, 2.5)});
@@ -467,8 +465,7 @@ TEST(AudioRenderer, EncodedSoundStartsAtItsFirstRealSampleAndPlaysFrameAfterFram
 }
 
 TEST(AudioRenderer, ReadingFromAPositionGivesWhatReadingOnGives) {
-    // PCM exactly; a transform decoder started anew shortly before gives the same to within
-    // float rounding. Each at its own rate: a resampler starting elsewhere may shift its grid.
+    // PCM exactly, a restarted decoder to float rounding; own rates, as resampling may shift.
     for (const auto& [file, rate, tolerance] :
          {std::tuple{toneWav(), 48000, 0.0f}, std::tuple{toneAac(), 48000, 1e-4f},
           std::tuple{toneMp3(), 44100, 1e-4f}}) {
