@@ -43,24 +43,6 @@ class EnrichmentTest : public MediaProjectTest {
     }
 };
 
-TEST_F(EnrichmentTest, PeaksAreAskedForAtTwoHundredASecondWithAFloorOf1600OnlyForSound) {
-    media->failWaveformImages();
-    std::vector<Clip> clips{liveClip("/m/silent.mov", 5, 0, true, false)};
-    for (double seconds : {4.0, 60.0, 8.008})
-        clips.push_back(liveClip("/m/a.wav", seconds, 0, false));
-    project.setClips(clips);
-    for (const Clip& c : clips) project.enrichAssetsAsync(c.id);
-    executor.drain();
-    std::vector<int> asked;
-    for (const auto& call : media->peakCalls()) asked.push_back(call.targetPeakCount);
-    std::sort(asked.begin(), asked.end());
-    EXPECT_EQ(asked, (std::vector<int>{1600, 1601, 12000})) << "the product is cut toward zero";
-    EXPECT_EQ(media->filmstripCalls(), std::vector<std::filesystem::path>{"/m/silent.mov"});
-    const Clip& song = project.clips()[1];
-    EXPECT_FALSE(song.waveform) << "a waveform that can't be drawn still leaves the peaks";
-    EXPECT_EQ(song.waveformPeaks->size(), 1600u);
-}
-
 TEST_F(EnrichmentTest, ResultsGoInPlaceOnlyToTheClipThatStillShowsTheFileWhenTheyLand) {
     Clip c = liveClip("/m/a.mov", 10);
     place(project, {c}, c.id);

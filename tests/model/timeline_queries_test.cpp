@@ -93,9 +93,6 @@ TEST(TimelineQueries, NoClipAnAudioOnlyMaskOrAPlaceholderGivesNoSizeCropOrFrameR
                      p.aspectAtPlayhead() || p.hasCrop());
         EXPECT_EQ(p.frameRateAtPlayhead(), 30.0);
     }
-    Project p;
-    p.togglePlayback();
-    EXPECT_FALSE(p.isPlaying() || p.clipIDAt(0));
 }
 
 TEST(TimelineQueries, SizesComeFromTheFirstVideoClipTheLowestSizedOneAtThePlayheadOrTheLargest) {
