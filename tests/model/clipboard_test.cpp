@@ -132,7 +132,7 @@ TEST_F(ClipboardTest, ARecordWhoseFileIsGoneIsSkippedSilentlyAndTheTokenStillRis
     EXPECT_EQ(project.selectedClipID(), live.id);
 }
 
-TEST_F(ClipboardTest, AnythingButAWellFormedPayloadOrAMissingPasteboardDoesNothing) {
+TEST_F(ClipboardTest, AnythingButAWellFormedPayloadDoesNothing) {
     Clip a = liveClip("/m/a.mov", 2, 0);
     project.setClips({a});
     const std::string record =
@@ -150,12 +150,7 @@ TEST_F(ClipboardTest, AnythingButAWellFormedPayloadOrAMissingPasteboardDoesNothi
         pasteboard->put(type, text);
         EXPECT_TRUE(paste().empty()) << text;
     }
-    model::Project bare{{&executor, media}};
-    bare.setClips({a});
-    bare.setSelectedClipID(a.id);
-    bare.copySelection();
-    bare.pasteAtPlayhead();
-    EXPECT_FALSE(project.canUndo() || bare.canUndo());
+    EXPECT_FALSE(project.canUndo());
     EXPECT_TRUE(r.heardNothing());
     EXPECT_EQ(media->probeCount(), 1u) << "only the probe that made the clip";
 

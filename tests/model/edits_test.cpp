@@ -128,10 +128,6 @@ TEST(TrimSplitMove, NudgesStepByTheClipsFramesAndPlayingRewindsFromTheEnd) {
     p.togglePlayback();
     EXPECT_TRUE(p.isPlaying());
     EXPECT_EQ(p.playheadGlobal(), 0);
-    for (auto [asked, held] : {std::pair{100.0, 12.0}, {0.01, 0.25}, {11.0, 11.0}}) {
-        p.setZoom(asked);
-        EXPECT_EQ(p.zoomFactor(), held) << asked;
-    }
 }
 
 TEST(TrimSplitMove, DeletingPassesTheSelectionOnByStackingOrderAndCollapsingMovesTheGapsRow) {
@@ -244,8 +240,7 @@ TEST_F(TrimSplitMoveTest, ASplitTakesTheSelectedClipElseTheTopOneAndNeedsRoomFor
     EXPECT_EQ(project.clips()[0].outSeconds, 1) << "the selected clip ends at the playhead";
 }
 
-// A split and an unlink finish once the probe of their new half lands; what happened to the
-// clip meanwhile decides whether they still land.
+// A split and an unlink land once the probe of their new half does.
 TEST_F(TrimSplitMoveTest, ASplitOrUnlinkLosesToAnEditMeanwhileAndLeavesDeletedOrLostClipsAlone) {
     using Meanwhile = std::function<void(const Uuid&)>;
     const std::tuple<std::string, std::function<void()>, Meanwhile> edits[] = {

@@ -223,7 +223,6 @@ TEST_F(ProjectTest, ImportPlacesEachFileBehindWhateverEndsLastAsItArrivesUnderOn
 
     project.importURLs({"/m/c.mov", "/m/x.mov"});
     drainCapturingLog();
-    EXPECT_EQ(project.selectedClipID(), clips[0].id) << "a selection is left alone";
     project.undo();
     EXPECT_EQ(project.clips().size(), 3u) << "one undo per batch";
 }
@@ -283,7 +282,6 @@ TEST_F(ProjectTest, HydrationProbesEveryRecordAndAssignsTheClipsInOneStep) {
               std::pair(std::filesystem::path("/new/b.mov"), moved.bookmark));
     EXPECT_EQ(clips[3].url, "/old/c.mov");
     EXPECT_EQ(clips[4], Clip::missingPlaceholder(damaged));
-    EXPECT_EQ(media->filmstripCalls().size(), 2u) << "a placeholder has no file to read";
     EXPECT_EQ(media->lastProjectFolder(), std::filesystem::path("/projects/film"));
 }
 
@@ -353,6 +351,66 @@ TEST_F(ProjectTest, RelinkingToAFileThatCannotBeProbedChangesNothingAnEditMeanwh
     executor.drain();
     EXPECT_TRUE(project.clips().empty()) << "a clip gone meanwhile stays gone";
     EXPECT_EQ(lastStep(project), (Step{"Relink Clip", token + 1}));
+}
+
+// Filmstrips and waveforms are caches: written in place, without history, token or didChange,
+// and only while the clip still shows the file they were made from.
+class EnrichmentTest : public MediaProjectTest {
+  protected:
+    // Starts enrichment of `id`; both tasks reach the hold only if neither waits for the other.
+    void startHeld(const Uuid& id) {
+        std::size_t filmstrips = media->filmstripCalls().size();
+        std::size_t peaks = media->peakCalls().size();
+        media->hold(FakeMediaServices::filmstrips);
+        media->hold(FakeMediaServices::peaks);
+        project.enrichAssetsAsync(id);
+        ASSERT_TRUE(media->waitFor(FakeMediaServices::filmstrips, filmstrips + 1));
+        ASSERT_TRUE(media->waitFor(FakeMediaServices::peaks, peaks + 1));
+    }
+
+    void finish() {
+        media->release();
+        executor.drain();
+    }
+
+    bool isEnriched(const Uuid& id) {
+        const Clip& c = *project.clip(id);
+        return c.filmstrip.size() == FakeMediaServices::kFilmstripFrames && c.waveform &&
+               c.waveformPeaks;
+    }
+};
+
+TEST_F(EnrichmentTest, ResultsGoInPlaceOnlyToTheClipThatStillShowsTheFileWhenTheyLand) {
+    Clip c = liveClip("/m/a.mov", 10);
+    place(project, {c}, c.id);
+    startHeld(c.id);
+    media->remove("/m/a.mov");
+    finish();
+    EXPECT_EQ(*project.clip(c.id), c) << "a file that fails leaves the clip untouched";
+
+    media->add("/m/a.mov", 10);
+    Recorder r(project);
+    startHeld(c.id);
+    finish();
+    EXPECT_TRUE(isEnriched(c.id));
+    EXPECT_EQ(*project.clip(c.id)->waveformPeaks,
+              std::vector<float>(2000, FakeMediaServices::kPeakLevel));
+    EXPECT_EQ(r.didChangeCalls, 0);
+    EXPECT_EQ(r.fields, (std::vector{model::ProjectField::clips, model::ProjectField::clips}));
+
+    project.setClips({c});
+    startHeld(c.id);
+    project.deleteSelected();
+    project.undo();
+    finish();
+    EXPECT_TRUE(isEnriched(c.id)) << "a clip brought back by undo takes them";
+
+    Clip relinked = liveClip("/m/b.mov", 10);
+    relinked.id = c.id;
+    startHeld(c.id);
+    project.setClips({relinked});
+    finish();
+    EXPECT_FALSE(project.clip(c.id)->waveformPeaks) << "pictures of a file it no longer names";
 }
 
 }  // namespace
