@@ -353,8 +353,7 @@ TEST_F(ProjectTest, RelinkingToAFileThatCannotBeProbedChangesNothingAnEditMeanwh
     EXPECT_EQ(lastStep(project), (Step{"Relink Clip", token + 1}));
 }
 
-// Filmstrips and waveforms are caches: written in place, without history, token or didChange,
-// and only while the clip still shows the file they were made from.
+// Filmstrips and waveforms are caches: written in place, without history, token or didChange.
 class EnrichmentTest : public MediaProjectTest {
   protected:
     // Starts enrichment of `id`; both tasks reach the hold only if neither waits for the other.
@@ -411,6 +410,10 @@ TEST_F(EnrichmentTest, ResultsGoInPlaceOnlyToTheClipThatStillShowsTheFileWhenThe
     project.setClips({relinked});
     finish();
     EXPECT_FALSE(project.clip(c.id)->waveformPeaks) << "pictures of a file it no longer names";
+    media->failWaveformImages();
+    project.enrichAssetsAsync(c.id);
+    executor.drain();
+    EXPECT_TRUE(project.clip(c.id)->waveformPeaks) << "a waveform that can't be drawn keeps them";
 }
 
 }  // namespace
