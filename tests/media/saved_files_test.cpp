@@ -1,8 +1,8 @@
-#include "media/project_document.h"
-
+// The files the app writes whole and reads back, and the atomic write beneath them.
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <limits>
@@ -11,6 +11,9 @@
 
 #include <gtest/gtest.h>
 
+#include "media/atomic_file.h"
+#include "media/file_pasteboard.h"
+#include "media/project_document.h"
 #include "support/fake_media_services.h"
 #include "support/media_fixtures.h"
 
@@ -18,17 +21,99 @@ namespace {
 
 namespace fs = std::filesystem;
 using common::Uuid;
+using media::FilePasteboard;
 using media::ProjectDocument;
 using model::Clip;
 using model_test::FakeMediaServices;
 using testing_support::contentsOf;
+using testing_support::freshDir;
 
-class ProjectDocumentTest : public testing::Test {
+bool holdsOnly(const fs::path& dir, const std::string& name) {
+    auto entries = fs::directory_iterator(dir);
+    return entries != fs::directory_iterator() && entries->path().filename() == name &&
+           ++entries == fs::directory_iterator();
+}
+
+TEST(AtomicFile, WritesOrReplacesAFileWholeKeepingItsPermissionsAndNothingElseBehind) {
+    auto dir = freshDir("atomic-new");
+    auto file = dir / "cut.vantrell";
+    const std::string bytes("{\n}\r\n\0binary\xff", 13);
+    ASSERT_TRUE(media::writeFileAtomically(file, bytes).ok());
+    EXPECT_EQ(media::readRegularFile(file).value(), bytes);
+    fs::permissions(file, fs::perms::owner_read | fs::perms::owner_write);
+    ASSERT_TRUE(media::writeFileAtomically(file, "").ok());
+    EXPECT_EQ(contentsOf(file), "");
+    EXPECT_EQ(fs::status(file).permissions() & fs::perms::all,
+              fs::perms::owner_read | fs::perms::owner_write);
+    EXPECT_TRUE(holdsOnly(dir, "cut.vantrell"));
+}
+
+TEST(AtomicFile, AWriteThatFailsMakesNothingAndRemovesItsTemporaryFile) {
+    auto dir = freshDir("atomic-missing");
+    auto status = media::writeFileAtomically(dir / "nowhere" / "cut.vantrell", "x");
+    ASSERT_FALSE(status.ok());
+    EXPECT_NE(status.error().message.find("cut.vantrell"), std::string::npos);
+    fs::create_directories(dir / "cut.vantrell" / "inside");  // a folder can't be replaced
+    EXPECT_FALSE(media::writeFileAtomically(dir / "cut.vantrell", "x").ok());
+    EXPECT_TRUE(holdsOnly(dir, "cut.vantrell"));
+
+    // Root may write anywhere, so a forked child gives up root first.
+    auto locked = freshDir("atomic-unwritable");
+    std::ofstream(locked / "cut.vantrell") << "old";
+    fs::permissions(locked, fs::perms{0555});
+    EXPECT_EXIT(
+        {
+            if (::geteuid() == 0 && (::setgid(65534) != 0 || ::setuid(65534) != 0)) std::_Exit(2);
+            std::_Exit(media::writeFileAtomically(locked / "cut.vantrell", "new").ok() ? 1 : 0);
+        },
+        testing::ExitedWithCode(0), "");
+    fs::permissions(locked, fs::perms::owner_all);
+    EXPECT_EQ(contentsOf(locked / "cut.vantrell"), "old");
+    EXPECT_TRUE(holdsOnly(locked, "cut.vantrell"));
+}
+
+constexpr std::string_view kClips = model::PasteboardType::vantrellClips;
+
+model::Bytes bytes(std::string_view text) {
+    return model::Bytes(text.begin(), text.end());
+}
+
+TEST(FilePasteboard, WhatOneWritesAnotherOnTheSameFileReadsUnderTheSameTypeAlone) {
+    auto file = freshDir("pasteboard-share") / "clipboard";
+    ASSERT_TRUE(FilePasteboard(file).setContents("public.utf8-plain-text", bytes("hello")).ok());
+    const model::Bytes payload = bytes(std::string_view("[1,\n2]\0\xff", 8));
+    ASSERT_TRUE(FilePasteboard(file).setContents(kClips, payload).ok());
+    FilePasteboard reader(file);
+    EXPECT_EQ(reader.data(kClips), payload);
+    EXPECT_FALSE(reader.data("public.utf8-plain-text"));  // replaced
+}
+
+TEST(FilePasteboard, AMissingShapelessOrHugeFileIsAnEmptyPasteboard) {
+    auto dir = freshDir("pasteboard-empty");
+    std::ofstream(dir / "one-line") << kClips;  // no line ends the type
+    std::ofstream(dir / "huge").close();
+    ASSERT_EQ(::truncate((dir / "huge").c_str(), off_t{4} << 30), 0);  // takes no room on disk
+    for (const auto& file : {dir / "none", dir / "one-line", dir, dir / "huge"})
+        EXPECT_FALSE(FilePasteboard(file).data(kClips)) << file;
+}
+
+TEST(FilePasteboard, AFailedWriteSaysWhichFileAndIsRemembered) {
+    auto file = freshDir("pasteboard-fail") / "no-such-folder" / "clipboard";
+    FilePasteboard pasteboard(file);
+    auto written = pasteboard.setContents(kClips, bytes("[]"));
+    ASSERT_FALSE(written.ok());
+    EXPECT_NE(written.error().message.find(file.string()), std::string::npos);
+    ASSERT_TRUE(pasteboard.lastWriteFailure());
+    EXPECT_EQ(pasteboard.lastWriteFailure()->message, written.error().message);
+    fs::create_directories(file.parent_path());
+    ASSERT_TRUE(pasteboard.setContents(kClips, bytes("[]")).ok());
+    EXPECT_FALSE(pasteboard.lastWriteFailure());
+}
+
+class ProjectDocumentTest : public model_test::MediaProjectTest {
   protected:
-    std::shared_ptr<FakeMediaServices> media = std::make_shared<FakeMediaServices>();
-    common::ThreadPoolExecutor executor{2};
-    fs::path dir = testing_support::freshDir(
-        std::string("document-") + testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::path dir = freshDir(std::string("document-") +
+                            testing::UnitTest::GetInstance()->current_test_info()->name());
 
     model::ProjectContext context() { return {&executor, media}; }
 
@@ -36,12 +121,6 @@ class ProjectDocumentTest : public testing::Test {
         auto opened = ProjectDocument::open(file, context());
         EXPECT_TRUE(opened.ok()) << file;
         return opened.ok() ? std::move(opened).value() : nullptr;
-    }
-
-    void drainQuietly() {
-        testing::internal::CaptureStderr();
-        executor.drain();
-        testing::internal::GetCapturedStderr();
     }
 };
 
@@ -78,7 +157,7 @@ TEST_F(ProjectDocumentTest, SaveThenOpenBringsBackClipsPlaceholdersAndSettingsUn
     ProjectDocument doc(context());
     model::Project& p = doc.project();
     p.importURLs({lost, "/media/b c.mov", "/media/never.mov"});
-    drainQuietly();
+    drainCapturingLog();
     ASSERT_EQ(p.clips().size(), 2u);
     p.updateClip(p.clips()[0].id, [&](Clip& c) { c.inSeconds = 2; });
     p.updateClip(p.clips()[1].id, [&](Clip& c) { c.rateMultiplier = 2; });
@@ -94,7 +173,7 @@ TEST_F(ProjectDocumentTest, SaveThenOpenBringsBackClipsPlaceholdersAndSettingsUn
     EXPECT_FALSE(reopened->isModified());
     ASSERT_TRUE(reopened->save(dir / "early.vantrell").ok());
     EXPECT_EQ(contentsOf(dir / "early.vantrell"), contentsOf(dir / "cut.vantrell"));
-    drainQuietly();
+    drainCapturingLog();
     EXPECT_FALSE(reopened->isModified());
     EXPECT_EQ(media->lastProjectFolder(), dir);
     ASSERT_EQ(q.clips().size(), 2u);
