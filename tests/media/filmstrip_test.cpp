@@ -20,8 +20,7 @@ constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
 constexpr double kTolerance = media::kFilmstripToleranceSeconds + 1e-9;
 
-// The numbered clips run at 5 frames a second and show their frame number in binary: bit b
-// is bar b, 8 pixels wide from the left, white when set. Lossless, so every bar reads back.
+// 5 frames a second, each showing its number in lossless 8-pixel bars, white for a set bit.
 constexpr int kNumberedRate = 5;
 
 std::filesystem::path numbered(const std::string& name, double seconds,
@@ -33,8 +32,7 @@ std::filesystem::path numbered(const std::string& name, double seconds,
                                encoder);
 }
 
-// The time of the frame a filmstrip image shows, read from the bar centres; turned a
-// quarter clockwise, the bars run down the picture from its top.
+// The time of the frame a filmstrip image shows, read from the bar centres.
 double shownSeconds(const model::ImageData& image, bool turned = false) {
     int number = 0;
     for (int bit = 0; bit < 8; ++bit) {
