@@ -188,7 +188,6 @@ TEST(ReverseRender, WhatCantBeRenderedAnswersNothingLeavesNothingAndSaysWhy) {
     };
     for (const auto& [source, from, to, says, tmp] : {
              Failure{shortGopSource(), 2, 2, empty},
-             Failure{shortGopSource(), 3, 1, empty},
              Failure{shortGopSource(), 7, 9, empty},
              Failure{sample_media::tone("m4a", "aac"), 0, 1, "error: source has no video track"},
              Failure{text, 0, 1, "error: failed to load asset duration"},
