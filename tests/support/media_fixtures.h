@@ -29,16 +29,13 @@ std::filesystem::path makeFile(const std::string& name, const std::string& conte
 // The whole contents of a file; empty if it can't be read.
 std::string contentsOf(const std::filesystem::path& file);
 
-// The whole standard output of a shell command.
 std::string outputOf(const std::string& command);
 
-// What the ffprobe tool prints about `file` given `args`.
 std::string ffprobe(const std::filesystem::path& file, const std::string& args);
 
 // A fresh empty folder under the scratch folder, for one test's outputs.
 std::filesystem::path freshDir(std::string name);
 
-// Shell-quotes a path or word.
 std::string quote(const std::string& text);
 
 }  // namespace testing_support
