@@ -48,10 +48,12 @@ TEST(LocalMediaServices, RequestsForOneFileAtOnceOrLaterShareOneRead) {
     auto url = samples::h264Mp4();
     constexpr int kAtOnce = 4;
     std::vector<common::Result<model::Clip>> probes(kAtOnce + 1, common::Error{"not run"});
+    std::vector<std::vector<model::Image>> strips(kAtOnce + 1);
     const auto lastID = common::Uuid::random();
     const auto request = [&](int i) {
         const auto id = i < kAtOnce ? common::Uuid::random() : lastID;
         probes[i] = media.probe(url, model::Bytes{static_cast<std::uint8_t>(i)}, id);
+        strips[i] = media.generateFilmstrip(url, 1.0);
     };
     std::latch start(kAtOnce);
     {
@@ -67,6 +69,8 @@ TEST(LocalMediaServices, RequestsForOneFileAtOnceOrLaterShareOneRead) {
         ASSERT_TRUE(probes[i]);
         EXPECT_EQ(probes[i].value().bookmark, model::Bytes{static_cast<std::uint8_t>(i)});
         EXPECT_EQ(probes[i].value().thumbnail, probes[0].value().thumbnail);
+        EXPECT_FALSE(strips[i].empty());
+        EXPECT_EQ(strips[i], strips[0]);
     }
     EXPECT_EQ(probes[kAtOnce].value().id, lastID);
 }

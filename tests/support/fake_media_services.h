@@ -31,8 +31,7 @@ class FakePasteboard final : public model::Pasteboard {
         return common::success();
     }
     std::optional<model::Bytes> data(std::string_view type) override {
-        if (!data_ || type != type_) return std::nullopt;
-        return data_;
+        return type == type_ ? data_ : std::nullopt;
     }
     // Puts `text` on the pasteboard under `type`, as another program might.
     void put(std::string_view type, std::string_view text) {
@@ -144,8 +143,7 @@ class FakeMediaServices final : public model::MediaServices {
         return *known;
     }
     std::optional<model::Bytes> makeBookmark(const std::filesystem::path& url) override {
-        std::lock_guard lock(mutex_);
-        if (!files_.contains(url)) return std::nullopt;
+        if (!locked([&] { return files_.contains(url); })) return std::nullopt;
         return bookmarkFor(url);
     }
     std::optional<std::filesystem::path> resolveBookmark(
