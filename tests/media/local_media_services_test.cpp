@@ -2,67 +2,44 @@
 
 #include <chrono>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <latch>
-#include <memory>
+#include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "common/thread_pool_executor.h"
+#include "media/bookmark.h"
 #include "media/sample_media.h"
-#include "media/waveform.h"
-#include "model/project.h"
+#include "support/media_fixtures.h"
 
 namespace {
 
-namespace samples = sample_media;
 namespace fs = std::filesystem;
-
-TEST(LocalMediaServices, ImportedClipsAreEnrichedFromTheirFilesSharingWhatWasReadFromOne) {
-    common::ThreadPoolExecutor executor{2};
-    model::Project project{{&executor, std::make_shared<media::LocalMediaServices>()}};
-    project.importURLs({samples::h264Mp4(), samples::tone("m4a", "aac"),
-                        samples::h264VideoOnlyMp4(), samples::h264Mp4()});
-    executor.drain();
-    const auto& clips = project.clips();
-    ASSERT_EQ(clips.size(), 4u);
-    EXPECT_EQ(clips[0].filmstrip.size(), 3u);
-    ASSERT_TRUE(clips[0].waveform && clips[0].waveformPeaks);
-    EXPECT_EQ(clips[0].waveformPeaks->size(), 1600u);
-    EXPECT_EQ(clips[0].waveform->width, media::waveform::kImageWidth);
-    EXPECT_TRUE(clips[1].filmstrip.empty() && clips[1].waveformPeaks);
-    EXPECT_EQ(clips[2].filmstrip.size(), 3u);
-    EXPECT_FALSE(clips[2].waveformPeaks);
-    EXPECT_NE(clips[3].id, clips[0].id);
-    EXPECT_EQ(clips[3].filmstrip, clips[0].filmstrip);
-    EXPECT_EQ(clips[3].waveform, clips[0].waveform);
-}
+namespace samples = sample_media;
+using media::resolveBookmark;
 
 TEST(LocalMediaServices, AFileChangedSinceItWasReadIsReadAgain) {
     media::LocalMediaServices media;
     auto url = testing_support::freshDir("changed-media") / "clip.mp4";
     fs::copy_file(samples::h264Mp4(), url);
     auto before = media.probe(url, std::nullopt, common::Uuid::random());
-    auto strip = media.generateFilmstrip(url, 1.0);
-    auto peaks = media.extractPeaks(url, 1600);
-    ASSERT_TRUE(before && before.value().hasAudio && peaks && !strip.empty());
+    ASSERT_TRUE(before && before.value().hasAudio);
 
     // Same size and path, a later time: read anew.
     fs::last_write_time(url, fs::last_write_time(url) + std::chrono::seconds(5));
     auto touched = media.probe(url, std::nullopt, common::Uuid::random());
     ASSERT_TRUE(touched);
     EXPECT_NE(touched.value().thumbnail, before.value().thumbnail);
-    auto stripAgain = media.generateFilmstrip(url, 1.0);
-    ASSERT_FALSE(stripAgain.empty());
-    EXPECT_NE(stripAgain.front(), strip.front());
 
-    // Other contents: the probe and the peaks tell the new file.
+    // Other contents: the probe tells the new file.
     fs::copy_file(samples::h264VideoOnlyMp4(), url, fs::copy_options::overwrite_existing);
     auto replaced = media.probe(url, std::nullopt, common::Uuid::random());
     ASSERT_TRUE(replaced);
     EXPECT_FALSE(replaced.value().hasAudio);
-    EXPECT_FALSE(media.extractPeaks(url, 1600));
 }
 
 // Each request answers its own id and bookmark, all from one read of the file.
@@ -96,6 +73,105 @@ TEST(LocalMediaServices, RequestsForOneFileAtOnceOrLaterShareOneRead) {
         EXPECT_EQ(strips[i], strips[0]);
     }
     EXPECT_EQ(probes[kAtOnce].value().id, lastID);
+}
+
+fs::path writeFile(const fs::path& path, const std::string& contents) {
+    fs::create_directories(path.parent_path());
+    std::ofstream(path, std::ios::binary) << contents;
+    return path;
+}
+
+fs::path moveTo(const fs::path& file, const fs::path& destination) {
+    fs::create_directories(destination.parent_path());
+    fs::rename(file, destination);
+    return destination;
+}
+
+// A copy that keeps the original's name, size and modification time.
+fs::path lookalikeOf(const fs::path& file, const fs::path& copy) {
+    fs::create_directories(copy.parent_path());
+    fs::copy_file(file, copy);
+    fs::last_write_time(copy, fs::last_write_time(file));
+    return copy;
+}
+
+// A bookmark of a file made in a fresh folder laid out as root/library/shoot/<name>.
+struct Library {
+    explicit Library(const std::string& test)
+        : root(testing_support::freshDir("bookmark-" + test)),
+          shoot(root / "library" / "shoot"),
+          file(writeFile(shoot / "take 1.mov", "original media bytes")),
+          bookmark(*media::makeBookmark(file)) {}
+    fs::path root, shoot, file;
+    model::Bytes bookmark;
+};
+
+TEST(Bookmark, RecordsTheFilesAbsolutePathAndSizeAndNothingElseDecodes) {
+    Library lib("record");
+    auto id = media::decodeBookmark(lib.bookmark);
+    ASSERT_TRUE(id);
+    EXPECT_EQ(id->path, lib.file);
+    EXPECT_EQ(id->size, std::string("original media bytes").size());
+    EXPECT_FALSE(media::makeBookmark(lib.root / "absent.mov"));
+    EXPECT_FALSE(media::makeBookmark(lib.root));
+    for (std::string junk :
+         {"", "not json", "[1,2]",
+          R"({"path":"relative.mov","device":1,"inode":2,"size":3,"modified":4})",
+          R"({"path":"/a.mov"})"}) {
+        model::Bytes bytes(junk.begin(), junk.end());
+        EXPECT_FALSE(media::decodeBookmark(bytes)) << junk;
+        EXPECT_FALSE(resolveBookmark(bytes, std::nullopt)) << junk;
+    }
+}
+
+TEST(Bookmark, FindsTheFileInPlaceRenamedMovedToASiblingOrIntoTheProjectFolderWhenToldIt) {
+    Library lib("moves");
+    EXPECT_EQ(resolveBookmark(lib.bookmark, std::nullopt), lib.file);
+    const auto renamed = moveTo(lib.file, lib.shoot / "best take.mov");
+    EXPECT_EQ(resolveBookmark(lib.bookmark, std::nullopt), renamed);
+    const auto sibling = moveTo(renamed, lib.root / "library" / "selects" / "take 1.mov");
+    EXPECT_EQ(resolveBookmark(lib.bookmark, std::nullopt), sibling);
+    // The moved file itself wins over a lookalike where the search looks first.
+    lookalikeOf(sibling, lib.shoot / "archive" / "take 1.mov");
+    EXPECT_EQ(resolveBookmark(lib.bookmark, std::nullopt), sibling);
+
+    Library far("project-folder");
+    const auto project = far.root / "projects" / "film";
+    const auto moved = moveTo(far.file, project / "media" / "take 1.mov");
+    EXPECT_FALSE(resolveBookmark(far.bookmark, std::nullopt));
+    EXPECT_EQ(resolveBookmark(far.bookmark, project), moved);
+}
+
+TEST(Bookmark, ACopyWithTheSameNameSizeAndModificationTimeStandsForTheFile) {
+    Library lib("lookalike");
+    const auto copy = lookalikeOf(lib.file, lib.root / "library" / "backup" / "take 1.mov");
+    fs::remove(lib.file);
+    EXPECT_EQ(resolveBookmark(lib.bookmark, std::nullopt), copy);
+    // Under another name it is some other file.
+    Library other("lookalike-renamed");
+    lookalikeOf(other.file, other.shoot / "take 2.mov");
+    fs::remove(other.file);
+    EXPECT_FALSE(resolveBookmark(other.bookmark, other.root));
+}
+
+// Deleting first lets the file system hand the old inode number to a newcomer.
+TEST(Bookmark, ADeletedFileOrAnotherInItsPlaceResolvesToNothing) {
+    const std::vector<std::pair<std::string, std::function<void(const Library&)>>> newcomers{
+        {"deleted", [](const Library&) {}},
+        {"inode-reuse",
+         [](const Library& lib) { writeFile(lib.shoot / "unrelated.mov", "a different take"); }},
+        {"same-size",
+         [](const Library& lib) {
+             writeFile(lib.file, "ORIGINAL MEDIA BYTES");
+             fs::last_write_time(lib.file, fs::last_write_time(lib.file) - std::chrono::hours(1));
+         }},
+    };
+    for (const auto& [name, arrive] : newcomers) {
+        Library lib(name);
+        fs::remove(lib.file);
+        arrive(lib);
+        EXPECT_FALSE(resolveBookmark(lib.bookmark, lib.root)) << name;
+    }
 }
 
 }  // namespace

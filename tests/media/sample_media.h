@@ -54,7 +54,6 @@ inline std::filesystem::path patched(const std::filesystem::path& source, const 
     return testing_support::makeFile(name, bytes);
 }
 
-// The RGBA bytes of one pixel.
 struct Rgba {
     int r = 0, g = 0, b = 0, a = 0;
 };

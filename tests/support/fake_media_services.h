@@ -22,8 +22,7 @@
 
 namespace model_test {
 
-// A pasteboard in memory holding one item of one type, as the desktop clipboard does. Used on
-// the test's thread only, like the project that holds it.
+// A pasteboard in memory holding one item of one type, as the desktop clipboard does.
 class FakePasteboard final : public model::Pasteboard {
   public:
     common::Status setContents(std::string_view type, const model::Bytes& data) override {
@@ -32,8 +31,7 @@ class FakePasteboard final : public model::Pasteboard {
         return common::success();
     }
     std::optional<model::Bytes> data(std::string_view type) override {
-        if (!data_ || type != type_) return std::nullopt;
-        return data_;
+        return type == type_ ? data_ : std::nullopt;
     }
     // Puts `text` on the pasteboard under `type`, as another program might.
     void put(std::string_view type, std::string_view text) {
@@ -54,8 +52,8 @@ class FakePasteboard final : public model::Pasteboard {
     int writes_ = 0;
 };
 
-// Media served from a table of paths, whose bookmark is the path's text; work can be held in
-// the background until released. The executor's workers call it, so every member locks.
+// Media served from a table of paths, bookmarked by their text; work can be held until
+// released. The executor's workers call it, so every member locks.
 class FakeMediaServices final : public model::MediaServices {
     template <typename F>
     auto locked(F&& f) {
@@ -145,8 +143,7 @@ class FakeMediaServices final : public model::MediaServices {
         return *known;
     }
     std::optional<model::Bytes> makeBookmark(const std::filesystem::path& url) override {
-        std::lock_guard lock(mutex_);
-        if (!files_.contains(url)) return std::nullopt;
+        if (!locked([&] { return files_.contains(url); })) return std::nullopt;
         return bookmarkFor(url);
     }
     std::optional<std::filesystem::path> resolveBookmark(
@@ -162,9 +159,10 @@ class FakeMediaServices final : public model::MediaServices {
     std::optional<std::filesystem::path> renderReversed(const std::filesystem::path& url,
                                                         double fromSeconds,
                                                         double toSeconds) override {
-        std::lock_guard lock(mutex_);
-        renderCalls_.push_back({url, fromSeconds, toSeconds});
-        return renderResult_;
+        return locked([&] {
+            renderCalls_.push_back({url, fromSeconds, toSeconds});
+            return renderResult_;
+        });
     }
     std::vector<model::Image> generateFilmstrip(const std::filesystem::path& url, double) override {
         locked([&] { filmstripCalls_.push_back(url); });
@@ -222,8 +220,7 @@ class MediaProjectTest : public testing::Test {
     // Held work would keep the pool's workers from joining.
     ~MediaProjectTest() override { media->release(); }
 
-    // A live clip of a `seconds`-long file at `path`, as the probe makes it, placed at
-    // `start`; the file stays known to the probe.
+    // A clip as the probe makes it of a `seconds`-long file at `path`, placed at `start`.
     model::Clip liveClip(const std::filesystem::path& path, double seconds, double start = 0,
                          bool video = true, bool audio = true) {
         media->add(path, seconds, video, audio);

@@ -53,8 +53,7 @@ std::filesystem::path makeMediaFrom(const std::string& name, const std::filesyst
 
 std::filesystem::path turnedCopy(const std::string& name, const std::filesystem::path& source,
                                  int clockwiseDegrees) {
-    // ffmpeg 5.1 turns a "rotate" tag of R into a display matrix that turns the picture R
-    // degrees counter-clockwise.
+    // ffmpeg 5.1 makes a "rotate" tag of R a display matrix turning R degrees counter-clockwise.
     return makeMediaFrom(
         name, source,
         "-c copy -metadata:s:v:0 rotate=" + std::to_string((360 - clockwiseDegrees) % 360));
@@ -90,8 +89,7 @@ std::string ffprobe(const std::filesystem::path& file, const std::string& args) 
 
 namespace {
 
-// Removes the run's work folders once every test has passed; a failed run keeps them to
-// look at. Without this each run (a process per test under ctest) leaves its folders.
+// Removes the run's work folders once every test has passed; a failed run keeps them.
 class WorkFolders : public ::testing::Environment {
   public:
     void add(std::filesystem::path dir) { dirs_.push_back(std::move(dir)); }

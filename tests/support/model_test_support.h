@@ -38,8 +38,7 @@ inline model::Clip masked(model::Clip c, model::StreamMask mask) {
     return c;
 }
 
-// A clip's trim and place, to check an edit's arithmetic in one line. Equal within a
-// nanosecond, as sums of seconds rarely come out exact.
+// A clip's trim and place; equal within a nanosecond, as sums of seconds rarely come out exact.
 struct Placement {
     double in = 0;
     double out = 0;
@@ -57,8 +56,7 @@ inline Placement placement(const model::Clip& c) {
     return {c.inSeconds, c.outSeconds, c.startOnTimeline};
 }
 
-// What edit commands leave behind: the newest history entry and the token; Step{} while
-// none has been carried out.
+// The newest history entry and the token, as edit commands leave them.
 struct Step {
     std::optional<std::string> name;
     std::int64_t token = 0;
@@ -79,8 +77,7 @@ inline void place(model::Project& p, std::vector<model::Clip> clips,
     if (selected) p.setSelectedClipID(selected);
 }
 
-// Records what a project tells its observers and how often it calls didChange, for as
-// long as it lives.
+// Records what a project tells its observers and how often it calls didChange.
 class Recorder {
   public:
     explicit Recorder(model::Project& p) : project_(p) {

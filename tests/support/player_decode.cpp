@@ -6,9 +6,9 @@
 #include <cstring>
 #include <fstream>
 #include <limits>
+#include <numeric>
 #include <regex>
 #include <sstream>
-#include <string_view>
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -21,8 +21,7 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The front of a GStreamer pipeline that ends in the decoded stream of one kind: through
-// qtdemux for the QuickTime family, as the issue at hand is how that demuxer reads them.
+// A GStreamer pipeline's front, ending in one kind of decoded stream; qtdemux reads MP4 and MOV.
 std::string gstreamerSource(const fs::path& file, const std::string& kind) {
     static const std::regex kQuickTime(R"(\.(mp4|mov|m4a|m4v|3gp))", std::regex::icase);
     std::string front =
@@ -41,8 +40,7 @@ std::optional<std::uint64_t> gstField(const std::string& line, const std::string
     return std::strtoull(line.c_str() + at + key.size(), nullptr, 10);
 }
 
-// Runs a command, feeding each line of its standard output and error to `onLine`; answers
-// the exit status.
+// Runs a command, feeding each line it prints to `onLine`; answers the exit status.
 template <typename OnLine>
 int runLines(const std::string& command, OnLine onLine) {
     FILE* pipe = popen((command + " 2>&1").c_str(), "r");
@@ -56,8 +54,7 @@ int runLines(const std::string& command, OnLine onLine) {
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-// Follows a pipeline's `identity silent=false` messages: each buffer's time on the
-// running clock (segment base plus its offset into the segment), as a sink would play it.
+// Each buffer's running time (segment base plus offset), from `identity silent=false` messages.
 class GstTrace {
   public:
     // Runs `pipeline` into `out`, following it; answers the exit status.
@@ -99,8 +96,7 @@ class GstTrace {
     double segmentStart_ = 0;
 };
 
-// Presentation times from the ffmpeg tool's framemd5 lines, and the size of the pictures as
-// written (turned upright and scaled).
+// Presentation times from framemd5 lines, and the size of the pictures as written.
 std::vector<double> framemd5Times(const std::string& text, int* width = nullptr,
                                   int* height = nullptr) {
     std::vector<double> times;
@@ -117,18 +113,6 @@ std::vector<double> framemd5Times(const std::string& text, int* width = nullptr,
             times.push_back(pts * unit);
     }
     return times;
-}
-
-std::string hashOf(const std::vector<std::uint8_t>& bytes) {
-    const std::string_view view(reinterpret_cast<const char*>(bytes.data()), bytes.size());
-    return std::to_string(std::hash<std::string_view>{}(view));
-}
-
-double lumaOf(const std::vector<std::uint8_t>& bytes, int width, int height) {
-    const std::size_t pixels = std::size_t(width) * height;
-    double sum = 0;
-    for (std::size_t i = 0; i < pixels; ++i) sum += bytes[i];
-    return pixels ? sum / pixels : 0;
 }
 
 std::string fail(const std::string& what, const fs::path& file, const std::string& detail) {
@@ -210,11 +194,15 @@ DecodedVideo decodeVideo(const fs::path& file, Player player, const fs::path& wo
         return video;
     }
     std::ifstream in(video.rawFile, std::ios::binary);
-    std::vector<std::uint8_t> bytes(video.frameBytes());
-    while (in.read(reinterpret_cast<char*>(bytes.data()),
-                   static_cast<std::streamsize>(bytes.size()))) {
-        video.hashes.push_back(hashOf(bytes));
-        if (!rgb) video.meanLuma.push_back(lumaOf(bytes, video.width, video.height));
+    std::string bytes(video.frameBytes(), '\0');
+    const auto luma = static_cast<std::ptrdiff_t>(video.width) * video.height;
+    while (in.read(bytes.data(), static_cast<std::streamsize>(bytes.size()))) {
+        video.hashes.push_back(std::to_string(std::hash<std::string>{}(bytes)));
+        if (!rgb)
+            video.meanLuma.push_back(
+                std::accumulate(bytes.begin(), bytes.begin() + luma, 0.0,
+                                [](double sum, char c) { return sum + std::uint8_t(c); }) /
+                double(luma));
     }
     if (video.seconds.size() != video.hashes.size())
         video.error = fail(playerName(player), file,

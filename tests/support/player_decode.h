@@ -6,8 +6,7 @@
 #include <string>
 #include <vector>
 
-// A file as the two player stacks of Linux decode it, the ffmpeg tool's and GStreamer's, each
-// with its own handling of edit lists: every picture and sample that player would show.
+// Every picture and sample the ffmpeg tool or GStreamer would play of a file, edit lists and all.
 namespace testing_support {
 
 enum class Player { ffmpeg, gstreamer };
@@ -25,8 +24,7 @@ struct VideoDecodeOptions {
     std::optional<std::pair<int, int>> size;
 };
 
-// Every picture a player shows of a file's first video stream, turned upright. The frames
-// stay on disk in `rawFile`, one after another, as long as the decode's folder does.
+// The first video stream as shown, upright; the frames stay on disk in `rawFile`.
 struct DecodedVideo {
     std::string error;  // empty when the player decoded the file
     int width = 0;
@@ -42,8 +40,7 @@ struct DecodedVideo {
     std::vector<std::uint8_t> frame(std::size_t index) const;
 };
 
-// The first audio stream as a player plays it, resampled to a fixed rate and layout so
-// that sources and exports compare sample for sample.
+// The first audio stream as played, resampled so that files compare sample for sample.
 struct DecodedAudio {
     std::string error;
     int sampleRateHz = 0;
@@ -53,7 +50,7 @@ struct DecodedAudio {
 
     std::int64_t frameCount() const { return channels ? std::ssize(samples) / channels : 0; }
     double seconds() const { return sampleRateHz ? double(frameCount()) / sampleRateHz : 0; }
-    // The largest magnitude of any channel between two times (relative to the first sample).
+    // The largest magnitude of any channel between two times after the first sample.
     float peakBetween(double fromSeconds, double toSeconds) const;
 };
 

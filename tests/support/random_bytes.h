@@ -6,8 +6,7 @@
 
 namespace testing_support {
 
-// `count` bytes of noise, the same for every run and `seed`: a file that is nothing but its
-// name.
+// `count` bytes of noise, the same for every run and `seed`.
 inline std::string randomBytes(std::size_t count, unsigned seed = 12) {
     std::mt19937 noise(seed);
     std::string bytes(count, '\0');

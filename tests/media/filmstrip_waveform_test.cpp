@@ -1,3 +1,4 @@
+#include "media/filmstrip.h"
 #include "media/waveform.h"
 
 #include <algorithm>
@@ -5,7 +6,6 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
-#include <limits>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -17,15 +17,96 @@
 
 namespace {
 
-namespace waveform = media::waveform;
 namespace samples = sample_media;
+namespace waveform = media::waveform;
+using media::filmstripTimes;
+using media::generateFilmstrip;
 using testing_support::contentsOf;
 using testing_support::makeMedia;
 using waveform::extractPeaks;
 
-// Exact 16-bit PCM at 48 kHz made by the ffmpeg tool from an expression of t (seconds) or n
-// (sample number), one expression per channel separated by '|'; `seconds` long unless
-// `trim` is a count of samples to keep.
+constexpr double kTolerance = media::kFilmstripToleranceSeconds + 1e-9;
+
+// 5 frames a second, each showing its number in lossless 8-pixel bars, white for a set bit.
+constexpr int kNumberedRate = 5;
+
+std::filesystem::path numbered(const std::string& name, double seconds,
+                               const std::string& encoder) {
+    return makeMedia(name, "-f lavfi -i color=c=black:size=64x36:rate=" +
+                               std::to_string(kNumberedRate) + " -t " + std::to_string(seconds) +
+                               " -vf \"geq=lum='if(bitand(N,pow(2,floor(X/8))),235,16)':cb=128:"
+                               "cr=128\" -pix_fmt yuv420p -c:v libx264 -qp 0 " +
+                               encoder);
+}
+
+// The time of the frame a filmstrip image shows, read from the bar centres.
+double shownSeconds(const model::ImageData& image, bool turned = false) {
+    int number = 0;
+    for (int bit = 0; bit < 8; ++bit) {
+        const int along = bit * 8 + 4;
+        const auto bar =
+            turned ? sample_media::pixel(image, 17, along) : sample_media::pixel(image, along, 18);
+        if (bar.g > 128) number |= 1 << bit;
+    }
+    return static_cast<double>(number) / kNumberedRate;
+}
+
+TEST(FilmstripTimes, OneFramePerSecondAndAHalfFromThreeToTwentyFourInTheMiddlesOfStretches) {
+    EXPECT_EQ(filmstripTimes(7.5).size(), 5u);
+    EXPECT_EQ(filmstripTimes(3600).size(), 24u);
+    EXPECT_EQ(filmstripTimes(3), (std::vector<double>{0.5, 1.5, 2.5}));
+    // 1/6 s rounds to a 600th of a second.
+    EXPECT_EQ(filmstripTimes(1), (std::vector<double>{100.0 / 600, 300.0 / 600, 500.0 / 600}));
+    for (double duration : {0.0, -3.0, std::nan(""), HUGE_VAL, 1e300})
+        EXPECT_TRUE(filmstripTimes(duration).empty()) << duration;
+    EXPECT_TRUE(generateFilmstrip(testing_support::scratchDir() / "no-such-file.mp4", 1).empty());
+    EXPECT_TRUE(generateFilmstrip(numbered("numbered_2s.mp4", 2, "-preset ultrafast -g 1000"), NAN)
+                    .empty());
+}
+
+TEST(Filmstrip, FramesComeUprightFromWithinTheToleranceOfTheirTimesWhateverTheKeyframeSpacing) {
+    const std::string fast = "-preset ultrafast ";
+    struct Source {
+        std::string name;
+        double seconds;
+        std::string encoder;
+        bool turned = false;
+        double asked = 0;  // the length the filmstrip is asked for, if not the file's
+    };
+    for (const auto& [name, seconds, encoder, turned, asked] : {
+             // One keyframe at the start, so every frame after it is a decode away.
+             Source{"numbered_36s.mp4", 36, fast + "-g 1000"},
+             // B-frames make the decoder hand frames out in another order than it takes them.
+             Source{"numbered_12s_bframes.mp4", 12, "-preset veryfast -bf 3 -g 12"},
+             // A keyframe every second; a fragmented file's index grows as it is read.
+             Source{"numbered_12s_fragmented.mp4", 12,
+                    fast + "-g 5 -movflags +frag_keyframe+empty_moov"},
+             // Turned a quarter clockwise, the bars run down the picture from its top.
+             Source{"numbered_7.5s.mp4", 7.5, fast + "-g 1000", true},
+             // Asked as if 10 s long, a 2-second clip serves only the first of 6 times.
+             Source{"numbered_2s.mp4", 2, fast + "-g 1000", false, 10},
+         }) {
+        SCOPED_TRACE(name);
+        const auto plain = numbered(name, seconds, encoder);
+        const auto file = turned ? testing_support::turnedCopy("cw90_" + name, plain, 90) : plain;
+        const double length = asked > 0 ? asked : seconds;
+        auto times = filmstripTimes(length);
+        if (asked > 0) times.resize(1);
+        const auto frames = media::generateFilmstripFrames(file, length);
+        ASSERT_EQ(frames.size(), times.size());
+        EXPECT_EQ(generateFilmstrip(file, length).size(), times.size());
+        for (std::size_t i = 0; i < frames.size(); ++i) {
+            EXPECT_EQ(frames[i].seconds, times[i]);
+            ASSERT_TRUE(frames[i].image);
+            // A small picture is not enlarged.
+            EXPECT_EQ(std::pair(frames[i].image->width, frames[i].image->height),
+                      turned ? std::pair(36, 64) : std::pair(64, 36));
+            EXPECT_NEAR(shownSeconds(*frames[i].image, turned), times[i], kTolerance) << i;
+        }
+    }
+}
+
+// Exact 16-bit PCM at 48 kHz of one expression of t or n a channel; `trim` samples if set.
 std::filesystem::path pcmWav(const std::string& name, const std::string& expressions,
                              double seconds = 1, int trim = 0) {
     const std::string keep = trim ? " -af atrim=end_sample=" + std::to_string(trim) : "";
@@ -33,8 +114,7 @@ std::filesystem::path pcmWav(const std::string& name, const std::string& express
                                std::to_string(seconds) + "\"" + keep + " -c:a pcm_s16le");
 }
 
-// The samples the ffmpeg tool decodes from the first audio stream of `file`, channels
-// interleaved; for PCM, exactly those the file holds.
+// The interleaved samples the ffmpeg tool decodes from the first audio stream of `file`.
 std::vector<std::int16_t> toolDecodedSamples(const std::filesystem::path& file) {
     const std::string bytes = contentsOf(testing_support::makeMediaFrom(
         file.filename().string() + ".s16", file, "-map 0:a:0 -f s16le -c:a pcm_s16le"));
@@ -61,15 +141,6 @@ std::vector<float> referencePeaks(const std::vector<std::int16_t>& samples, int 
     return peaks;
 }
 
-TEST(PeakCount, TwoHundredASecondCutTowardZeroWithAFloorOf1600) {
-    EXPECT_EQ(waveform::peakCountFor(60), 12000);
-    EXPECT_EQ(waveform::peakCountFor(8.008), 1601);
-    for (double duration : {4.0, -5.0, std::numeric_limits<double>::quiet_NaN(),
-                            std::numeric_limits<double>::infinity()})
-        EXPECT_EQ(waveform::peakCountFor(duration), 1600) << duration;
-    EXPECT_EQ(waveform::peakCountFor(1e300), std::numeric_limits<int>::max());
-}
-
 TEST(WaveformPeaks, FollowTheRuleOnExactPcmAndOnWhatTheToolDecodes) {
     struct Pcm {
         std::string name, expressions;
@@ -85,8 +156,7 @@ TEST(WaveformPeaks, FollowTheRuleOnExactPcmAndOnWhatTheToolDecodes) {
              Pcm{"sine_70.wav", "0.7*sin(2*PI*1000*t)", 0, 1600, 48000, 1, 1},
              // Fewer samples than peaks leaves zeros at the end.
              Pcm{"thousand_samples.wav", "0.5", 1000, 1600, 1000, 0.8f, 0},
-             // Left steps 0, 0.1, 0.2, 0.3 every 30 frames; the silent right channel counts
-             // toward buckets of 60 interleaved samples.
+             // The silent right channel counts toward buckets of 60 interleaved samples.
              Pcm{"stereo_steps.wav", "0.1*mod(floor(n/30),4)|0", 0, 1600, 96000, 0, 0.48f},
              // Buckets of 3: the loud last 100 samples fall past the last whole bucket.
              Pcm{"loud_tail.wav", "if(gte(n,900),1,0.25)", 1000, 300, 1000, 0.4f, 0.4f},
@@ -97,10 +167,9 @@ TEST(WaveformPeaks, FollowTheRuleOnExactPcmAndOnWhatTheToolDecodes) {
         ASSERT_EQ(pcm.size(), c.samples);
         const auto peaks = extractPeaks(file, c.target);
         ASSERT_TRUE(peaks);
-        ASSERT_EQ(peaks->size(), static_cast<std::size_t>(c.target));
+        ASSERT_EQ(*peaks, referencePeaks(pcm, c.target));
         EXPECT_NEAR(peaks->front(), c.first, 1e-3);
         EXPECT_NEAR(peaks->back(), c.last, 1e-3);
-        EXPECT_EQ(*peaks, referencePeaks(pcm, c.target));
     }
     for (const auto& file : {
              // Stereo AAC whose level swells, so neighbouring peaks differ.
@@ -135,8 +204,7 @@ TEST(WaveformPeaks, ACutFileGivesNothingUnlessItEndsWhereAPacketDoes) {
     EXPECT_FALSE(extractPeaks(
         samples::firstBytes(wav, "sine_half_long_cut.wav", std::filesystem::file_size(wav) / 2),
         1600));
-    // Cut where a packet of 4096 bytes ends, the file reads to its end without a fault
-    // but holds far fewer samples than its header says.
+    // Cut where a packet of 4096 bytes ends, the file reads without a fault.
     const auto cut = samples::firstBytes(wav, "sine_half_long_12_packets.wav", begin + 12 * 4096);
     const auto held = toolDecodedSamples(cut);
     ASSERT_EQ(held.size(), 12u * 2048);
@@ -156,9 +224,7 @@ TEST(WaveformImage, Is1600By60WithOnePixelLinesFromTheCentreByTheirPeak) {
     ASSERT_TRUE(empty);
     EXPECT_EQ(std::tuple(empty->width, empty->height, empty->rgba.size()),
               std::tuple(1600, 60, 1600u * 60 * 4));
-    EXPECT_TRUE(std::all_of(empty->rgba.begin(), empty->rgba.end(), [](auto b) { return b == 0; }));
-    // Round caps reach half a pixel past a line: full peaks fill rows 1 to 58 and cap rows 0
-    // and 59 below half strength; half peaks reach 14.5 rows each way plus the cap.
+    // Round caps reach half a pixel past a line of 29 x peak rows each way.
     for (const auto& [peak, firstFull, lastFull, capBelow] :
          {std::tuple{1.0f, 1, 58, kFullAlpha / 2}, std::tuple{0.5f, 16, 43, kFullAlpha}}) {
         const auto image = waveform::drawWaveform(std::vector<float>(1600, peak));
@@ -177,13 +243,7 @@ TEST(WaveformImage, Is1600By60WithOnePixelLinesFromTheCentreByTheirPeak) {
             }
         }
     }
-    std::vector<float> lone(1600, 0.0f);
-    lone[800] = 1.0f;
-    const auto one = waveform::drawWaveform(lone);
-    EXPECT_EQ(std::tuple(alphaAt(*one, 799, 10), alphaAt(*one, 800, 10), alphaAt(*one, 801, 10)),
-              std::tuple(0, kFullAlpha, 0));
-    // 12,000 peaks, 7.5 to a column: a full one every third still covers every column at the
-    // alpha of a single line rather than piling up.
+    // 7.5 peaks to a column: lines sharing a column don't pile up their alpha.
     std::vector<float> many(12000, 0.0f);
     for (std::size_t i = 0; i < many.size(); i += 3) many[i] = 1.0f;
     const auto merged = waveform::drawWaveform(many);
