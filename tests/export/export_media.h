@@ -51,9 +51,6 @@ inline fs::path movieWithPcm() {
 inline fs::path aacOnly() {
     return makeMedia("export_aac.m4a", kSweep + "-t 4 " + kAac);
 }
-inline fs::path pcmWave() {
-    return makeMedia("export_pcm.wav", kSweep + "-t 4 -c:a pcm_s16le -ac 1");
-}
 
 // Settings for a project whose largest clip is `width` x `height`, uncropped.
 inline exporting::ReencodeSettings plain(double width, double height, double framesPerSecond = 30) {

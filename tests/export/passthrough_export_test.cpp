@@ -10,9 +10,6 @@
 #include <gtest/gtest.h>
 
 #include "export/export_media.h"
-#include "export/export_planning.h"
-#include "media/probe.h"
-#include "model/project.h"
 
 namespace {
 
@@ -31,7 +28,7 @@ Road passthroughAs(ExportFormat format) {
     };
 }
 
-// Sources that players get wrong; "pyramidN" and "hevcN" have keyframes N frames apart.
+// Sources that players get wrong; "hevcN" has keyframes N frames apart.
 fs::path smartSource(const std::string& name) {
     if (name == "plain") return movieA();
     if (name == "pcm") return movieWithPcm();
@@ -41,11 +38,10 @@ fs::path smartSource(const std::string& name) {
             "-itsoffset 0.5 -i " + quote(movieA().string()) + " -map 1:v -map 0:a -c copy");
     const std::string g = name.ends_with("10") ? "10" : "30";
     std::string video = kH264;
-    if (name.starts_with("pyramid"))
+    if (name == "pyramid")
         video =
             "-c:v libx264 -preset veryfast -bf 3 -b_strategy 0 -x264-params b-pyramid=normal "
-            "-sc_threshold 0 -pix_fmt yuv420p -g " +
-            g + " -keyint_min " + g + " ";
+            "-sc_threshold 0 -pix_fmt yuv420p -g 30 -keyint_min 30 ";
     if (name.starts_with("hevc"))
         video =
             "-c:v libx265 -preset ultrafast -tag:v hvc1 -pix_fmt yuv420p -x265-params "
@@ -91,28 +87,6 @@ std::vector<Shown> expectedPictures(const std::vector<Range>& ranges,
     return shown;
 }
 
-// The frames the status line says a smart cut of `ranges` re-encodes.
-int statusLineCount(const fs::path& source, const std::vector<Range>& ranges) {
-    auto probed = media::probeClip(source, std::nullopt, common::Uuid::random(),
-                                   media::ThumbnailPolicy::skip);
-    EXPECT_TRUE(probed) << source;
-    std::vector<model::Clip> clips;
-    double at = 0;
-    for (const auto& r : ranges) {
-        if (probed && r.in != kGap) {
-            clips.push_back(*probed);
-            clips.back().id = common::Uuid::random();
-            clips.back().inSeconds = r.in / 600.0;
-            clips.back().outSeconds = r.out / 600.0;
-            clips.back().startOnTimeline = at;
-        }
-        at += r.length() / 600.0;
-    }
-    model::Project project;
-    project.setClips(clips);
-    return exporting::smartCutFrames(project).reencoded;
-}
-
 // A window of `source` from `in` (ticks) is found in `sound` within `slack` of `place`.
 void expectSoundAt(const std::vector<float>& sound, const std::vector<float>& source,
                    std::int64_t in, std::int64_t place, std::int64_t slack) {
@@ -137,7 +111,7 @@ struct SmartCutCase {
 
 class SmartCut : public testing::TestWithParam<SmartCutCase> {};
 
-// Copied frames identical, re-encoded ones as many as the status line says and at 45 dB.
+// Copied frames identical, re-encoded ones few and at 45 dB.
 TEST_P(SmartCut, BothPlayersShowTheComposition) {
     const auto& param = GetParam();
     const fs::path source = smartSource(param.source);
@@ -162,7 +136,6 @@ TEST_P(SmartCut, BothPlayersShowTheComposition) {
     ASSERT_EQ(original.error, "");
     const auto want = expectedPictures(param.ranges, original.seconds);
     const auto sourceSound = soundOf(source).samples;
-    const int counted = statusLineCount(source, param.ranges);
     for (Player player : testing_support::kPlayers) {
         SCOPED_TRACE(testing_support::playerName(player));
         const auto shown = testing_support::decodeVideo(file, player, dir / "shown");
@@ -182,10 +155,6 @@ TEST_P(SmartCut, BothPlayersShowTheComposition) {
                 << "frame " << i;
         }
         EXPECT_LE(differing, param.maxReencoded);
-        // The status line counts frames at the clip's average rate, exact but for varying rates.
-        if (param.source != "varying") {
-            EXPECT_EQ(differing, counted);
-        }
 
         const auto sound = soundOf(file, player).samples;
         std::int64_t at = 0;
@@ -212,11 +181,8 @@ INSTANTIATE_TEST_SUITE_P(
     Sources, SmartCut,
     testing::Values(
         SmartCutCase{"keyframe_cuts_copy_everything", "plain", {{f(30), f(90)}}, 0},
-        SmartCutCase{"b_pyramid_join", "pyramid30", {{f(10), f(100)}, {f(25), f(95)}}, 40},
-        SmartCutCase{
-            "b_pyramid_gap", "pyramid30", {{f(5), f(65)}, {kGap, f(15)}, {f(28), f(95)}}, 52},
+        SmartCutCase{"b_pyramid_join", "pyramid", {{f(10), f(100)}, {f(25), f(95)}}, 40},
         SmartCutCase{"open_gop_hevc", "hevc30", {{f(12), f(70)}, {f(35), f(95)}}, 64},
-        SmartCutCase{"b_pyramid_short_groups", "pyramid10", {{f(5), f(112)}, {f(3), f(58)}}, 40},
         SmartCutCase{"open_gop_hevc_short_groups",
                      "hevc10",
                      {{f(5), f(112)}, {kGap, f(6)}, {f(3), f(58)}},
@@ -241,12 +207,7 @@ TEST(PassthroughExport, RefusesWhatCannotBeCopiedAndFailsLeavingNoFile) {
                            {CompositionBuilder().clip(movieA(), 0, 600).build(), ExportFormat::wav,
                             "holds no picture"},
                            {CompositionBuilder().audio(movieWithPcm(), 1, 0, 600).build(),
-                            ExportFormat::mp4, "cannot hold"},
-                           {CompositionBuilder()
-                                .audio(aacOnly(), 0, 0, 600)
-                                .audio(aacOnly(), 0, 0, 600, 1, 1)
-                                .build(),
-                            ExportFormat::m4a, "lanes"}}) {
+                            ExportFormat::mp4, "cannot hold"}}) {
         const auto file = dir / ("out." + std::string(model::toString(c.format)));
         const auto result = exporting::exportPassthrough(c.composition, file, c.format, {}, {});
         ASSERT_FALSE(result) << c.says;
@@ -266,7 +227,9 @@ TEST(PassthroughExport, AudioFormatsCopyTheirSoundPlacedRight) {
         std::int64_t offBy;  // samples, in placement and in length
     };
     for (const auto& [source, format, offBy] :
-         {Case{aacOnly(), ExportFormat::m4a, 1024}, Case{pcmWave(), ExportFormat::wav, 0},
+         {Case{aacOnly(), ExportFormat::m4a, 1024},
+          Case{makeMedia("export_pcm.wav", kSweep + "-t 4 -c:a pcm_s16le -ac 1"), ExportFormat::wav,
+               0},
           Case{alac, ExportFormat::m4a, 0}}) {
         const auto file =
             dir / (source.stem().string() + "." + std::string(model::toString(format)));

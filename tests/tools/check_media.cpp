@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <map>
 #include <optional>
@@ -32,8 +31,7 @@ using ts::DecodedVideo;
 using ts::Player;
 using ts::quote;
 
-// Small pictures keep hour-long camera files cheap; copied frames decode identically at any
-// scale, and a re-encode's error shows as well.
+// Small pictures keep hour-long camera files cheap; copied frames decode identically at any scale.
 const ts::VideoDecodeOptions kDecode{ts::PixelLayout::i420, std::pair{320, 180}};
 constexpr double kGapSeconds = 0.5;
 // Ample for the short clips of phones and cameras; a file that takes longer is stuck.
@@ -86,7 +84,7 @@ std::string fixed(double value, int digits = 3) {
     return text;
 }
 
-// One result on one line; command output spans lines, so its line breaks become spaces.
+// Command output spans lines, so its line breaks become spaces.
 std::string resultLine(const std::string& file, const std::string& what, const std::string& check,
                        bool ok, std::string detail) {
     std::replace(detail.begin(), detail.end(), '\n', ' ');
@@ -103,7 +101,6 @@ void skip(const std::string& file, const std::string& why) {
     std::cout << "SKIP " << file << "  " << why << "\n" << std::flush;
 }
 
-// A shell command's standard output and error, and its exit status.
 std::pair<std::string, int> run(const std::string& command) {
     const std::string output = ts::outputOf(command + " 2>&1; echo \"exit=$?\"");
     const auto at = output.rfind("exit=");
@@ -180,8 +177,7 @@ std::optional<Aligned> alignedTo(const DecodedVideo& reference, DecodedVideo own
     if (!own.error.empty() || own.frameCount() < count || count == 0) return std::nullopt;
     std::size_t best = 0;
     double bestMatch = -1;
-    for (std::size_t skip = 0; skip + count <= own.frameCount() && own.frameCount() > count;
-         ++skip) {
+    for (std::size_t skip = 0; skip + count <= own.frameCount(); ++skip) {
         double match = 0;
         for (std::size_t i = 0; i < std::min<std::size_t>(count, 8); ++i)
             match += std::min(100.0, ts::psnr(own.frame(skip + i), reference.frame(i)));
@@ -444,53 +440,12 @@ class Checker {
     double copiedTolerance_ = kAudioToleranceSeconds;
 };
 
-// The result lines of every file, counted by check.
-class Tally {
-  public:
-    // Prints and counts the result lines of `file` among `output`'s lines.
-    void add(const std::string& file, const std::string& output) {
-        std::istringstream lines(output);
-        for (std::string line; std::getline(lines, line);) {
-            const bool passed = line.starts_with("PASS ");
-            if (line.starts_with("SKIP "))
-                ++skipped_;
-            else if (!passed && !line.starts_with("FAIL "))
-                continue;
-            std::cout << line << "\n";
-            if (line[0] == 'S') continue;
-            // "PASS file  what  check  detail": only the file's name may hold two spaces.
-            const auto check = line.find("  ", 5 + file.size() + 2) + 2;
-            auto& counts = byCheck_[line.substr(check, line.find("  ", check) - check)];
-            ++(passed ? counts.first : counts.second);
-            failed_ += !passed;
-        }
-        std::cout << std::flush;
-    }
-    int summary(std::size_t files) const {
-        std::cout << "\nsummary: " << files << " files, " << skipped_ << " skipped\n";
-        int passed = 0;
-        for (const auto& [check, counts] : byCheck_) {
-            std::cout << "  " << check << ": " << counts.first << " passed, " << counts.second
-                      << " failed\n";
-            passed += counts.first;
-        }
-        std::cout << "  all: " << passed << " passed, " << failed_ << " failed\n";
-        return failed_ == 0 ? 0 : 1;
-    }
-
-  private:
-    std::map<std::string, std::pair<int, int>> byCheck_;  // passed, failed
-    int failed_ = 0;
-    int skipped_ = 0;
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
     const std::vector<std::string> args(argv + 1, argv + argc);
     if (args.size() == 4 && args[0] == "--cli" && args[2] == "--one") {
-        // One file's checks, in a process of its own that the time limit stops with all it
-        // started.
+        // One file's checks, in a process that the time limit stops with all it started.
         const fs::path work =
             fs::temp_directory_path() / ("check-media-" + std::to_string(::getpid()));
         Checker(fs::path(args[1])).check(args[3], work);
@@ -505,19 +460,46 @@ int main(int argc, char** argv) {
     for (const auto& entry : fs::recursive_directory_iterator(args[2]))
         if (entry.is_regular_file()) files.push_back(entry.path());
     std::sort(files.begin(), files.end());
-    Tally tally;
+    std::map<std::string, std::pair<int, int>> byCheck;  // passed, failed
+    int skipped = 0, failed = 0;
+    // Prints the result lines of `file` among `output`'s lines and counts them by check.
+    const auto tally = [&](const std::string& file, const std::string& output) {
+        std::istringstream lines(output);
+        for (std::string line; std::getline(lines, line);) {
+            const bool passed = line.starts_with("PASS "), skipping = line.starts_with("SKIP ");
+            if (!passed && !skipping && !line.starts_with("FAIL ")) continue;
+            std::cout << line << "\n" << std::flush;
+            if (skipping) {
+                ++skipped;
+                continue;
+            }
+            // "PASS file  what  check  detail": only the file's name may hold two spaces.
+            const auto check = line.find("  ", 5 + file.size() + 2) + 2;
+            auto& counts = byCheck[line.substr(check, line.find("  ", check) - check)];
+            ++(passed ? counts.first : counts.second);
+            failed += !passed;
+        }
+    };
     for (const auto& file : files) {
         const std::string name = file.filename().string();
         const auto [output, status] =
             run("timeout -k 5 " + std::to_string(kFileSeconds) + " " +
                 quote(fs::canonical("/proc/self/exe").string()) + " --cli " +
                 quote(fs::absolute(args[1]).string()) + " --one " + quote(file.string()));
-        tally.add(name, output);
+        tally(name, output);
         // 124 when the limit ended it, 137 when it had to be killed.
         if (status == 124 || status == 137)
-            tally.add(name, resultLine(name, "all", "time-limit", false,
-                                       "no result within " + std::to_string(kFileSeconds) +
-                                           " s; stopped"));
+            tally(name,
+                  resultLine(name, "all", "time-limit", false,
+                             "no result within " + std::to_string(kFileSeconds) + " s; stopped"));
     }
-    return tally.summary(files.size());
+    std::cout << "\nsummary: " << files.size() << " files, " << skipped << " skipped\n";
+    int passed = 0;
+    for (const auto& [check, counts] : byCheck) {
+        std::cout << "  " << check << ": " << counts.first << " passed, " << counts.second
+                  << " failed\n";
+        passed += counts.first;
+    }
+    std::cout << "  all: " << passed << " passed, " << failed << " failed\n";
+    return failed == 0 ? 0 : 1;
 }
