@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
 #include <filesystem>
 #include <stop_token>
 #include <string>
@@ -210,6 +211,55 @@ TEST_F(Reencode, CropKeepsItsExactSizeAndShowsTheCroppedPart) {
             }
         EXPECT_EQ(wrong, 0);
     }
+}
+
+// No display matrix is left to turn it again. Frames start at k * 1001/30000 s; the 30th starts
+// at 0.967 s, before the end.
+TEST_F(Reencode, RotatedClipAtDoubleSpeedComesOutUprightInHalfTheTimeAtAnExactNtscRate) {
+    const auto turned = testing_support::turnedCopy("reencode_cw270.mp4", movieA(), 270);
+    auto c = CompositionBuilder()
+                 .video(turned, 0, 2 * kSecond, 2.0)
+                 .audio(turned, 1, 0, 2 * kSecond, 2.0)
+                 .build();
+    c.video->segments.front().source->rotationDegrees = 270;
+    const auto file = reencoded(c, "out.mp4", plain(120, 160, 30000.0 / 1001));
+    EXPECT_EQ(
+        probe(file, "stream=width,height,r_frame_rate,nb_read_frames:stream_side_data_list", "v:0"),
+        "120,160,30000/1001,30\n");
+    EXPECT_NEAR(std::stod(probe(file, "format=duration")), 1.0, 1.0 / 30);
+    EXPECT_NEAR(soundOf(file).seconds(), 1.0, 1024.0 / 48000);
+}
+
+// An AVI sound header claiming a hundred times the real rate and length must not move the sound:
+// the clip's sound comes out as it does from the honest file.
+TEST_F(Reencode, AviSoundStampedAtAWrongRateStaysInPlace) {
+    const auto honest = makeMedia("fidelity_avi.avi",
+                                  kPicture + kSweep + "-t 3 " + kH264 + "-c:a libmp3lame -ac 1");
+    std::string bytes = testing_support::contentsOf(honest);
+    const std::size_t header = bytes.find("auds");
+    ASSERT_NE(header, std::string::npos);
+    // Little-endian rate, start, length, buffer size, quality and sample size, from byte 24.
+    std::uint32_t fields[6];
+    std::memcpy(fields, bytes.data() + header + 24, sizeof fields);
+    fields[0] *= 100;
+    fields[2] *= 100;
+    fields[5] = 1;
+    std::memcpy(bytes.data() + header + 24, fields, sizeof fields);
+    const auto sound = [&](const fs::path& source) {
+        const auto out = reencoded(CompositionBuilder().clip(source, 600, 1500).build(),
+                                   source.stem().string() + ".mp4", plain(160, 120));
+        return testing_support::decodeAudio(out, Player::ffmpeg, 48000, 1).samples;
+    };
+    const auto want = sound(honest);
+    const auto got = sound(testing_support::makeFile("fidelity_avi_fast.avi", bytes));
+    ASSERT_NEAR(double(got.size()), double(want.size()), 1024);
+    double energy = 0, error = 0;
+    for (std::size_t i = 0; i < std::min(got.size(), want.size()); ++i) {
+        energy += double(want[i]) * want[i];
+        error += (double(got[i]) - want[i]) * (double(got[i]) - want[i]);
+    }
+    EXPECT_GT(energy, 1.0);
+    EXPECT_LT(error, energy * 0.01);
 }
 
 TEST_F(Reencode, CancellationOrAVanishedSourceLeaveNoFile) {
