@@ -18,6 +18,7 @@ namespace {
 using nlohmann::json;
 using testing_support::contentsOf;
 using testing_support::makeMedia;
+using testing_support::quote;
 namespace fs = std::filesystem;
 
 struct CliRun {
@@ -25,11 +26,6 @@ struct CliRun {
     std::string out;
     std::string err;
 };
-
-// A path as one shell word.
-std::string quoted(const fs::path& path) {
-    return testing_support::quote(path.string());
-}
 
 bool has(const std::string& text, const std::string& part) {
     return text.find(part) != std::string::npos;
@@ -48,13 +44,13 @@ class CliTest : public ::testing::Test {
     CliRun cli(const std::string& args, const std::string& prefix = "") {
         const int status =
             testing_support::run("(" + prefix + " " + VANTRELL_CLI + " " + args + ") >" +
-                                 quoted(dir / "stdout.txt") + " 2>" + quoted(dir / "stderr.txt"));
+                                 quote(dir / "stdout.txt") + " 2>" + quote(dir / "stderr.txt"));
         return {status, contentsOf(dir / "stdout.txt"), contentsOf(dir / "stderr.txt")};
     }
     // A new project of `files`, which must succeed.
     fs::path newProject(const std::string& name, const std::vector<fs::path>& files) {
-        std::string args = "new " + quoted(dir / name);
-        for (const auto& f : files) args += " " + quoted(f);
+        std::string args = "new " + quote(dir / name);
+        for (const auto& f : files) args += " " + quote(f);
         const auto r = cli(args);
         EXPECT_EQ(r.status, 0) << r.err;
         return dir / name;
@@ -64,10 +60,10 @@ class CliTest : public ::testing::Test {
         return dir / name;
     }
     CliRun edit(const fs::path& project, const std::string& ops) {
-        return cli("edit " + quoted(project) + " " + ops);
+        return cli("edit " + quote(project) + " " + ops);
     }
     json info(const fs::path& project) {
-        const auto r = cli("info --json " + quoted(project));
+        const auto r = cli("info --json " + quote(project));
         EXPECT_EQ(r.status, 0) << r.err;
         return json::parse(r.out);
     }
@@ -92,7 +88,7 @@ std::vector<json> jsonLines(const std::string& text) {
 
 TEST_F(CliTest, ProbePrintsOneObjectPerFileAndAnErrorEntryForUnreadableOnes) {
     std::ofstream(dir / "notes.txt") << "not media at all\n";
-    auto r = cli("probe " + quoted(movie) + " " + quoted(dir / "notes.txt") + " " + quoted(tone));
+    auto r = cli("probe " + quote(movie) + " " + quote(dir / "notes.txt") + " " + quote(tone));
     EXPECT_EQ(r.status, 1);
     auto j = jsonLines(r.out);
     ASSERT_EQ(j.size(), 3u);
@@ -111,15 +107,15 @@ TEST_F(CliTest, ProbePrintsOneObjectPerFileAndAnErrorEntryForUnreadableOnes) {
 
 TEST_F(CliTest, NewImportsEveryFileAndNeverReplacesOrHalfWritesAProject) {
     auto project = newProject("p.vantrell", {movie, tone});
-    auto again = cli("new " + quoted(project) + " " + quoted(movie));
+    auto again = cli("new " + quote(project) + " " + quote(movie));
     EXPECT_NE(again.status, 0);
     EXPECT_TRUE(has(again.err, "already exists")) << again.err;
     EXPECT_EQ(info(project)["clips"].size(), 2u);
-    ASSERT_EQ(cli("new --force " + quoted(project) + " " + quoted(movie)).status, 0);
+    ASSERT_EQ(cli("new --force " + quote(project) + " " + quote(movie)).status, 0);
     EXPECT_EQ(info(project)["clips"].size(), 1u);
 
-    auto r = cli("new " + quoted(dir / "q.vantrell") + " " + quoted(movie) + " " +
-                 quoted(dir / "absent.mp4"));
+    auto r = cli("new " + quote(dir / "q.vantrell") + " " + quote(movie) + " " +
+                 quote(dir / "absent.mp4"));
     EXPECT_EQ(r.status, 1);
     EXPECT_TRUE(has(r.err, "Vantrell: failed to import absent.mp4: ")) << r.err;
     EXPECT_FALSE(fs::exists(dir / "q.vantrell"));
@@ -148,7 +144,7 @@ TEST_F(CliTest, InfoShowsTheOpenedProjectWithItsPicturesAndPlaceholdersAndRelink
     EXPECT_FALSE(info(project)["clips"][1]["isMissing"].get<bool>());
 
     std::ofstream(dir / "bogus.vantrell") << "{\"clips\": []}";
-    auto refused = cli("info " + quoted(dir / "bogus.vantrell"));
+    auto refused = cli("info " + quote(dir / "bogus.vantrell"));
     EXPECT_EQ(refused.status, 1);
     EXPECT_TRUE(has(refused.err, "bogus.vantrell") && has(refused.err, "version")) << refused.err;
 }
@@ -176,14 +172,14 @@ TEST_F(CliTest, EditChecksEveryOperationFirstThenAppliesThemInOrderPrintingEachS
     EXPECT_DOUBLE_EQ(info(project)["clips"][0]["outSeconds"].get<double>(), 1.0);
 
     std::ofstream(dir / "ops.txt") << "# take the sound apart\nselect 0\n\nlink   # here\n";
-    ASSERT_EQ(cli("edit " + quoted(project) + " --ops " + quoted(dir / "ops.txt")).status, 0);
+    ASSERT_EQ(cli("edit " + quote(project) + " --ops " + quote(dir / "ops.txt")).status, 0);
     EXPECT_EQ(info(project)["clips"].size(), 3u) << "the first clip's sound is taken apart";
 }
 
 TEST_F(CliTest, EditCopiesAndPastesBetweenProjectsThroughAPasteboardFile) {
     auto source = newProject("source.vantrell", {movie, tone});
     auto target = newProject("target.vantrell", {tone});
-    const std::string board = "--pasteboard " + quoted(dir / "clipboard") + " ";
+    const std::string board = "--pasteboard " + quote(dir / "clipboard") + " ";
     auto copied = edit(source, board + "'select 0' 'toggle 1' copy");
     EXPECT_TRUE(has(copied.out, "Copied 2 clips")) << copied.err;
     ASSERT_EQ(edit(target, board + "'playhead 5' paste").status, 0);
@@ -194,26 +190,26 @@ TEST_F(CliTest, PeaksFilmstripAndWaveformDrawTheirFileAndRefuseAMissingStream) {
     const auto silentMovie =
         makeMedia("cli-silent-movie.mp4",
                   "-f lavfi -i testsrc2=size=320x240:rate=25 -t 2 -c:v libx264 -pix_fmt yuv420p");
-    auto r = cli("peaks " + quoted(tone));
+    auto r = cli("peaks " + quote(tone));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(json::parse(r.out)["peaks"].size(), 1600u) << "one second asks for the floor";
-    EXPECT_EQ(json::parse(cli("peaks --count 10 " + quoted(tone)).out)["peaks"].size(), 10u);
+    EXPECT_EQ(json::parse(cli("peaks --count 10 " + quote(tone)).out)["peaks"].size(), 10u);
     for (const char* count : {"0", "2.5"})
-        EXPECT_EQ(cli("peaks --count " + std::string(count) + " " + quoted(tone)).status, 1);
+        EXPECT_EQ(cli("peaks --count " + std::string(count) + " " + quote(tone)).status, 1);
 
-    r = cli("filmstrip " + quoted(movie) + " -o " + quoted(dir / "strip"));
+    r = cli("filmstrip " + quote(movie) + " -o " + quote(dir / "strip"));
     ASSERT_EQ(r.status, 0) << r.err;
     auto frames = jsonLines(r.out);
     ASSERT_EQ(frames.size(), 3u);
     EXPECT_EQ(frames[2]["file"], (dir / "strip" / "frame-03.png").string());
     EXPECT_EQ(probeStreams(dir / "strip" / "frame-03.png"), "png,120,90\n");
-    ASSERT_EQ(cli("waveform " + quoted(tone) + " -o " + quoted(dir / "wave.png")).status, 0);
+    ASSERT_EQ(cli("waveform " + quote(tone) + " -o " + quote(dir / "wave.png")).status, 0);
     EXPECT_EQ(probeStreams(dir / "wave.png"), "png,1600,60\n");
 
     for (const auto& [command, says] :
-         {std::pair{"peaks " + quoted(silentMovie), "no audio"},
-          {"waveform " + quoted(silentMovie) + " -o " + quoted(dir / "none"), "no audio"},
-          {"filmstrip " + quoted(tone) + " -o " + quoted(dir / "none"), "no video"}}) {
+         {std::pair{"peaks " + quote(silentMovie), "no audio"},
+          {"waveform " + quote(silentMovie) + " -o " + quote(dir / "none"), "no audio"},
+          {"filmstrip " + quote(tone) + " -o " + quote(dir / "none"), "no video"}}) {
         r = cli(command);
         EXPECT_EQ(r.status, 1) << command;
         EXPECT_TRUE(has(r.err, says)) << r.err;
@@ -223,24 +219,24 @@ TEST_F(CliTest, PeaksFilmstripAndWaveformDrawTheirFileAndRefuseAMissingStream) {
 
 TEST_F(CliTest, ExportWritesTheFormatOfTheExtensionAndFrameThePictureAtATime) {
     auto project = newProject("p.vantrell", {movie, movie});
-    auto r = cli("export " + quoted(project) + " -o " + quoted(dir / "joined.mp4"));
+    auto r = cli("export " + quote(project) + " -o " + quote(dir / "joined.mp4"));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_TRUE(r.out.ends_with("Exported " + (dir / "joined.mp4").string() + "\n")) << r.out;
     EXPECT_EQ(probeStreams(dir / "joined.mp4"), "h264,320,240\naac\n");
-    ASSERT_EQ(cli("export " + quoted(project) + " -o " + quoted(dir / "sound.wav")).status, 0);
+    ASSERT_EQ(cli("export " + quote(project) + " -o " + quote(dir / "sound.wav")).status, 0);
     EXPECT_EQ(probeStreams(dir / "sound.wav"), "pcm_s16le\n");
     // The re-encoding road tags its output's colours, which this source and a copy of it lack.
-    ASSERT_EQ(cli("export " + quoted(project) + " --reencode -o " + quoted(dir / "re.mp4")).status,
+    ASSERT_EQ(cli("export " + quote(project) + " --reencode -o " + quote(dir / "re.mp4")).status,
               0);
     EXPECT_EQ(testing_support::ffprobe(dir / "re.mp4",
                                        "-select_streams v:0 -show_entries "
                                        "stream=color_space -of csv=p=0"),
               "smpte170m\n");
 
-    r = cli("frame " + quoted(project) + " --at 2.5 -o " + quoted(dir / "f.png"));
+    r = cli("frame " + quote(project) + " --at 2.5 -o " + quote(dir / "f.png"));
     ASSERT_EQ(r.status, 0) << r.err;
     EXPECT_EQ(probeStreams(dir / "f.png"), "png,320,240\n");
-    r = cli("frame " + quoted(project) + " --at 9 -o " + quoted(dir / "past.png"));
+    r = cli("frame " + quote(project) + " --at 9 -o " + quote(dir / "past.png"));
     EXPECT_EQ(r.status, 1);
     EXPECT_TRUE(has(r.err, "no picture")) << r.err;
 }
@@ -252,7 +248,7 @@ class HostileFileTest : public CliTest {
 
     // As a full disk would stop it: at `blocks` × 512 bytes, the unit of the shell's ulimit.
     CliRun cliLimited(int blocks, const std::string& args) {
-        return cli(args, "ulimit -f " + std::to_string(blocks) + " && TMPDIR=" + quoted(temporary) +
+        return cli(args, "ulimit -f " + std::to_string(blocks) + " && TMPDIR=" + quote(temporary) +
                              " exec");
     }
 
@@ -267,22 +263,22 @@ TEST_F(HostileFileTest, MediaThatBecameTextOrAFifoOpensAsAPlaceholderAtOnce) {
         std::ofstream out(media, std::ios::binary | std::ios::trunc);
         for (int i = 0; i < 8000; ++i) out << "no longer a movie\n";
     }
-    auto shown = cliWithin("info --json " + quoted(project));
+    auto shown = cliWithin("info --json " + quote(project));
     ASSERT_EQ(shown.status, 0) << shown.err;
     EXPECT_TRUE(json::parse(shown.out)["clips"][0]["isMissing"]);
 
     const auto fifo = dir / "x.mp4";
     ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
-    auto imported = cliWithin("new " + quoted(dir / "other.vantrell") + " " + quoted(fifo));
+    auto imported = cliWithin("new " + quote(dir / "other.vantrell") + " " + quote(fifo));
     ASSERT_NE(imported.status, 124) << "import waits";
     EXPECT_TRUE(has(imported.err, "is a FIFO, not a regular file")) << imported.err;
 
     fs::remove(media);
     ASSERT_EQ(::mkfifo(media.c_str(), 0600), 0);
-    auto hydrated = cliWithin("info --json " + quoted(project));
+    auto hydrated = cliWithin("info --json " + quote(project));
     ASSERT_NE(hydrated.status, 124) << "opening the project waits";
     EXPECT_TRUE(json::parse(hydrated.out)["clips"][0]["isMissing"]);
-    auto exported = cliWithin("export " + quoted(project) + " -o " + quoted(dir / "out.mp4"));
+    auto exported = cliWithin("export " + quote(project) + " -o " + quote(dir / "out.mp4"));
     ASSERT_NE(exported.status, 124) << "export waits";
     EXPECT_FALSE(fs::exists(dir / "out.mp4"));
 }
@@ -293,7 +289,7 @@ TEST_F(HostileFileTest, AFailedExportOrSaveLeavesEveryFileAsItWas) {
     project = newProject("both.vantrell", {movie, tone});
     const auto destination = dir / "out" / "cut.mp4";
     std::ofstream(destination) << "an older export";
-    auto r = cliLimited(64, "export " + quoted(project) + " -o " + quoted(destination));
+    auto r = cliLimited(64, "export " + quote(project) + " -o " + quote(destination));
     EXPECT_EQ(r.status, 1);
     EXPECT_TRUE(has(r.out, "Failed: ") && has(r.err, "File too large")) << r.out << r.err;
     EXPECT_EQ(contentsOf(destination), "an older export");
@@ -301,7 +297,7 @@ TEST_F(HostileFileTest, AFailedExportOrSaveLeavesEveryFileAsItWas) {
     EXPECT_EQ(std::distance(fs::directory_iterator(dir / "out"), fs::directory_iterator()), 1);
 
     const std::string before = contentsOf(project);
-    r = cliLimited(1, "edit " + quoted(project) + " 'playhead 1.5'");
+    r = cliLimited(1, "edit " + quote(project) + " 'playhead 1.5'");
     EXPECT_NE(r.status, 0);
     EXPECT_TRUE(has(r.err, "File too large")) << r.err;
     EXPECT_EQ(contentsOf(project), before);

@@ -152,9 +152,8 @@ bool samePicture(const AVFrame& a, const AVFrame& b) {
            pixels(a) == pixels(b);
 }
 
-// The index of the frame shown at the source time composition time `value`/`scale`
-// seconds maps to within `segment`: the last frame whose time is at or before it, or the
-// first frame. Worked out in whole numbers, apart from the renderer's own arithmetic.
+// The frame `segment` shows at composition time value/scale s: the last at or before the source
+// time it maps to, else the first; in whole numbers, apart from the renderer's own arithmetic.
 std::size_t expectedFrame(const PlainVideo& video, const composition::Segment& segment,
                           std::int64_t value, std::int64_t scale) {
     __extension__ typedef __int128 Wide;

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
+#include <limits>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -218,6 +219,14 @@ int alphaAt(const model::ImageData& image, int x, int y) {
     return samples::pixel(image, x, y).a;
 }
 
+TEST(PeakCount, TwoHundredASecondCutTowardZeroWithAFloorOf1600) {
+    EXPECT_EQ(waveform::peakCountFor(8.008), 1601);
+    for (double duration : {4.0, -5.0, std::numeric_limits<double>::quiet_NaN(),
+                            std::numeric_limits<double>::infinity()})
+        EXPECT_EQ(waveform::peakCountFor(duration), 1600) << duration;
+    EXPECT_EQ(waveform::peakCountFor(1e300), std::numeric_limits<int>::max());
+}
+
 TEST(WaveformImage, Is1600By60WithOnePixelLinesFromTheCentreByTheirPeak) {
     constexpr int kFullAlpha = 242;  // 0.95 x 255
     const auto empty = waveform::drawWaveform({});
@@ -243,6 +252,11 @@ TEST(WaveformImage, Is1600By60WithOnePixelLinesFromTheCentreByTheirPeak) {
             }
         }
     }
+    std::vector<float> lone(1600, 0.0f);
+    lone[800] = 1.0f;
+    const auto one = waveform::drawWaveform(lone);
+    EXPECT_EQ(std::tuple(alphaAt(*one, 799, 10), alphaAt(*one, 800, 10), alphaAt(*one, 801, 10)),
+              std::tuple(0, kFullAlpha, 0));
     // 7.5 peaks to a column: lines sharing a column don't pile up their alpha.
     std::vector<float> many(12000, 0.0f);
     for (std::size_t i = 0; i < many.size(); i += 3) many[i] = 1.0f;

@@ -73,6 +73,8 @@ TEST(LocalMediaServices, RequestsForOneFileAtOnceOrLaterShareOneRead) {
         EXPECT_EQ(strips[i], strips[0]);
     }
     EXPECT_EQ(probes[kAtOnce].value().id, lastID);
+    const std::vector<float> peaks(1600, 0.5f);
+    EXPECT_EQ(media.drawWaveform(peaks), media.drawWaveform(peaks));
 }
 
 fs::path writeFile(const fs::path& path, const std::string& contents) {
