@@ -213,8 +213,7 @@ TEST_F(Reencode, CropKeepsItsExactSizeAndShowsTheCroppedPart) {
     }
 }
 
-// No display matrix is left to turn it again. Frames start at k * 1001/30000 s; the 30th starts
-// at 0.967 s, before the end.
+// Upright, with no display matrix left to turn it again; the 30th frame starts at 0.967 s.
 TEST_F(Reencode, RotatedClipAtDoubleSpeedComesOutUprightInHalfTheTimeAtAnExactNtscRate) {
     const auto turned = testing_support::turnedCopy("reencode_cw270.mp4", movieA(), 270);
     auto c = CompositionBuilder()
@@ -230,8 +229,7 @@ TEST_F(Reencode, RotatedClipAtDoubleSpeedComesOutUprightInHalfTheTimeAtAnExactNt
     EXPECT_NEAR(soundOf(file).seconds(), 1.0, 1024.0 / 48000);
 }
 
-// An AVI sound header claiming a hundred times the real rate and length must not move the sound:
-// the clip's sound comes out as it does from the honest file.
+// An AVI sound header claiming a hundred times the real rate and length moves no sound.
 TEST_F(Reencode, AviSoundStampedAtAWrongRateStaysInPlace) {
     const auto honest = makeMedia("fidelity_avi.avi",
                                   kPicture + kSweep + "-t 3 " + kH264 + "-c:a libmp3lame -ac 1");

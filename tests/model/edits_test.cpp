@@ -186,6 +186,8 @@ TEST_F(TrimSplitMoveTest, ASplitCutsAtThePlayheadAndStacksTheRightHalfAboveTheLe
     c.reversedURL = "/tmp/vantrell-reversed-a.mov";
     c.forwardInSeconds = 3;
     c.forwardOutSeconds = 9;
+    c.filmstrip = {std::make_shared<const model::ImageData>()};
+    c.waveformPeaks = std::make_shared<const std::vector<float>>(1, 0.5f);
     place(project, {c, other}, c.id);
     project.setPlayheadGlobal(5);
     project.splitAtPlayhead();
@@ -341,6 +343,7 @@ TEST_F(LinksTest, UnlinkSplitsTheClipIntoAVideoHalfAndAForwardAudioHalfJustAbove
     c.forwardInSeconds = 1;
     c.forwardOutSeconds = 7;
     c.filmstrip = {std::make_shared<const model::ImageData>()};
+    c.waveformPeaks = std::make_shared<const std::vector<float>>(1, 0.5f);
     Clip other = liveClip("/m/b.mov", 2, 20);
     place(project, {c, other}, c.id);
     project.toggleLinkAV(c.id);
@@ -356,7 +359,8 @@ TEST_F(LinksTest, UnlinkSplitsTheClipIntoAVideoHalfAndAForwardAudioHalfJustAbove
     Clip audio = media->probe("/m/a.mov", c.bookmark, clips[1].id).value();
     audio.streamMask = StreamMask::audioOnly;
     audio.linkGroupID = video.linkGroupID;
-    std::tie(audio.inSeconds, audio.outSeconds, audio.startOnTimeline) = std::tuple(1, 7, 3);
+    std::tie(audio.inSeconds, audio.outSeconds, audio.startOnTimeline, audio.waveformPeaks) =
+        std::tuple(1, 7, 3, c.waveformPeaks);
     EXPECT_TRUE(video.linkGroupID && audio.id != c.id);
     EXPECT_EQ(clips, (std::vector<Clip>{video, audio, other}));
     EXPECT_EQ(project.compositionToken(), 1);
