@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <mutex>
 #include <optional>
@@ -16,6 +17,7 @@ extern "C" {
 #include <libavutil/dict.h>
 #include <libavutil/display.h>
 #include <libavutil/log.h>
+#include <libavutil/mem.h>
 }
 
 namespace media {
@@ -25,11 +27,18 @@ namespace {
 // "file:" keeps a colon in a file name from being read as a protocol name.
 constexpr std::string_view kFileProtocol = "file:";
 
-void silenceLibraryLogs() {
-    // Each failure reaches its caller as an Error and is logged once where it is handled;
-    // the libraries' own lines on stderr would only repeat it, once per broken frame.
+// No real picture, packet or sample table comes near this; a demuxer sizing a table from a
+// count a broken file states would otherwise ask for gigabytes at once.
+constexpr std::size_t kLargestAllocation = std::size_t{512} << 20;
+
+void setUpLibraries() {
     static std::once_flag once;
-    std::call_once(once, [] { av_log_set_level(AV_LOG_QUIET); });
+    std::call_once(once, [] {
+        // Each failure reaches its caller as an Error and is logged once where it is handled;
+        // the libraries' own lines on stderr would only repeat it, once per broken frame.
+        av_log_set_level(AV_LOG_QUIET);
+        av_max_alloc(kLargestAllocation);
+    });
 }
 
 using IoOpen = int (*)(AVFormatContext*, AVIOContext**, const char*, int, AVDictionary**);
@@ -65,7 +74,7 @@ int openRegularOnly(AVFormatContext* context, AVIOContext** pb, const char* url,
 }  // namespace
 
 common::Result<InputFormatPtr> openInput(const std::filesystem::path& path, StreamDetail detail) {
-    silenceLibraryLogs();
+    setUpLibraries();
     // Checked here first so that the refusal says what the path is.
     if (auto file = RegularFile::open(path); !file)
         return common::Error{"Cannot open " + displayPath(path) +
