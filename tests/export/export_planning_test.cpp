@@ -208,11 +208,10 @@ TEST(ExportSettings, FrameAndRateFollowTheVideoRow) {
         EXPECT_EQ(settings.framing, cropped ? Framing::crop : Framing::whole);
         EXPECT_EQ(settings.framesPerSecond, row.framesPerSecond);
     }
-    const auto video =
-        exporting::exportVideoSettings({sized(1920, 1080, 30, 90)}, SmallClipMode::fill, {});
-    ASSERT_TRUE(video);
-    EXPECT_EQ(video->largestSize, (model::Size{1080, 1920}));
-    EXPECT_EQ(video->smallClipMode, SmallClipMode::fill);
+    const auto v = exporting::exportVideoSettings({sized(90, 60, 30, 90)}, SmallClipMode::fill, {});
+    ASSERT_TRUE(v);
+    EXPECT_EQ(v->largestSize, (model::Size{60, 90}));
+    EXPECT_EQ(v->smallClipMode, SmallClipMode::fill);
 }
 
 }  // namespace

@@ -202,10 +202,12 @@ fs::path turningRed(const std::string& name, int firstRed, const std::string& le
 }
 
 TEST(Thumbnail, IsUprightAndShowsTheKeyframeOrTheFrameAtATenthOfASecond) {
-    // Turned a quarter clockwise, the red left bar of the picture runs along the top.
-    const auto clockwise = thumbnailOf(samples::turned(90));
-    ASSERT_TRUE(clockwise);
+    // Turned a quarter clockwise, the red left bar lies along the top; anticlockwise, the bottom.
+    const auto clockwise = thumbnailOf(samples::turned(90)),
+               back = thumbnailOf(samples::turned(270));
+    ASSERT_TRUE(clockwise && back);
     EXPECT_TRUE(samples::isRed(samples::pixel(*clockwise, clockwise->width / 2, 3)));
+    EXPECT_TRUE(samples::isRed(samples::pixel(*back, back->width / 4, back->height - 4)));
 
     // Frame 3 starts at 0.1 s; a clip shorter than that gives its last frame.
     for (const auto& [file, red] : {std::pair{turningRed("red_from_frame3.mp4", 3, "-t 1"), true},
