@@ -47,7 +47,7 @@ int main(int argc, char** argv) {
     const fs::path ours = folder / "cli_join_ours.mp4";
     const fs::path tool = folder / "cli_join_tool.mp4";
     const fs::path list = folder / "cli_join_list.txt";
-    std::vector<std::string> make{VANTRELL_CLI, "new", project.string()};
+    std::vector<std::string> make{VANTRELL_CLI, "new", "--force", project.string()};
     {
         std::ofstream text(list);
         for (const auto& clip : clips) {

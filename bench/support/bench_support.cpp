@@ -92,6 +92,8 @@ Options readOptions(
         else
             options.folder = std::filesystem::path(args[i]);
     }
+    // Absolute, because lists handed to the ffmpeg tool resolve names against their own folder.
+    options.folder = std::filesystem::absolute(options.folder);
     return options;
 }
 
